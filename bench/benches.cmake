@@ -1,0 +1,2 @@
+# One line per benchmark program: gw_add_bench(<name> DEPS <libraries>)
+gw_add_bench(text_bench DEPS gw_platform)

@@ -1,0 +1,22 @@
+# Every third-party library comes from Debian packages (scripts/install-deps.sh).
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(SQLite3 REQUIRED)
+find_package(CURL REQUIRED)
+find_package(LibXml2 REQUIRED)
+find_package(fmt REQUIRED)
+find_package(CLI11 CONFIG REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+
+pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
+pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
+pkg_check_modules(UCHARDET REQUIRED IMPORTED_TARGET uchardet)
+pkg_check_modules(MARIADB REQUIRED IMPORTED_TARGET libmariadb)
+
+if(GW_BUILD_TESTS)
+  find_package(GTest REQUIRED)
+  include(GoogleTest)
+endif()
+if(GW_BUILD_BENCH)
+  find_package(benchmark REQUIRED)
+endif()

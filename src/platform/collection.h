@@ -1,0 +1,332 @@
+// Ordered containers of the library: the 1-based `Collection` and the keyed `Dictionary`.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "platform/error.h"
+#include "platform/text.h"
+#include "platform/variant.h"
+
+namespace gw {
+
+// A position (1-based) or a key: the `vntIndexKey` argument of every collection.
+class IndexKey {
+ public:
+  IndexKey(int index) : index_(index), is_key_(false) {}
+  IndexKey(long index) : index_(index), is_key_(false) {}
+  IndexKey(const char* key) : key_(key), is_key_(true) {}
+  IndexKey(std::string_view key) : key_(key), is_key_(true) {}
+  IndexKey(const std::string& key) : key_(key), is_key_(true) {}
+  // A Variant holding a number is a position; anything else is read as a key.
+  static IndexKey FromVariant(const Variant& v);
+
+  bool IsKey() const noexcept { return is_key_; }
+  long Index() const noexcept { return index_; }
+  const std::string& Key() const noexcept { return key_; }
+
+ private:
+  long index_ = 0;
+  std::string key_;
+  bool is_key_;
+};
+
+inline IndexKey IndexKey::FromVariant(const Variant& v) {
+  switch (v.Type()) {
+    case VarType::Integer:
+    case VarType::Long:
+    case VarType::LongLong:
+    case VarType::Single:
+    case VarType::Double:
+      return IndexKey(static_cast<long>(v.ToLong()));
+    default:
+      return IndexKey(v.ToText());
+  }
+}
+
+namespace detail {
+[[noreturn]] void ThrowSubscriptOutOfRange(std::string_view source);
+[[noreturn]] void ThrowInvalidKey(std::string_view source);
+[[noreturn]] void ThrowDuplicateKey(std::string_view source);
+}  // namespace detail
+
+// A 1-based ordered collection with optional unique keys. Keys ignore case, as the runtime's
+// collections do. Adding a key that is present fails with 457; asking for a position outside
+// 1..Count fails with 9 and for an unknown key with 5 (`Item`, `Remove`). `Find` and `TryRemove`
+// are the non-failing forms for callers whose documented behaviour is "null when absent".
+template <typename T>
+class Collection {
+  struct Entry {
+    T value;
+    std::string key;
+  };
+
+ public:
+  using value_type = T;
+
+  long Count() const noexcept { return static_cast<long>(items_.size()); }
+  bool Empty() const noexcept { return items_.empty(); }
+
+  // Appends `item`; a non-empty `key` must be new.
+  T& Add(T item, std::string_view key = {}) { return Insert(items_.size(), std::move(item), key); }
+  // Inserts before / after the item at `where` (a position or a key).
+  T& AddBefore(T item, std::string_view key, const IndexKey& where) {
+    return Insert(Resolve(where), std::move(item), key);
+  }
+  T& AddAfter(T item, std::string_view key, const IndexKey& where) {
+    return Insert(Resolve(where) + 1, std::move(item), key);
+  }
+
+  T& Item(const IndexKey& ik) { return items_[Resolve(ik)].value; }
+  const T& Item(const IndexKey& ik) const { return items_[Resolve(ik)].value; }
+  T& operator()(const IndexKey& ik) { return Item(ik); }
+
+  // The item, or nullptr when the position or key is unknown.
+  T* Find(const IndexKey& ik) noexcept {
+    const std::size_t pos = TryResolve(ik);
+    return pos == npos ? nullptr : &items_[pos].value;
+  }
+  const T* Find(const IndexKey& ik) const noexcept {
+    const std::size_t pos = TryResolve(ik);
+    return pos == npos ? nullptr : &items_[pos].value;
+  }
+  bool Exists(std::string_view key) const { return keys_.count(text::FoldCaseKey(key)) != 0; }
+  // 1-based position of a key, 0 if absent.
+  long PositionOf(std::string_view key) const {
+    const auto it = keys_.find(text::FoldCaseKey(key));
+    return it == keys_.end() ? 0 : static_cast<long>(it->second + 1);
+  }
+  const std::string& KeyAt(long index) const { return items_[Resolve(IndexKey(index))].key; }
+
+  void Remove(const IndexKey& ik) { Erase(Resolve(ik)); }
+  bool TryRemove(const IndexKey& ik) {
+    const std::size_t pos = TryResolve(ik);
+    if (pos == npos) return false;
+    Erase(pos);
+    return true;
+  }
+  void Clear() noexcept {
+    items_.clear();
+    keys_.clear();
+  }
+
+  // Iteration over the items, in order.
+  class iterator {
+   public:
+    using difference_type = std::ptrdiff_t;
+    using value_type = T;
+    iterator() = default;
+    explicit iterator(typename std::vector<Entry>::iterator it) : it_(it) {}
+    T& operator*() const { return it_->value; }
+    T* operator->() const { return &it_->value; }
+    iterator& operator++() {
+      ++it_;
+      return *this;
+    }
+    iterator operator++(int) {
+      auto copy = *this;
+      ++it_;
+      return copy;
+    }
+    bool operator==(const iterator& o) const { return it_ == o.it_; }
+
+   private:
+    typename std::vector<Entry>::iterator it_;
+  };
+  class const_iterator {
+   public:
+    using difference_type = std::ptrdiff_t;
+    using value_type = T;
+    const_iterator() = default;
+    explicit const_iterator(typename std::vector<Entry>::const_iterator it) : it_(it) {}
+    const T& operator*() const { return it_->value; }
+    const T* operator->() const { return &it_->value; }
+    const_iterator& operator++() {
+      ++it_;
+      return *this;
+    }
+    const_iterator operator++(int) {
+      auto copy = *this;
+      ++it_;
+      return copy;
+    }
+    bool operator==(const const_iterator& o) const { return it_ == o.it_; }
+
+   private:
+    typename std::vector<Entry>::const_iterator it_;
+  };
+  iterator begin() { return iterator(items_.begin()); }
+  iterator end() { return iterator(items_.end()); }
+  const_iterator begin() const { return const_iterator(items_.begin()); }
+  const_iterator end() const { return const_iterator(items_.end()); }
+
+
+ private:
+  static constexpr std::size_t npos = static_cast<std::size_t>(-1);
+
+  std::size_t TryResolve(const IndexKey& ik) const noexcept {
+    if (ik.IsKey()) {
+      const auto it = keys_.find(text::FoldCaseKey(ik.Key()));
+      return it == keys_.end() ? npos : it->second;
+    }
+    if (ik.Index() < 1 || ik.Index() > Count()) return npos;
+    return static_cast<std::size_t>(ik.Index() - 1);
+  }
+  std::size_t Resolve(const IndexKey& ik) const {
+    const std::size_t pos = TryResolve(ik);
+    if (pos == npos) {
+      if (ik.IsKey()) detail::ThrowInvalidKey("Collection");
+      detail::ThrowSubscriptOutOfRange("Collection");
+    }
+    return pos;
+  }
+  T& Insert(std::size_t pos, T item, std::string_view key) {
+    std::string folded;
+    if (!key.empty()) {
+      folded = text::FoldCaseKey(key);
+      if (keys_.count(folded)) detail::ThrowDuplicateKey("Collection");
+    }
+    const bool at_end = pos == items_.size();
+    items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(pos),
+                  Entry{std::move(item), std::string(key)});
+    if (!at_end) Reindex(pos + 1);
+    if (!folded.empty()) keys_.emplace(std::move(folded), pos);
+    return items_[pos].value;
+  }
+  void Erase(std::size_t pos) {
+    if (!items_[pos].key.empty()) keys_.erase(text::FoldCaseKey(items_[pos].key));
+    items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(pos));
+    Reindex(pos);
+  }
+  // Positions at or after `from` moved: renumber their keys.
+  void Reindex(std::size_t from) {
+    for (std::size_t k = from; k < items_.size(); ++k) {
+      if (!items_[k].key.empty()) keys_[text::FoldCaseKey(items_[k].key)] = k;
+    }
+  }
+
+  std::vector<Entry> items_;
+  std::unordered_map<std::string, std::size_t> keys_;
+};
+
+enum class CompareMode { Binary = 0, Text = 1 };
+
+// An insertion-ordered keyed map with binary or text (case-insensitive) key comparison: the
+// runtime's Dictionary. `Item` on an unknown key adds it with an Empty value, as the runtime does;
+// `Find` does not.
+template <typename V = Variant>
+class Dictionary {
+ public:
+  Dictionary() = default;
+  explicit Dictionary(CompareMode mode) : mode_(mode) {}
+  Dictionary(const Dictionary& other) : mode_(other.mode_) {
+    for (const auto& [k, v] : other.entries_) Add(k, v);
+  }
+  Dictionary& operator=(const Dictionary& other) {
+    if (this != &other) {
+      RemoveAll();
+      mode_ = other.mode_;
+      for (const auto& [k, v] : other.entries_) Add(k, v);
+    }
+    return *this;
+  }
+  Dictionary(Dictionary&&) noexcept = default;
+  Dictionary& operator=(Dictionary&&) noexcept = default;
+
+  CompareMode GetCompareMode() const noexcept { return mode_; }
+  // Only while empty (error 5 otherwise), as the runtime allows.
+  void SetCompareMode(CompareMode mode) {
+    if (!entries_.empty()) detail::ThrowInvalidKey("Dictionary");
+    mode_ = mode;
+  }
+
+  long Count() const noexcept { return static_cast<long>(entries_.size()); }
+  bool Exists(std::string_view key) const { return index_.count(Fold(key)) != 0; }
+
+  void Add(std::string_view key, V value) {
+    std::string folded = Fold(key);
+    if (index_.count(folded)) detail::ThrowDuplicateKey("Dictionary");
+    entries_.emplace_back(std::string(key), std::move(value));
+    index_.emplace(std::move(folded), std::prev(entries_.end()));
+  }
+  // Adds or replaces.
+  void Set(std::string_view key, V value) {
+    if (V* v = Find(key)) {
+      *v = std::move(value);
+    } else {
+      Add(key, std::move(value));
+    }
+  }
+  V& Item(std::string_view key) {
+    if (V* v = Find(key)) return *v;
+    Add(key, V{});
+    return entries_.back().second;
+  }
+  V& operator[](std::string_view key) { return Item(key); }
+  V* Find(std::string_view key) {
+    const auto it = index_.find(Fold(key));
+    return it == index_.end() ? nullptr : &it->second->second;
+  }
+  const V* Find(std::string_view key) const {
+    const auto it = index_.find(Fold(key));
+    return it == index_.end() ? nullptr : &it->second->second;
+  }
+  // The key as it was added (its letter case kept), for a key that compares equal.
+  const std::string* StoredKey(std::string_view key) const {
+    const auto it = index_.find(Fold(key));
+    return it == index_.end() ? nullptr : &it->second->first;
+  }
+  // Error 32811 for an unknown key.
+  void Remove(std::string_view key) {
+    if (!TryRemove(key)) {
+      throw Error(errnum::kElementNotFound, "Dictionary", "Element not found");
+    }
+  }
+  bool TryRemove(std::string_view key) {
+    const auto it = index_.find(Fold(key));
+    if (it == index_.end()) return false;
+    entries_.erase(it->second);
+    index_.erase(it);
+    return true;
+  }
+  void RemoveAll() noexcept {
+    entries_.clear();
+    index_.clear();
+  }
+  std::vector<std::string> Keys() const {
+    std::vector<std::string> keys;
+    keys.reserve(entries_.size());
+    for (const auto& e : entries_) keys.push_back(e.first);
+    return keys;
+  }
+  std::vector<V> Items() const {
+    std::vector<V> items;
+    items.reserve(entries_.size());
+    for (const auto& e : entries_) items.push_back(e.second);
+    return items;
+  }
+
+  // Iteration over (key, value) pairs in insertion order.
+  auto begin() { return entries_.begin(); }
+  auto end() { return entries_.end(); }
+  auto begin() const { return entries_.begin(); }
+  auto end() const { return entries_.end(); }
+
+ private:
+  using List = std::list<std::pair<std::string, V>>;
+  std::string Fold(std::string_view key) const {
+    return mode_ == CompareMode::Text ? text::FoldCaseKey(key) : std::string(key);
+  }
+
+  CompareMode mode_ = CompareMode::Binary;
+  List entries_;
+  std::unordered_map<std::string, typename List::iterator> index_;
+};
+
+}  // namespace gw

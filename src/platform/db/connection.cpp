@@ -1,0 +1,142 @@
+#include "platform/db/connection.h"
+
+#include <mutex>
+
+#include "platform/db/recordset.h"
+#include "platform/text.h"
+
+namespace gw::db {
+
+namespace {
+
+struct Registration {
+  std::string name;
+  DriverAccepts accepts;
+  DriverFactory factory;
+};
+
+std::vector<Registration>& Registry() {
+  static std::vector<Registration> registry;
+  return registry;
+}
+
+void RegisterBuiltins();
+
+}  // namespace
+
+void RegisterDriver(std::string name, DriverAccepts accepts, DriverFactory factory) {
+  Registry().push_back(Registration{std::move(name), std::move(accepts), std::move(factory)});
+}
+
+std::unique_ptr<Driver> OpenDriver(const ConnectionProperties& props) {
+  static std::once_flag once;
+  std::call_once(once, RegisterBuiltins);
+  const auto& reg = Registry();
+  for (auto it = reg.rbegin(); it != reg.rend(); ++it) {
+    if (it->accepts(props)) return it->factory(props);
+  }
+  const std::string provider = props.Get("Provider");
+  throw Error(dberr::kProviderNotFound, "Connection.Open",
+              "Provider cannot be found. It may not be properly installed. (Provider=" +
+                  (provider.empty() ? std::string("MSDASQL.1") : provider) + ")");
+}
+
+// Defined by the driver sources of this folder.
+std::unique_ptr<Driver> MakeSqliteDriver(const ConnectionProperties& props);
+bool SqliteAccepts(const ConnectionProperties& props);
+
+namespace {
+void RegisterBuiltins() {
+  auto& reg = Registry();
+  reg.insert(reg.begin(), Registration{"SQLite", SqliteAccepts, MakeSqliteDriver});
+}
+}  // namespace
+
+std::shared_ptr<Connection> Connection::Create() {
+  return std::shared_ptr<Connection>(new Connection());
+}
+
+Connection::~Connection() = default;
+
+void Connection::SetConnectionString(std::string_view cn_str) {
+  if (IsOpen()) {
+    throw Error(dberr::kObjectOpen, "Connection",
+                "Operation is not allowed when the object is open.");
+  }
+  props_ = ConnectionProperties::Parse(cn_str);
+}
+
+std::string Connection::Provider() const {
+  const auto p = props_.Find("Provider");
+  return p ? *p : std::string("MSDASQL.1");
+}
+
+void Connection::SetProvider(std::string_view provider) { SetProperty("Provider", provider); }
+
+void Connection::SetProperty(std::string_view name, std::string_view value) {
+  if (IsOpen()) {
+    throw Error(dberr::kObjectOpen, "Connection",
+                "Operation is not allowed when the object is open.");
+  }
+  props_.Set(name, value);
+}
+
+void Connection::Open(std::string_view cn_str, std::string_view user, std::string_view password) {
+  if (IsOpen()) {
+    throw Error(dberr::kObjectOpen, "Connection.Open",
+                "Operation is not allowed when the object is open.");
+  }
+  if (!cn_str.empty()) props_ = ConnectionProperties::Parse(cn_str);
+  if (!user.empty()) props_.Set("User ID", user);
+  if (!password.empty()) props_.Set("Password", password);
+  driver_ = OpenDriver(props_);
+}
+
+void Connection::Close() {
+  if (driver_ && driver_->InTransaction()) {
+    try {
+      driver_->Rollback();
+    } catch (const Error&) {
+      // Closing must not fail because the store went away.
+    }
+  }
+  driver_.reset();
+}
+
+Driver& Connection::GetDriver() {
+  if (!driver_) {
+    throw Error(dberr::kObjectClosed, "Connection",
+                "Operation is not allowed when the object is closed.");
+  }
+  return *driver_;
+}
+
+std::string Connection::DefaultDatabase() {
+  if (!driver_) return props_.Get("Initial Catalog");
+  return driver_->DefaultDatabase();
+}
+
+std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* records_affected) {
+  return Execute(sql, {}, records_affected);
+}
+
+std::shared_ptr<Recordset> Connection::Execute(std::string_view sql,
+                                               std::span<const Variant> params,
+                                               long* records_affected) {
+  ResultSet result = GetDriver().Execute(sql, params);
+  if (records_affected) *records_affected = static_cast<long>(result.rows_affected);
+  if (!result.has_columns) return Recordset::Create();
+  return Recordset::FromResult(std::move(result));
+}
+
+long long Connection::ExecuteNonQuery(std::string_view sql, std::span<const Variant> params) {
+  return GetDriver().Execute(sql, params).rows_affected;
+}
+
+void Connection::ExecuteScript(std::string_view sql) { GetDriver().ExecuteScript(sql); }
+
+void Connection::BeginTrans() { GetDriver().Begin(); }
+void Connection::CommitTrans() { GetDriver().Commit(); }
+void Connection::RollbackTrans() { GetDriver().Rollback(); }
+
+}  // namespace gw::db

@@ -1,0 +1,74 @@
+// A connection-string-driven database connection (the counterpart of ADO's Connection).
+#pragma once
+
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "platform/db/connection_string.h"
+#include "platform/db/driver.h"
+#include "platform/db/types.h"
+#include "platform/variant.h"
+
+namespace gw::db {
+
+class Recordset;
+
+class Connection : public Object {
+ public:
+  static std::shared_ptr<Connection> Create();
+  ~Connection() override;
+  std::string TypeName() const override { return "Connection"; }
+
+  // The connection string as it stands: the parameters as set, in their order.
+  std::string ConnectionString() const { return props_.ToString(); }
+  // Fails with 3705 while open.
+  void SetConnectionString(std::string_view cn_str);
+  // The `Provider` parameter as written, or "MSDASQL.1" (the default provider) when absent.
+  std::string Provider() const;
+  void SetProvider(std::string_view provider);
+  // A parameter of the connection string ("Data Source", "Initial Catalog"); "" when absent.
+  std::string Property(std::string_view name) const { return props_.Get(name); }
+  void SetProperty(std::string_view name, std::string_view value);
+  const ConnectionProperties& Properties() const { return props_; }
+
+  // Opens on `cn_str` (or the string already set). `user` and `password`, when given, become the
+  // "User ID" and "Password" parameters.
+  void Open(std::string_view cn_str = {}, std::string_view user = {}, std::string_view password = {});
+  void Close();
+  bool IsOpen() const { return driver_ != nullptr; }
+  ObjectState State() const { return IsOpen() ? ObjectState::Open : ObjectState::Closed; }
+
+  int CommandTimeout() const { return command_timeout_; }
+  void SetCommandTimeout(int seconds) { command_timeout_ = seconds; }
+  std::string DefaultDatabase();
+
+  // Runs a statement. A statement that yields rows gives an open, read-only recordset of them;
+  // any other gives a closed recordset. `records_affected` receives the changed row count.
+  std::shared_ptr<Recordset> Execute(std::string_view sql, long* records_affected = nullptr);
+  std::shared_ptr<Recordset> Execute(std::string_view sql, std::span<const Variant> params,
+                                     long* records_affected = nullptr);
+  // Runs a statement that yields no rows; returns the changed row count.
+  long long ExecuteNonQuery(std::string_view sql, std::span<const Variant> params = {});
+  // Runs a script of several statements.
+  void ExecuteScript(std::string_view sql);
+
+  void BeginTrans();
+  void CommitTrans();
+  void RollbackTrans();
+
+  // The open driver; fails with 3704 when closed.
+  Driver& GetDriver();
+
+ private:
+  Connection() = default;
+
+  ConnectionProperties props_;
+  std::unique_ptr<Driver> driver_;
+  int command_timeout_ = 30;
+};
+
+using ConnectionPtr = std::shared_ptr<Connection>;
+
+}  // namespace gw::db

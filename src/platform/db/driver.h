@@ -1,0 +1,58 @@
+// A provider driver: one physical connection to one kind of store.
+//
+// `Connection` picks a driver by the connection string (its `Provider` and, for some, other
+// parameters) from the registry below. Drivers speak their store's own SQL dialect; they bind
+// every value as a parameter ("?" placeholders) and never splice values into statement text.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/db/connection_string.h"
+#include "platform/db/types.h"
+
+namespace gw::db {
+
+class Driver {
+ public:
+  virtual ~Driver() = default;
+
+  // "sqlite", "mysql", ...: the SQL dialect the store speaks.
+  virtual std::string_view Dialect() const = 0;
+
+  // Runs one statement with "?" parameters. Reads at most `max_rows` rows (0: all).
+  virtual ResultSet Execute(std::string_view sql, std::span<const Variant> params,
+                            long max_rows = 0) = 0;
+  // Runs a script of statements separated by ";" with no parameters.
+  virtual void ExecuteScript(std::string_view sql) = 0;
+  // The value the store generated for the last inserted row's auto-increment column.
+  virtual long long LastInsertId() = 0;
+
+  virtual void Begin() = 0;
+  virtual void Commit() = 0;
+  virtual void Rollback() = 0;
+  virtual bool InTransaction() const = 0;
+
+  // The columns of a table as the store declares them (widths, keys), for writing rows back.
+  virtual std::vector<ColumnInfo> TableColumns(std::string_view table) = 0;
+  virtual bool TableExists(std::string_view table) = 0;
+  // The name quoted as an identifier of the dialect.
+  virtual std::string QuoteIdentifier(std::string_view name) const = 0;
+  // The current database (catalog), if the store has such a notion.
+  virtual std::string DefaultDatabase() { return {}; }
+};
+
+// Registers a driver for connection strings that `accepts` says it serves. Later registrations
+// are asked first, so a more specific driver can be put in front of a general one.
+using DriverAccepts = std::function<bool(const ConnectionProperties&)>;
+using DriverFactory = std::function<std::unique_ptr<Driver>(const ConnectionProperties&)>;
+void RegisterDriver(std::string name, DriverAccepts accepts, DriverFactory factory);
+
+// Opens a physical connection for `props`; fails with 0x800A0E7A when no driver serves it.
+std::unique_ptr<Driver> OpenDriver(const ConnectionProperties& props);
+
+}  // namespace gw::db

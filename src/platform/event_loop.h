@@ -1,0 +1,97 @@
+// The host's message pump.
+//
+// The library runs on one thread with no locks. Every long loop calls `DoEvents()`; that is where
+// timers fire, where I/O completions (transfers, child processes) are delivered, and where the
+// host's own hook runs (a command-line host reads Ctrl-C there and answers the next status event
+// with `flgCancel`). Nothing is ever called back from another thread.
+//
+// `DoEvents` never blocks. A polling loop waits between passes with `WaitForActivity(ms)`, which
+// returns as soon as watched I/O is ready or a timer is due; `Sleep(ms)` always waits the full time
+// (throttling), without dispatching anything.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <vector>
+
+namespace gw {
+
+class EventLoop {
+ public:
+  using Callback = std::function<void()>;
+  using Id = std::uint64_t;
+  using Millis = std::chrono::milliseconds;
+
+  // The loop of the calling thread.
+  static EventLoop& Current();
+
+  EventLoop() = default;
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+
+  // A timer that fires `callback` from `DoEvents` every `interval` (once if not `repeat`). The
+  // period counts from when the timer is started. A timer never fires inside its own callback.
+  Id StartTimer(Millis interval, Callback callback, bool repeat = true);
+  void StopTimer(Id id);
+  bool IsTimerRunning(Id id) const { return timers_.count(id) != 0; }
+
+  // Watches a file descriptor; `callback(readable, writable)` runs from `DoEvents` when it is ready.
+  using FdCallback = std::function<void(bool readable, bool writable)>;
+  Id WatchFd(int fd, bool want_read, bool want_write, FdCallback callback);
+  void UpdateFd(Id id, bool want_read, bool want_write);
+  void UnwatchFd(Id id);
+
+  // Work that runs at every `DoEvents` (driving transfers, checking whether a process ended).
+  Id AddPoller(Callback callback);
+  void RemovePoller(Id id);
+
+  // Runs once, at the next `DoEvents`.
+  void Post(Callback callback);
+
+  // The host's hook, run at the end of every `DoEvents`. An empty function removes it.
+  void SetHostHook(Callback hook) { host_hook_ = std::move(hook); }
+
+  // One pass: ready I/O, due timers, posted work, pollers, the host hook. Never blocks.
+  void DoEvents();
+  // Blocks for `ms` without dispatching.
+  static void Sleep(Millis ms);
+  // Blocks for at most `ms`: returns early when watched I/O is ready or a timer is due. Does not
+  // dispatch.
+  void WaitForActivity(Millis ms);
+  // Runs `DoEvents` and waits until `done()` is true or `timeout` passed; true if done.
+  bool RunUntil(const std::function<bool()>& done, Millis timeout, Millis step = Millis(50));
+
+ private:
+  using Clock = std::chrono::steady_clock;
+  struct Timer {
+    Clock::time_point due;
+    Millis interval;
+    bool repeat;
+    bool running = false;
+    Callback callback;
+  };
+  struct Watch {
+    int fd;
+    bool want_read;
+    bool want_write;
+    FdCallback callback;
+  };
+
+  void RunDueTimers();
+  void PollFds();
+
+  Id next_id_ = 1;
+  std::map<Id, Timer> timers_;
+  std::map<Id, Watch> watches_;
+  std::map<Id, Callback> pollers_;
+  std::vector<Callback> posted_;
+  Callback host_hook_;
+};
+
+// Shorthands for the current thread's loop.
+inline void DoEvents() { EventLoop::Current().DoEvents(); }
+inline void Sleep(std::chrono::milliseconds ms) { EventLoop::Sleep(ms); }
+
+}  // namespace gw

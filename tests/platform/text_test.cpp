@@ -1,0 +1,83 @@
+#include "platform/text.h"
+
+#include <gtest/gtest.h>
+
+namespace gw::text {
+namespace {
+
+TEST(TextSearch, IgnoresAsciiCaseAndReportsByteOffsets) {
+  struct Case {
+    std::string_view hay, needle;
+    std::size_t from, want;
+  };
+  const Case cases[] = {
+      {"<table><TD>x</td>", "<td>", 0, 7},
+      {"<table><TD>x</td>", "</TD>", 0, 12},
+      {"aaa", "aa", 1, 1},
+      {"abc", "", 2, 2},
+      {"abc", "abcd", 0, npos},
+      {"abc", "c", 3, npos},
+      {"Grüße <B>x", "<b>", 0, 8},  // offsets count bytes
+      {"xyzXYZ", "zx", 0, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.hay) + " / " + std::string(c.needle));
+    EXPECT_EQ(FindNoCase(c.hay, c.needle, c.from), c.want);
+    EXPECT_EQ(NoCaseSearcher(c.needle).Find(c.hay, c.from), c.want);
+  }
+}
+
+TEST(TextSearch, LongNeedleOverLongTextFindsEveryOccurrence) {
+  std::string page;
+  for (int k = 0; k < 1000; ++k) page += "<tr class=\"Row\"><td>" + std::to_string(k) + "</td></tr>";
+  NoCaseSearcher s("<TR CLASS=\"row\">");
+  std::size_t pos = 0, hits = 0;
+  while ((pos = s.Find(page, pos)) != npos) {
+    ++hits;
+    ++pos;
+  }
+  EXPECT_EQ(hits, 1000u);
+}
+
+TEST(TextSearch, NonAsciiFoldsOnlySameLengthCharacters) {
+  EXPECT_EQ(FindNoCase("STRASSE ÄPFEL", "äpfel"), 8u);
+  EXPECT_TRUE(EqualsNoCase("ÉCOLE", "école"));
+  // The Kelvin sign would fold to an ASCII "k": it is compared exactly.
+  EXPECT_FALSE(EqualsNoCase("\xE2\x84\xAA", "k"));
+  EXPECT_EQ(ToUpper("straße é"), "STRAßE É");
+}
+
+TEST(TextInStr, OneBasedPositionsAndEdges) {
+  EXPECT_EQ(InStr(1, "abcabc", "BC", true), 2);
+  EXPECT_EQ(InStr(3, "abcabc", "BC", true), 5);
+  EXPECT_EQ(InStr(3, "abcabc", "BC", false), 0);
+  EXPECT_EQ(InStr(7, "abcabc", "a", false), 0);
+  EXPECT_EQ(InStr(4, "abc", "", false), 4);
+  EXPECT_EQ(InStr(5, "abc", "", false), 0);
+}
+
+TEST(TextUtf8, TruncateNeverSplitsACharacter) {
+  EXPECT_EQ(TruncateCodePoints("añb", 2), "añ");
+  EXPECT_EQ(TruncateCodePoints("añb", 1), "a");
+  EXPECT_EQ(TruncateCodePoints("ab", 5), "ab");
+  EXPECT_EQ(CountCodePoints("añb€"), 4u);
+  EXPECT_EQ(SanitizeUtf8("a\xFF" "b"), "a\xEF\xBF\xBD" "b");
+  EXPECT_TRUE(IsValidUtf8("\xEF\xBF\xBD"));
+  EXPECT_FALSE(IsValidUtf8("\xC3"));
+}
+
+TEST(TextReplace, ReplacesWithoutOverlapInEitherCompareMode) {
+  EXPECT_EQ(ReplaceAll("aaa", "aa", "b"), "ba");
+  EXPECT_EQ(ReplaceAll("A-a-A", "a", "x", true), "x-x-x");
+  EXPECT_EQ(ReplaceAll("A-a-A", "a", "x", false), "A-x-A");
+  EXPECT_EQ(ReplaceAll("abc", "", "x"), "abc");
+}
+
+TEST(TextTrim, SpacesOnlyVersusWhitespace) {
+  EXPECT_EQ(TrimSpaces("  a b \t"), "a b \t");
+  EXPECT_EQ(TrimWhitespace(" \r\n a b \t"), "a b");
+  EXPECT_EQ(Split("a;;b", ";"), (std::vector<std::string>{"a", "", "b"}));
+}
+
+}  // namespace
+}  // namespace gw::text

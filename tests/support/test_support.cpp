@@ -1,0 +1,64 @@
+#include "support/test_support.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+namespace gw::testing {
+
+TempDir::TempDir() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "gwtest-XXXXXX").string();
+  if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed");
+  path_ = pattern;
+}
+
+TempDir::~TempDir() {
+  std::error_code ec;
+  std::filesystem::remove_all(path_, ec);
+}
+
+ScopedHome::ScopedHome() {
+  if (const char* old = std::getenv("GLEANWRIGHT_HOME")) {
+    old_ = old;
+    had_old_ = true;
+  }
+  ::setenv("GLEANWRIGHT_HOME", dir_.Path().c_str(), 1);
+}
+
+ScopedHome::~ScopedHome() {
+  if (had_old_) {
+    ::setenv("GLEANWRIGHT_HOME", old_.c_str(), 1);
+  } else {
+    ::unsetenv("GLEANWRIGHT_HOME");
+  }
+}
+
+std::string ReadFile(const std::filesystem::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) throw std::runtime_error("cannot read " + path.string());
+  std::ostringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+void WriteFile(const std::filesystem::path& path, const std::string& content) {
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path());
+  std::ofstream out(path, std::ios::binary);
+  if (!out) throw std::runtime_error("cannot write " + path.string());
+  out << content;
+}
+
+std::filesystem::path SourceDir() {
+  if (const char* s = std::getenv("GW_SOURCE_DIR")) return s;
+  return GW_SOURCE_DIR_DEFAULT;
+}
+
+std::filesystem::path BinaryDir() {
+  if (const char* s = std::getenv("GW_BINARY_DIR")) return s;
+  return GW_BINARY_DIR_DEFAULT;
+}
+
+}  // namespace gw::testing

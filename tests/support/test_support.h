@@ -1,0 +1,46 @@
+// Helpers shared by the test programs.
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace gw::testing {
+
+// A fresh folder below the system's temporary folder, removed with everything in it when the
+// object goes.
+class TempDir {
+ public:
+  TempDir();
+  ~TempDir();
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+  const std::filesystem::path& Path() const { return path_; }
+  std::filesystem::path operator/(const std::string& name) const { return path_ / name; }
+
+ private:
+  std::filesystem::path path_;
+};
+
+// Points $GLEANWRIGHT_HOME at a fresh temporary folder for the life of the object, and puts the
+// old value back afterwards.
+class ScopedHome {
+ public:
+  ScopedHome();
+  ~ScopedHome();
+  const std::filesystem::path& Path() const { return dir_.Path(); }
+
+ private:
+  TempDir dir_;
+  std::string old_;
+  bool had_old_ = false;
+};
+
+std::string ReadFile(const std::filesystem::path& path);
+void WriteFile(const std::filesystem::path& path, const std::string& content);
+
+// The source tree's root (for files under tests/data and examples/).
+std::filesystem::path SourceDir();
+// The build tree's root (for programs built beside the tests).
+std::filesystem::path BinaryDir();
+
+}  // namespace gw::testing
