@@ -30,7 +30,8 @@ void BM_SearcherScanAll(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(hits);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(page.size()));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(page.size()));
 }
 BENCHMARK(BM_SearcherScanAll)->Arg(100 << 10)->Arg(10 << 20);
 
@@ -44,7 +45,8 @@ void BM_FindNoCaseShortNeedle(benchmark::State& state) {
     }
     benchmark::DoNotOptimize(hits);
   }
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) * static_cast<int64_t>(page.size()));
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(page.size()));
 }
 BENCHMARK(BM_FindNoCaseShortNeedle);
 

@@ -166,7 +166,6 @@ class Collection {
   const_iterator begin() const { return const_iterator(items_.begin()); }
   const_iterator end() const { return const_iterator(items_.end()); }
 
-
  private:
   static constexpr std::size_t npos = static_cast<std::size_t>(-1);
 

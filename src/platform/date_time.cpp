@@ -113,7 +113,8 @@ DateTime DateTime::Now() {
   const std::time_t secs = system_clock::to_time_t(now);
   std::tm local{};
   localtime_r(&secs, &local);
-  const auto ms = static_cast<int>(duration_cast<milliseconds>(now.time_since_epoch()).count() % 1000);
+  const auto ms =
+      static_cast<int>(duration_cast<milliseconds>(now.time_since_epoch()).count() % 1000);
   return FromParts(local.tm_year + 1900, local.tm_mon + 1, local.tm_mday, local.tm_hour,
                    local.tm_min, local.tm_sec, ms);
 }
@@ -125,8 +126,9 @@ DateTime DateTime::FromParts(int year, int month, int day, int hour, int minute,
   }
   DateTime dt;
   dt.empty_ = false;
-  dt.ms_ = DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * kMsPerDay +
-           ((hour * 60 + minute) * 60 + second) * 1000LL + millisecond;
+  dt.ms_ =
+      DaysFromCivil(year, static_cast<unsigned>(month), static_cast<unsigned>(day)) * kMsPerDay +
+      ((hour * 60 + minute) * 60 + second) * 1000LL + millisecond;
   return dt;
 }
 

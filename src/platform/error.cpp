@@ -51,8 +51,8 @@ void Error::Rebuild() {
   what_ += description_;
 }
 
-Status::Status(ErrorNumber number, std::string source, std::string description, std::string help_file,
-               std::int32_t help_context)
+Status::Status(ErrorNumber number, std::string source, std::string description,
+               std::string help_file, std::int32_t help_context)
     : number_(number),
       source_(std::move(source)),
       description_(std::move(description)),

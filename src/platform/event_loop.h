@@ -37,7 +37,8 @@ class EventLoop {
   void StopTimer(Id id);
   bool IsTimerRunning(Id id) const { return timers_.count(id) != 0; }
 
-  // Watches a file descriptor; `callback(readable, writable)` runs from `DoEvents` when it is ready.
+  // Watches a file descriptor; `callback(readable, writable)` runs from `DoEvents` when it is
+  // ready.
   using FdCallback = std::function<void(bool readable, bool writable)>;
   Id WatchFd(int fd, bool want_read, bool want_write, FdCallback callback);
   void UpdateFd(Id id, bool want_read, bool want_write);

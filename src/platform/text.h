@@ -1,8 +1,8 @@
 // Text helpers shared by every layer.
 //
-// Text is UTF-8 in std::string. Positions in the public text API are 1-based byte offsets, 0 meaning
-// "not found"; the helpers here take and return 0-based offsets (std::string_view style, npos for
-// none) unless their name says otherwise (`InStr`).
+// Text is UTF-8 in std::string. Positions in the public text API are 1-based byte offsets, 0
+// meaning "not found"; the helpers here take and return 0-based offsets (std::string_view style,
+// npos for none) unless their name says otherwise (`InStr`).
 //
 // Case-insensitive comparison is one rule everywhere:
 //  - ASCII letters compare without case (fast path, byte by byte);
@@ -79,7 +79,7 @@ class NoCaseSearcher {
   bool ascii_ = true;
   std::array<std::uint8_t, 256> folded_{};  // byte -> folded byte (ASCII letters)
   std::array<std::size_t, 256> shift_{};
-  std::vector<char32_t> folded_needle_;     // non-ASCII needles
+  std::vector<char32_t> folded_needle_;  // non-ASCII needles
 };
 
 std::size_t FindNoCase(std::string_view haystack, std::string_view needle, std::size_t from = 0);

@@ -13,8 +13,12 @@ namespace gw {
 
 namespace {
 
-[[noreturn]] void ThrowNull() { throw Error(errnum::kInvalidUseOfNull, "Variant", "Invalid use of Null"); }
-[[noreturn]] void ThrowMismatch() { throw Error(errnum::kTypeMismatch, "Variant", "Type mismatch"); }
+[[noreturn]] void ThrowNull() {
+  throw Error(errnum::kInvalidUseOfNull, "Variant", "Invalid use of Null");
+}
+[[noreturn]] void ThrowMismatch() {
+  throw Error(errnum::kTypeMismatch, "Variant", "Type mismatch");
+}
 [[noreturn]] void ThrowOverflow() { throw Error(errnum::kOverflow, "Variant", "Overflow"); }
 
 template <class... Ts>
@@ -92,17 +96,28 @@ bool ParseNumber(std::string_view text, double& out) noexcept {
 
 VarType Variant::Type() const noexcept {
   switch (v_.index()) {
-    case 0: return VarType::Empty;
-    case 1: return VarType::Null;
-    case 2: return VarType::Boolean;
-    case 3: return VarType::Integer;
-    case 4: return VarType::Long;
-    case 5: return VarType::LongLong;
-    case 6: return VarType::Single;
-    case 7: return VarType::Double;
-    case 8: return VarType::String;
-    case 9: return VarType::Date;
-    default: return VarType::Object;
+    case 0:
+      return VarType::Empty;
+    case 1:
+      return VarType::Null;
+    case 2:
+      return VarType::Boolean;
+    case 3:
+      return VarType::Integer;
+    case 4:
+      return VarType::Long;
+    case 5:
+      return VarType::LongLong;
+    case 6:
+      return VarType::Single;
+    case 7:
+      return VarType::Double;
+    case 8:
+      return VarType::String;
+    case 9:
+      return VarType::Date;
+    default:
+      return VarType::Object;
   }
 }
 
@@ -130,26 +145,25 @@ bool Variant::IsEmptyOrNull() const noexcept {
 }
 
 std::string Variant::ToString() const {
-  return std::visit(
-      Overloaded{
-          [](std::monostate) -> std::string { return {}; },
-          [](NullValue) -> std::string { ThrowNull(); },
-          [](bool b) -> std::string { return b ? "True" : "False"; },
-          [](std::int16_t i) -> std::string { return std::to_string(i); },
-          [](std::int32_t i) -> std::string { return std::to_string(i); },
-          [](std::int64_t i) -> std::string { return std::to_string(i); },
-          [](float f) -> std::string {
-            char buf[32];
-            std::snprintf(buf, sizeof buf, "%.7G", static_cast<double>(f));
-            double d = std::strtod(buf, nullptr);
-            return FormatNumber(d);
-          },
-          [](double d) -> std::string { return FormatNumber(d); },
-          [](const std::string& s) -> std::string { return s; },
-          [](const DateTime& d) -> std::string { return d.ToUsText(); },
-          [](const ObjectPtr&) -> std::string { ThrowMismatch(); },
-      },
-      v_);
+  return std::visit(Overloaded{
+                        [](std::monostate) -> std::string { return {}; },
+                        [](NullValue) -> std::string { ThrowNull(); },
+                        [](bool b) -> std::string { return b ? "True" : "False"; },
+                        [](std::int16_t i) -> std::string { return std::to_string(i); },
+                        [](std::int32_t i) -> std::string { return std::to_string(i); },
+                        [](std::int64_t i) -> std::string { return std::to_string(i); },
+                        [](float f) -> std::string {
+                          char buf[32];
+                          std::snprintf(buf, sizeof buf, "%.7G", static_cast<double>(f));
+                          double d = std::strtod(buf, nullptr);
+                          return FormatNumber(d);
+                        },
+                        [](double d) -> std::string { return FormatNumber(d); },
+                        [](const std::string& s) -> std::string { return s; },
+                        [](const DateTime& d) -> std::string { return d.ToUsText(); },
+                        [](const ObjectPtr&) -> std::string { ThrowMismatch(); },
+                    },
+                    v_);
 }
 
 std::string Variant::ToText() const {

@@ -34,8 +34,8 @@ inline constexpr NullValue kNull{};
 enum class VarType : int {
   Empty = 0,
   Null = 1,
-  Integer = 2,   // 16-bit
-  Long = 3,      // 32-bit
+  Integer = 2,  // 16-bit
+  Long = 3,     // 32-bit
   Single = 4,
   Double = 5,
   Date = 7,

@@ -29,7 +29,8 @@ TEST(TextSearch, IgnoresAsciiCaseAndReportsByteOffsets) {
 
 TEST(TextSearch, LongNeedleOverLongTextFindsEveryOccurrence) {
   std::string page;
-  for (int k = 0; k < 1000; ++k) page += "<tr class=\"Row\"><td>" + std::to_string(k) + "</td></tr>";
+  for (int k = 0; k < 1000; ++k)
+    page += "<tr class=\"Row\"><td>" + std::to_string(k) + "</td></tr>";
   NoCaseSearcher s("<TR CLASS=\"row\">");
   std::size_t pos = 0, hits = 0;
   while ((pos = s.Find(page, pos)) != npos) {
@@ -61,7 +62,10 @@ TEST(TextUtf8, TruncateNeverSplitsACharacter) {
   EXPECT_EQ(TruncateCodePoints("añb", 1), "a");
   EXPECT_EQ(TruncateCodePoints("ab", 5), "ab");
   EXPECT_EQ(CountCodePoints("añb€"), 4u);
-  EXPECT_EQ(SanitizeUtf8("a\xFF" "b"), "a\xEF\xBF\xBD" "b");
+  EXPECT_EQ(SanitizeUtf8("a\xFF"
+                         "b"),
+            "a\xEF\xBF\xBD"
+            "b");
   EXPECT_TRUE(IsValidUtf8("\xEF\xBF\xBD"));
   EXPECT_FALSE(IsValidUtf8("\xC3"));
 }

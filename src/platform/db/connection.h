@@ -35,7 +35,8 @@ class Connection : public Object {
 
   // Opens on `cn_str` (or the string already set). `user` and `password`, when given, become the
   // "User ID" and "Password" parameters.
-  void Open(std::string_view cn_str = {}, std::string_view user = {}, std::string_view password = {});
+  void Open(std::string_view cn_str = {}, std::string_view user = {},
+            std::string_view password = {});
   void Close();
   bool IsOpen() const { return driver_ != nullptr; }
   ObjectState State() const { return IsOpen() ? ObjectState::Open : ObjectState::Closed; }

@@ -24,8 +24,8 @@ std::string NoCurrentText() {
 bool LikeMatch(std::string_view s, std::string_view p) {
   std::size_t si = 0, pi = 0, star = std::string_view::npos, mark = 0;
   while (si < s.size()) {
-    if (pi < p.size() && (p[pi] == '_' || p[pi] == '?' ||
-                          text::AsciiToLower(p[pi]) == text::AsciiToLower(s[si]))) {
+    if (pi < p.size() &&
+        (p[pi] == '_' || p[pi] == '?' || text::AsciiToLower(p[pi]) == text::AsciiToLower(s[si]))) {
       ++si, ++pi;
     } else if (pi < p.size() && (p[pi] == '*' || p[pi] == '%')) {
       star = pi++;
@@ -132,7 +132,8 @@ Field& Fields::Item(std::string_view name) {
               "ordinal.");
 }
 
-// ---- Recordset: opening ---------------------------------------------------------------------------
+// ---- Recordset: opening
+// ---------------------------------------------------------------------------
 
 std::shared_ptr<Recordset> Recordset::Create() {
   return std::shared_ptr<Recordset>(new Recordset());
@@ -191,7 +192,8 @@ void Recordset::Open(std::string_view sql, const ConnectionPtr& connection, Curs
 
 void Recordset::AppendField(std::string name, DataType type, std::int32_t defined_size,
                             bool nullable) {
-  if (open_) Fail(dberr::kObjectOpen, "Fields.Append", "Operation is not allowed when the object is open.");
+  if (open_)
+    Fail(dberr::kObjectOpen, "Fields.Append", "Operation is not allowed when the object is open.");
   ColumnInfo c;
   c.name = std::move(name);
   c.type = type;
@@ -226,9 +228,12 @@ void Recordset::Close() {
   pos_ = -1;
 }
 
-void Recordset::SetActiveConnection(ConnectionPtr connection) { connection_ = std::move(connection); }
+void Recordset::SetActiveConnection(ConnectionPtr connection) {
+  connection_ = std::move(connection);
+}
 
-// ---- Recordset: reading --------------------------------------------------------------------------
+// ---- Recordset: reading
+// --------------------------------------------------------------------------
 
 void Recordset::RequireOpen(const char* op) const {
   if (!open_) Fail(dberr::kObjectClosed, op, ClosedText());
@@ -375,7 +380,8 @@ void Recordset::SetBookmark(const Variant& bookmark) {
        "another.");
 }
 
-// ---- Recordset: editing ----------------------------------------------------------------------------
+// ---- Recordset: editing
+// ----------------------------------------------------------------------------
 
 Variant Recordset::Coerce(std::size_t column, const Variant& value) const {
   const ColumnInfo& c = columns_[column];
@@ -384,30 +390,40 @@ Variant Recordset::Coerce(std::size_t column, const Variant& value) const {
   try {
     if (IsTextType(c.type) || c.type == DataType::Guid) return Variant(value.ToString());
     switch (c.type) {
-      case DataType::SmallInt: return Variant(value.ToInteger());
-      case DataType::Integer: return Variant(value.ToLong());
-      case DataType::BigInt: return Variant(static_cast<long long>(value.ToLongLong()));
-      case DataType::Single: return Variant(value.ToSingle());
+      case DataType::SmallInt:
+        return Variant(value.ToInteger());
+      case DataType::Integer:
+        return Variant(value.ToLong());
+      case DataType::BigInt:
+        return Variant(static_cast<long long>(value.ToLongLong()));
+      case DataType::Single:
+        return Variant(value.ToSingle());
       case DataType::Double:
       case DataType::Currency:
       case DataType::Decimal:
-      case DataType::Numeric: return Variant(value.ToDouble());
-      case DataType::Boolean: return Variant(value.ToBool());
+      case DataType::Numeric:
+        return Variant(value.ToDouble());
+      case DataType::Boolean:
+        return Variant(value.ToBool());
       case DataType::Date:
-      case DataType::DBTimeStamp: return Variant(value.ToDate());
-      default: return Variant(value.ToText());
+      case DataType::DBTimeStamp:
+        return Variant(value.ToDate());
+      default:
+        return Variant(value.ToText());
     }
   } catch (const Error&) {
     Fail(dberr::kMultipleStep, "Fields",
          "Multiple-step operation generated errors. Check each status value. (The value does not "
-         "fit the column " + c.name + ".)");
+         "fit the column " +
+             c.name + ".)");
   }
 }
 
 void Recordset::CheckWidths(const Row& values) const {
   for (std::size_t k = 0; k < columns_.size(); ++k) {
     const ColumnInfo& c = columns_[k];
-    if (!IsTextType(c.type) || c.defined_size <= 0 || c.defined_size >= kUnboundedTextSize) continue;
+    if (!IsTextType(c.type) || c.defined_size <= 0 || c.defined_size >= kUnboundedTextSize)
+      continue;
     const Variant& v = values[k];
     if (!v.IsString()) continue;
     if (text::CountCodePoints(v.ToText()) > static_cast<std::size_t>(c.defined_size)) {
@@ -530,8 +546,8 @@ void Recordset::WriteUpdate(RowData& row) {
   }
   if (sets.empty()) return;
   const std::string where = RowLocator(d, columns_, row.original, params);
-  const std::string sql =
-      "UPDATE " + d.QuoteIdentifier(table) + " SET " + sets + (where.empty() ? "" : " WHERE " + where);
+  const std::string sql = "UPDATE " + d.QuoteIdentifier(table) + " SET " + sets +
+                          (where.empty() ? "" : " WHERE " + where);
   if (d.Execute(sql, params).rows_affected < 1) {
     Fail(kRowNotLocated, "Update",
          "Row cannot be located for updating. Some values may have been changed since it was last "
@@ -544,7 +560,8 @@ void Recordset::WriteDelete(const RowData& row) {
   const std::string table = BaseTable();
   std::vector<Variant> params;
   const std::string where = RowLocator(d, columns_, row.original, params);
-  const std::string sql = "DELETE FROM " + d.QuoteIdentifier(table) + (where.empty() ? "" : " WHERE " + where);
+  const std::string sql =
+      "DELETE FROM " + d.QuoteIdentifier(table) + (where.empty() ? "" : " WHERE " + where);
   if (d.Execute(sql, params).rows_affected < 1) {
     Fail(kRowNotLocated, "Delete",
          "Row cannot be located for updating. Some values may have been changed since it was last "
@@ -615,7 +632,8 @@ void Recordset::Delete() {
   current_deleted_ = true;
 }
 
-// ---- Recordset: searching ---------------------------------------------------------------------------
+// ---- Recordset: searching
+// ---------------------------------------------------------------------------
 
 bool Recordset::Matches(const RowData& row, std::string_view column, std::string_view op,
                         const Variant& value) const {
@@ -642,11 +660,13 @@ void Recordset::Find(std::string_view criteria, long skip, SearchDirection direc
   std::size_t i = 0;
   if (!s.empty() && s[0] == '[') {
     const std::size_t close = s.find(']');
-    if (close == std::string_view::npos) Fail(dberr::kBadArgument, "Find", "Bad criteria: " + std::string(criteria));
+    if (close == std::string_view::npos)
+      Fail(dberr::kBadArgument, "Find", "Bad criteria: " + std::string(criteria));
     column = std::string(s.substr(1, close - 1));
     i = close + 1;
   } else {
-    while (i < s.size() && s[i] != ' ' && s[i] != '=' && s[i] != '<' && s[i] != '>' && s[i] != '!') ++i;
+    while (i < s.size() && s[i] != ' ' && s[i] != '=' && s[i] != '<' && s[i] != '>' && s[i] != '!')
+      ++i;
     column = std::string(s.substr(0, i));
   }
   while (i < s.size() && s[i] == ' ') ++i;
@@ -659,9 +679,11 @@ void Recordset::Find(std::string_view criteria, long skip, SearchDirection direc
     while (i < s.size() && (s[i] == '=' || s[i] == '<' || s[i] == '>' || s[i] == '!')) op += s[i++];
   }
   if (op.empty() || fields_.IndexOf(column) < 0) {
-    Fail(dberr::kBadArgument, "Find",
-         "Arguments are of the wrong type, are out of acceptable range, or are in conflict with one "
-         "another. (" + std::string(criteria) + ")");
+    Fail(
+        dberr::kBadArgument, "Find",
+        "Arguments are of the wrong type, are out of acceptable range, or are in conflict with one "
+        "another. (" +
+            std::string(criteria) + ")");
   }
   while (i < s.size() && s[i] == ' ') ++i;
   // value

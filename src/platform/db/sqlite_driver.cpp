@@ -25,13 +25,18 @@ constexpr std::size_t kStatementCacheSize = 64;
   const std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
   ErrorNumber n = dberr::kProvider;
   switch (rc & 0xFF) {
-    case SQLITE_CONSTRAINT: n = dberr::kIntegrity; break;
+    case SQLITE_CONSTRAINT:
+      n = dberr::kIntegrity;
+      break;
     case SQLITE_ERROR:
       n = msg.rfind("no such table", 0) == 0 ? dberr::kNoSuchTable : dberr::kSyntax;
       break;
     case SQLITE_TOOBIG:
-    case SQLITE_MISMATCH: n = dberr::kMultipleStep; break;
-    default: break;
+    case SQLITE_MISMATCH:
+      n = dberr::kMultipleStep;
+      break;
+    default:
+      break;
   }
   std::string text = msg;
   if (!context.empty()) text += " (" + std::string(context) + ")";
@@ -84,18 +89,22 @@ Variant ReadValue(sqlite3_stmt* st, int col, DataType type) {
   if (storage == SQLITE_NULL) return Variant(kNull);
   if (storage == SQLITE_BLOB) {
     const auto* p = static_cast<const char*>(sqlite3_column_blob(st, col));
-    return Variant(std::string(p ? p : "", static_cast<std::size_t>(sqlite3_column_bytes(st, col))));
+    return Variant(
+        std::string(p ? p : "", static_cast<std::size_t>(sqlite3_column_bytes(st, col))));
   }
   if (storage == SQLITE_INTEGER) {
     const sqlite3_int64 v = sqlite3_column_int64(st, col);
     switch (type) {
-      case DataType::Boolean: return Variant(v != 0);
+      case DataType::Boolean:
+        return Variant(v != 0);
       case DataType::SmallInt:
         if (v >= -32768 && v <= 32767) return Variant(static_cast<std::int16_t>(v));
         return Variant(static_cast<long long>(v));
-      case DataType::BigInt: return Variant(static_cast<long long>(v));
+      case DataType::BigInt:
+        return Variant(static_cast<long long>(v));
       case DataType::Double:
-      case DataType::Numeric: return Variant(static_cast<double>(v));
+      case DataType::Numeric:
+        return Variant(static_cast<double>(v));
       default:
         if (IsTextType(type) || type == DataType::Guid) return Variant(std::to_string(v));
         if (v >= INT32_MIN && v <= INT32_MAX) return Variant(static_cast<int>(v));
@@ -122,7 +131,8 @@ Variant ReadValue(sqlite3_stmt* st, int col, DataType type) {
     double d;
     if (ParseNumber(s, d)) {
       if (type == DataType::Boolean) return Variant(d != 0);
-      if (type == DataType::Double || type == DataType::Numeric || type == DataType::Single) return Variant(d);
+      if (type == DataType::Double || type == DataType::Numeric || type == DataType::Single)
+        return Variant(d);
       if (d >= INT32_MIN && d <= INT32_MAX && d == static_cast<double>(static_cast<long long>(d))) {
         return Variant(static_cast<int>(d));
       }
@@ -136,13 +146,21 @@ void Bind(sqlite3* db, sqlite3_stmt* st, int index, const Variant& v) {
   int rc = SQLITE_OK;
   switch (v.Type()) {
     case VarType::Empty:
-    case VarType::Null: rc = sqlite3_bind_null(st, index); break;
-    case VarType::Boolean: rc = sqlite3_bind_int(st, index, v.ToBool() ? 1 : 0); break;
+    case VarType::Null:
+      rc = sqlite3_bind_null(st, index);
+      break;
+    case VarType::Boolean:
+      rc = sqlite3_bind_int(st, index, v.ToBool() ? 1 : 0);
+      break;
     case VarType::Integer:
     case VarType::Long:
-    case VarType::LongLong: rc = sqlite3_bind_int64(st, index, v.ToLongLong()); break;
+    case VarType::LongLong:
+      rc = sqlite3_bind_int64(st, index, v.ToLongLong());
+      break;
     case VarType::Single:
-    case VarType::Double: rc = sqlite3_bind_double(st, index, v.ToDouble()); break;
+    case VarType::Double:
+      rc = sqlite3_bind_double(st, index, v.ToDouble());
+      break;
     case VarType::Date: {
       const std::string iso = v.ToDate().ToIsoText();
       rc = sqlite3_bind_text(st, index, iso.data(), static_cast<int>(iso.size()), SQLITE_TRANSIENT);
@@ -168,14 +186,15 @@ class SqliteDriver final : public Driver {
       throw Error(dberr::kProvider, "SQLite",
                   "The connection string names no file: add \"Data Source=<file>\".");
     }
-    const int flags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_URI |
-                      SQLITE_OPEN_NOMUTEX;
+    const int flags =
+        SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_URI | SQLITE_OPEN_NOMUTEX;
     const int rc = sqlite3_open_v2(path.c_str(), &db_, flags, nullptr);
     if (rc != SQLITE_OK) {
       const std::string msg = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
       sqlite3_close_v2(db_);
       db_ = nullptr;
-      throw Error(dberr::kProvider, "SQLite", "Could not open the database file " + path + ": " + msg);
+      throw Error(dberr::kProvider, "SQLite",
+                  "Could not open the database file " + path + ": " + msg);
     }
     sqlite3_busy_timeout(db_, kBusyTimeoutMs);
     sqlite3_extended_result_codes(db_, 1);
@@ -198,7 +217,8 @@ class SqliteDriver final : public Driver {
                   "The statement takes " + std::to_string(expected) + " parameters but " +
                       std::to_string(params.size()) + " were given.");
     }
-    for (std::size_t k = 0; k < params.size(); ++k) Bind(db_, st, static_cast<int>(k + 1), params[k]);
+    for (std::size_t k = 0; k < params.size(); ++k)
+      Bind(db_, st, static_cast<int>(k + 1), params[k]);
 
     ResultSet result;
     const int ncol = sqlite3_column_count(st);
@@ -209,7 +229,8 @@ class SqliteDriver final : public Driver {
       if (max_rows > 0 && static_cast<long>(result.rows.size()) >= max_rows) break;
       Row row;
       row.reserve(static_cast<std::size_t>(ncol));
-      for (int c = 0; c < ncol; ++c) row.push_back(ReadValue(st, c, p.types[static_cast<std::size_t>(c)]));
+      for (int c = 0; c < ncol; ++c)
+        row.push_back(ReadValue(st, c, p.types[static_cast<std::size_t>(c)]));
       result.rows.push_back(std::move(row));
     }
     if (rc != SQLITE_ROW && rc != SQLITE_DONE) {
@@ -357,7 +378,8 @@ class SqliteDriver final : public Driver {
                                           &autoinc) == SQLITE_OK) {
           info.nullable = notnull == 0;
           info.key = pk != 0;
-          info.auto_increment = autoinc != 0 || (pk != 0 && decl && text::EqualsNoCase(decl, "INTEGER"));
+          info.auto_increment =
+              autoinc != 0 || (pk != 0 && decl && text::EqualsNoCase(decl, "INTEGER"));
         }
       }
       p.types.push_back(info.type);

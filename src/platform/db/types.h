@@ -78,9 +78,9 @@ enum class SearchDirection : int { Backward = -1, Forward = 1 };
 
 // Failure numbers of the data layer.
 namespace dberr {
-inline constexpr ErrorNumber kObjectClosed = 3704;      // operation not allowed when closed
-inline constexpr ErrorNumber kObjectOpen = 3705;        // operation not allowed when open
-inline constexpr ErrorNumber kNotUpdatable = 3251;      // recordset does not support updating
+inline constexpr ErrorNumber kObjectClosed = 3704;  // operation not allowed when closed
+inline constexpr ErrorNumber kObjectOpen = 3705;    // operation not allowed when open
+inline constexpr ErrorNumber kNotUpdatable = 3251;  // recordset does not support updating
 inline constexpr ErrorNumber kNoCurrentRecord = errnum::kNoCurrentRecord;
 inline constexpr ErrorNumber kItemNotFound = errnum::kItemNotFound;
 inline constexpr ErrorNumber kMultipleStep = 0x80040E21;  // a value the column refuses

@@ -1,0 +1,150 @@
+#include "platform/collection.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace gw {
+namespace {
+
+std::vector<std::string> Items(const Collection<std::string>& c) {
+  return std::vector<std::string>(c.begin(), c.end());
+}
+
+TEST(Collection, PositionsAreOneBasedAndKeysIgnoreCase) {
+  Collection<std::string> c;
+  c.Add("a", "KeyA");
+  c.Add("b");
+  c.Add("c", "keyC");
+  EXPECT_EQ(c.Count(), 3);
+  EXPECT_EQ(c.Item(1), "a");
+  EXPECT_EQ(c.Item(3), "c");
+  EXPECT_EQ(c.Item("KEYA"), "a");
+  EXPECT_EQ(c.Item("keyc"), "c");
+  EXPECT_TRUE(c.Exists("keya"));
+  EXPECT_EQ(c.PositionOf("KEYC"), 3);
+}
+
+TEST(Collection, FailuresCarryTheRuntimeNumbers) {
+  Collection<int> c;
+  c.Add(1, "one");
+  struct Case {
+    const char* what;
+    std::function<void()> call;
+    ErrorNumber number;
+  };
+  const Case cases[] = {
+      {"position 0", [&] { c.Item(0); }, errnum::kSubscriptOutOfRange},
+      {"position past the end", [&] { c.Item(2); }, errnum::kSubscriptOutOfRange},
+      {"unknown key", [&] { c.Item("two"); }, errnum::kInvalidProcedureCall},
+      {"duplicate key", [&] { c.Add(2, "ONE"); }, errnum::kDuplicateKey},
+      {"remove unknown key", [&] { c.Remove("zz"); }, errnum::kInvalidProcedureCall},
+  };
+  for (const auto& k : cases) {
+    SCOPED_TRACE(k.what);
+    try {
+      k.call();
+      ADD_FAILURE() << "no failure";
+    } catch (const Error& e) {
+      EXPECT_EQ(e.Number(), k.number);
+    }
+  }
+  EXPECT_EQ(c.Count(), 1);  // the refused Add left nothing behind
+  EXPECT_EQ(c.Find("two"), nullptr);
+  EXPECT_FALSE(c.TryRemove(5));
+}
+
+TEST(Collection, InsertBeforeAndAfterKeepKeysPointingAtTheirItems) {
+  Collection<std::string> c;
+  c.Add("b", "kb");
+  c.AddBefore("a", "ka", 1);
+  c.AddAfter("c", "kc", "kb");
+  c.AddBefore("a2", "", "kb");
+  EXPECT_EQ(Items(c), (std::vector<std::string>{"a", "a2", "b", "c"}));
+  EXPECT_EQ(c.Item("kb"), "b");
+  EXPECT_EQ(c.Item("kc"), "c");
+  c.Remove(1);
+  EXPECT_EQ(c.Item("kb"), "b");
+  EXPECT_EQ(c.PositionOf("kc"), 3);
+  c.Remove("kb");
+  EXPECT_EQ(Items(c), (std::vector<std::string>{"a2", "c"}));
+  EXPECT_EQ(c.Item("kc"), "c");
+  EXPECT_FALSE(c.Exists("kb"));
+}
+
+TEST(Collection, HoldsSharedObjects) {
+  struct Thing : Object {
+    int n = 0;
+  };
+  Collection<std::shared_ptr<Thing>> c;
+  auto t = std::make_shared<Thing>();
+  c.Add(t, "t");
+  c.Item("t")->n = 7;
+  EXPECT_EQ(t->n, 7);
+  int sum = 0;
+  for (const auto& item : c) sum += item->n;
+  EXPECT_EQ(sum, 7);
+}
+
+TEST(Dictionary, KeepsInsertionOrderAcrossRemovals) {
+  Dictionary<int> d;
+  d.Add("z", 1);
+  d.Add("a", 2);
+  d.Add("m", 3);
+  d.Remove("a");
+  d.Add("b", 4);
+  EXPECT_EQ(d.Keys(), (std::vector<std::string>{"z", "m", "b"}));
+  EXPECT_EQ(d.Items(), (std::vector<int>{1, 3, 4}));
+}
+
+TEST(Dictionary, CompareModesDecideWhetherCaseMatters) {
+  Dictionary<std::string> binary;
+  binary.Add("Name", "1");
+  EXPECT_FALSE(binary.Exists("name"));
+  binary.Add("name", "2");
+  EXPECT_EQ(binary.Count(), 2);
+
+  Dictionary<std::string> textual(CompareMode::Text);
+  textual.Add("Content-Type", "text/html");
+  EXPECT_TRUE(textual.Exists("content-type"));
+  EXPECT_EQ(*textual.StoredKey("CONTENT-TYPE"), "Content-Type");
+  try {
+    textual.Add("CONTENT-TYPE", "x");
+    FAIL() << "duplicate accepted";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), errnum::kDuplicateKey);
+  }
+  // The compare mode can change only while the map is empty.
+  EXPECT_THROW(textual.SetCompareMode(CompareMode::Binary), Error);
+}
+
+TEST(Dictionary, ItemOfAnUnknownKeyAddsItButFindDoesNot) {
+  Dictionary<> d;
+  EXPECT_EQ(d.Find("x"), nullptr);
+  EXPECT_EQ(d.Count(), 0);
+  EXPECT_TRUE(d.Item("x").IsEmpty());
+  EXPECT_EQ(d.Count(), 1);
+  d.Set("x", Variant(5));
+  EXPECT_EQ(d["x"].ToLong(), 5);
+  try {
+    d.Remove("nope");
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), errnum::kElementNotFound);
+  }
+}
+
+TEST(Dictionary, CopiesAreIndependent) {
+  Dictionary<int> a(CompareMode::Text);
+  a.Add("k", 1);
+  Dictionary<int> b = a;
+  b.Set("K", 2);
+  b.Add("j", 3);
+  EXPECT_EQ(*a.Find("k"), 1);
+  EXPECT_EQ(a.Count(), 1);
+  EXPECT_EQ(*b.Find("k"), 2);
+  EXPECT_EQ(b.GetCompareMode(), CompareMode::Text);
+}
+
+}  // namespace
+}  // namespace gw

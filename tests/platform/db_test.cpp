@@ -1,0 +1,235 @@
+#include <gtest/gtest.h>
+
+#include "platform/db/connection.h"
+#include "platform/db/recordset.h"
+#include "support/test_support.h"
+
+namespace gw::db {
+namespace {
+
+ErrorNumber FailureOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const Error& e) {
+    return e.Number();
+  }
+  return 0;
+}
+
+TEST(ConnectionProperties, ParsesQuotedValuesAndRendersThemBack) {
+  const auto p = ConnectionProperties::Parse(
+      "Provider=Microsoft.Jet.OLEDB.4.0; Data Source = /tmp/a b.xls ;"
+      "Extended Properties=\"Excel 8.0;HDR=Yes\";Password='it''s'");
+  EXPECT_EQ(p.Get("provider"), "Microsoft.Jet.OLEDB.4.0");
+  EXPECT_EQ(p.Get("DATA SOURCE"), "/tmp/a b.xls");
+  EXPECT_EQ(p.Get("Extended Properties"), "Excel 8.0;HDR=Yes");
+  EXPECT_EQ(p.Get("Password"), "it's");
+  EXPECT_EQ(p.Get("Missing"), "");
+  const auto again = ConnectionProperties::Parse(p.ToString());
+  EXPECT_EQ(again.Items(), p.Items());
+}
+
+class SqliteTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    cn_str_ = "Provider=SQLite;Data Source=" + (dir_ / "t.db").string();
+    auto cn = Connection::Create();
+    cn->Open(cn_str_);
+    cn->ExecuteScript(
+        "CREATE TABLE items (id VARCHAR(36) PRIMARY KEY, name VARCHAR(10), qty INT, "
+        "price REAL, seen DATETIME, flag BIT, notes TEXT);"
+        "CREATE TABLE log (line VARCHAR(20));"
+        "INSERT INTO items VALUES ('a', 'Apple', 3, 1.5, '2026-01-02 03:04:05', 1, NULL);"
+        "INSERT INTO items VALUES ('b', 'Banana', 5, 0.25, NULL, 0, 'x');");
+  }
+  ConnectionPtr Open() {
+    auto cn = Connection::Create();
+    cn->Open(cn_str_);
+    return cn;
+  }
+
+  gw::testing::TempDir dir_;
+  std::string cn_str_;
+};
+
+TEST_F(SqliteTest, ReadOnlyRecordsetOutlivesItsConnection) {
+  auto rs = Recordset::Create();
+  {
+    auto cn = Open();
+    rs->Open("SELECT * FROM items ORDER BY id", cn, CursorType::Static, LockType::ReadOnly);
+    cn->Close();
+  }
+  EXPECT_EQ(rs->RecordCount(), 2);
+  EXPECT_EQ((*rs)["name"].Value().ToString(), "Apple");
+  EXPECT_EQ((*rs)["qty"].Value().Type(), VarType::Long);
+  EXPECT_EQ((*rs)["seen"].Value().ToDate(), DateTime::FromParts(2026, 1, 2, 3, 4, 5));
+  EXPECT_TRUE((*rs)["flag"].Value().ToBool());
+  rs->MoveNext();
+  EXPECT_TRUE((*rs)["seen"].Value().IsNull());
+  rs->MoveNext();
+  EXPECT_TRUE(rs->IsEOF());
+  EXPECT_EQ(FailureOf([&] { rs->MoveNext(); }), dberr::kNoCurrentRecord);
+}
+
+TEST_F(SqliteTest, ColumnsReportDeclaredWidthsAndMissingNamesFailWith3265) {
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM items", Open());
+  auto& f = rs->GetFields();
+  EXPECT_EQ(f.Count(), 7);
+  EXPECT_EQ(f["name"].DefinedSize(), 10);
+  EXPECT_EQ(f["name"].Type(), DataType::VarWChar);
+  EXPECT_EQ(f["notes"].DefinedSize(), kUnboundedTextSize);
+  EXPECT_EQ(f["qty"].Type(), DataType::Integer);
+  EXPECT_EQ(f[0L].Name(), "id");
+  EXPECT_EQ(FailureOf([&] { f["nope"]; }), dberr::kItemNotFound);
+  EXPECT_EQ(FailureOf([&] { f[7L]; }), dberr::kItemNotFound);
+}
+
+TEST_F(SqliteTest, AppendingThroughAnUpdatableRecordsetInsertsTheRow) {
+  auto cn = Open();
+  auto rs = Recordset::Create();
+  rs->SetMaxRecords(2);
+  rs->Open("SELECT * FROM items", cn, CursorType::Keyset, LockType::Optimistic);
+  rs->AddNew();
+  (*rs)["id"] = Variant("c");
+  (*rs)["name"] = Variant("Cherry");
+  (*rs)["qty"] = Variant("12");  // converted to the column's type
+  (*rs)["seen"] = Variant("11-23-2026 08:00:00");
+  rs->Update();
+  cn->Close();
+
+  auto check = Open()->Execute("SELECT qty, seen, typeof(qty) FROM items WHERE id = 'c'");
+  EXPECT_EQ((*check)["qty"].Value().ToLong(), 12);
+  EXPECT_EQ((*check)[2L].Value().ToString(), "integer");
+  EXPECT_EQ((*check)["seen"].Value().ToDate().ToIsoText(), "2026-11-23 08:00:00");
+}
+
+TEST_F(SqliteTest, RefusedValuesFailAtSetOrAtUpdate) {
+  auto cn = Open();
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM items", cn, CursorType::Keyset, LockType::Optimistic);
+  rs->AddNew();
+  EXPECT_EQ(FailureOf([&] { (*rs)["qty"] = Variant("lots"); }), dberr::kMultipleStep);
+  (*rs)["id"] = Variant("d");
+  (*rs)["name"] = Variant("ĀĒĪŌŪĀĒĪŌŪ");  // ten characters fit VARCHAR(10), bytes do not matter
+  rs->Update();
+  rs->AddNew();
+  (*rs)["id"] = Variant("e");
+  (*rs)["name"] = Variant("Elderberries");
+  EXPECT_EQ(FailureOf([&] { rs->Update(); }), dberr::kDataTruncated);
+  rs->CancelUpdate();
+  auto count = cn->Execute("SELECT COUNT(*) FROM items");
+  EXPECT_EQ((*count)[0L].Value().ToLong(), 3);
+}
+
+TEST_F(SqliteTest, UpdateWithNamesAndValuesAndDeleteWriteThrough) {
+  auto cn = Open();
+  auto rs = Recordset::Create();
+  const std::vector<Variant> id{Variant("a")};
+  rs->Open("SELECT * FROM items WHERE id = ?", cn, CursorType::Keyset, LockType::Optimistic, id);
+  const std::vector<std::string> names{"name", "qty"};
+  const std::vector<Variant> values{Variant("Apricot"), Variant(9)};
+  rs->Update(names, values);
+  auto check = cn->Execute("SELECT name, qty FROM items WHERE id = 'a'");
+  EXPECT_EQ((*check)["name"].Value().ToString(), "Apricot");
+  EXPECT_EQ((*check)["qty"].Value().ToLong(), 9);
+
+  rs->Delete();
+  rs->Update();  // nothing pending: no effect
+  EXPECT_EQ((*cn->Execute("SELECT COUNT(*) FROM items"))[0L].Value().ToLong(), 1);
+}
+
+TEST_F(SqliteTest, RowsWithoutAKeyAreFoundByTheirOriginalValues) {
+  auto cn = Open();
+  cn->Execute("INSERT INTO log VALUES ('one'), ('two')");
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM log ORDER BY line DESC", cn, CursorType::Keyset, LockType::Optimistic);
+  (*rs)["line"] = Variant("TWO");
+  rs->Update();
+  auto check = cn->Execute("SELECT line FROM log ORDER BY line");
+  EXPECT_EQ((*check)[0L].Value().ToString(), "TWO");
+  check->MoveNext();
+  EXPECT_EQ((*check)[0L].Value().ToString(), "one");
+}
+
+TEST_F(SqliteTest, BoundParametersCannotChangeAStatement) {
+  auto cn = Open();
+  const std::vector<Variant> crafted{Variant("x' OR '1'='1")};
+  auto rs = cn->Execute("SELECT * FROM items WHERE id = ?", crafted);
+  EXPECT_TRUE(rs->IsEOF());
+  EXPECT_EQ(rs->RecordCount(), 0);
+}
+
+TEST_F(SqliteTest, ReadOnlyRecordsetRefusesEdits) {
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM items", Open());
+  EXPECT_EQ(FailureOf([&] { rs->AddNew(); }), dberr::kNotUpdatable);
+  EXPECT_EQ(FailureOf([&] { (*rs)["name"] = Variant("x"); }), dberr::kNotUpdatable);
+}
+
+TEST_F(SqliteTest, StatementFailuresAreNumbered) {
+  auto cn = Open();
+  EXPECT_EQ(FailureOf([&] { cn->Execute("SELECT * FROM nowhere"); }), dberr::kNoSuchTable);
+  EXPECT_EQ(FailureOf([&] { cn->Execute("SELEKT 1"); }), dberr::kSyntax);
+  EXPECT_EQ(FailureOf([&] { cn->Execute("INSERT INTO items (id) VALUES ('a')"); }),
+            dberr::kIntegrity);
+  auto unknown = Connection::Create();
+  EXPECT_EQ(FailureOf([&] { unknown->Open("Provider=Nothing;Data Source=x"); }),
+            dberr::kProviderNotFound);
+  EXPECT_EQ(unknown->Provider(), "Nothing");
+  EXPECT_EQ(Connection::Create()->Provider(), "MSDASQL.1");
+}
+
+TEST_F(SqliteTest, TransactionsRollBackOnClose) {
+  auto cn = Open();
+  cn->BeginTrans();
+  cn->Execute("INSERT INTO log VALUES ('pending')");
+  cn->Close();
+  EXPECT_EQ((*Open()->Execute("SELECT COUNT(*) FROM log"))[0L].Value().ToLong(), 0);
+}
+
+TEST(FabricatedRecordset, FindBookmarkAndChildRecordsets) {
+  auto rs = Recordset::Create();
+  rs->AppendField("EntityId", DataType::VarWChar, 36);
+  rs->AppendField("ColumnName", DataType::VarWChar, 50);
+  rs->AppendField("Value", DataType::VarWChar, 255);
+  rs->AppendField("Child", DataType::Chapter);
+  rs->OpenFabricated();
+  EXPECT_TRUE(rs->IsEOF());
+  EXPECT_TRUE(rs->IsBOF());
+  const char* rows[][3] = {{"E1", "Site", "a"}, {"E2", "Site", "b"}, {"E1", "Lang", "c"}};
+  for (const auto& r : rows) {
+    rs->AddNew();
+    (*rs)["EntityId"] = Variant(r[0]);
+    (*rs)["ColumnName"] = Variant(r[1]);
+    (*rs)["Value"] = Variant(r[2]);
+    rs->Update();
+  }
+  auto child = Recordset::Create();
+  child->AppendField("x", DataType::Integer);
+  child->OpenFabricated();
+  (*rs)["Child"] = Variant(child);
+  rs->Update();
+  EXPECT_EQ((*rs)["Child"].Value().As<Recordset>(), child);
+
+  rs->MoveFirst();
+  rs->Find("EntityId = 'e1'", 1);  // skip the current row, compare without case
+  ASSERT_FALSE(rs->IsEOF());
+  EXPECT_EQ((*rs)["Value"].Value().ToString(), "c");
+  const Variant mark = rs->Bookmark();
+  rs->MoveFirst();
+  rs->Find("ColumnName LIKE 'La*'");
+  EXPECT_EQ(rs->Bookmark().ToLongLong(), mark.ToLongLong());
+  rs->Find("EntityId = E3");
+  EXPECT_TRUE(rs->IsEOF());
+  rs->SetBookmark(mark);
+  EXPECT_EQ((*rs)["Value"].Value().ToString(), "c");
+  rs->MoveFirst();
+  rs->Delete();
+  rs->MoveNext();  // the row after the deleted one
+  EXPECT_EQ((*rs)["Value"].Value().ToString(), "b");
+  EXPECT_EQ(rs->RecordCount(), 2);
+}
+
+}  // namespace
+}  // namespace gw::db
