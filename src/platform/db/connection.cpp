@@ -44,11 +44,15 @@ std::unique_ptr<Driver> OpenDriver(const ConnectionProperties& props) {
 // Defined by the driver sources of this folder.
 std::unique_ptr<Driver> MakeSqliteDriver(const ConnectionProperties& props);
 bool SqliteAccepts(const ConnectionProperties& props);
+std::unique_ptr<Driver> MakeMariaDbDriver(const ConnectionProperties& props);
+bool MariaDbAccepts(const ConnectionProperties& props);
 
 namespace {
 void RegisterBuiltins() {
   auto& reg = Registry();
-  reg.insert(reg.begin(), Registration{"SQLite", SqliteAccepts, MakeSqliteDriver});
+  // Asked last to first: a string for SQLite that happens to mention MySQL in a path stays SQLite.
+  reg.insert(reg.begin(), {Registration{"MariaDB", MariaDbAccepts, MakeMariaDbDriver},
+                           Registration{"SQLite", SqliteAccepts, MakeSqliteDriver}});
 }
 }  // namespace
 

@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+
+#include "platform/db/connection.h"
+#include "platform/db/recordset.h"
+#include "support/mariadb_server.h"
+
+namespace gw::db {
+namespace {
+
+using gw::testing::MariaDbServer;
+
+ErrorNumber FailureOf(const std::function<void()>& f) {
+  try {
+    f();
+  } catch (const Error& e) {
+    return e.Number();
+  }
+  return 0;
+}
+
+class MariaDbTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto& server = MariaDbServer::Shared();
+    database_ = server.CreateDatabase();
+    cn_str_ = server.ConnectionString(database_);
+    auto cn = Open();
+    cn->ExecuteScript(
+        "CREATE TABLE items (id VARCHAR(36) PRIMARY KEY, name VARCHAR(10), qty INT, seen DATETIME,"
+        " notes TEXT);"
+        "CREATE TABLE auto_rows (n INT AUTO_INCREMENT PRIMARY KEY, v VARCHAR(5));"
+        "INSERT INTO items VALUES ('a', 'Äpfel', 3, '2026-01-02 03:04:05', NULL)");
+  }
+  ConnectionPtr Open() {
+    auto cn = Connection::Create();
+    cn->Open(cn_str_);
+    return cn;
+  }
+  std::string database_;
+  std::string cn_str_;
+};
+
+TEST_F(MariaDbTest, ReadsTypedValuesAndCharacterWidths) {
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM items", Open());
+  EXPECT_EQ(rs->RecordCount(), 1);
+  EXPECT_EQ((*rs)["name"].Value().ToString(), "Äpfel");
+  EXPECT_EQ((*rs)["name"].DefinedSize(), 10);  // characters, not bytes
+  EXPECT_EQ((*rs)["qty"].Value().ToLong(), 3);
+  EXPECT_EQ((*rs)["seen"].Value().ToDate(), DateTime::FromParts(2026, 1, 2, 3, 4, 5));
+  EXPECT_TRUE((*rs)["notes"].Value().IsNull());
+  EXPECT_EQ(FailureOf([&] { (*rs)["missing"]; }), dberr::kItemNotFound);
+}
+
+TEST_F(MariaDbTest, AppendsUpdatesAndDeletesThroughTheRecordset) {
+  auto cn = Open();
+  auto rs = Recordset::Create();
+  rs->SetMaxRecords(2);
+  rs->Open("SELECT * FROM items", cn, CursorType::Keyset, LockType::Optimistic);
+  rs->AddNew();
+  (*rs)["id"] = Variant("b");
+  (*rs)["name"] = Variant("O'Brien");  // a quote travels as data
+  (*rs)["qty"] = Variant("7");
+  rs->Update();
+  (*rs)["qty"] = Variant(8);
+  rs->Update();
+
+  auto check =
+      cn->Execute("SELECT name, qty FROM items WHERE id = ?", std::vector<Variant>{Variant("b")});
+  EXPECT_EQ((*check)["name"].Value().ToString(), "O'Brien");
+  EXPECT_EQ((*check)["qty"].Value().ToLong(), 8);
+
+  rs->Delete();
+  EXPECT_EQ((*cn->Execute("SELECT COUNT(*) FROM items"))[0L].Value().ToLong(), 1);
+}
+
+TEST_F(MariaDbTest, GeneratedKeysComeBackAndLongValuesAreRefused) {
+  auto cn = Open();
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM auto_rows", cn, CursorType::Keyset, LockType::Optimistic);
+  rs->AddNew();
+  (*rs)["v"] = Variant("x");
+  rs->Update();
+  EXPECT_EQ((*rs)["n"].Value().ToLong(), 1);
+  rs->AddNew();
+  (*rs)["v"] = Variant("toolong");
+  EXPECT_EQ(FailureOf([&] { rs->Update(); }), dberr::kDataTruncated);
+}
+
+TEST_F(MariaDbTest, OdbcStyleStringsWithExtendedPropertiesConnect) {
+  auto& server = MariaDbServer::Shared();
+  auto cn = Connection::Create();
+  cn->Open(
+      "Provider=MSDASQL;Extended Properties=\"DRIVER={MySQL ODBC 3.51 "
+      "Driver};SERVER=127.0.0.1;PORT=" +
+      std::to_string(server.Port()) + ";DATABASE=" + database_ + ";UID=root;PWD=;OPTION=18475\"");
+  EXPECT_EQ(cn->DefaultDatabase(), database_);
+  EXPECT_EQ(FailureOf([&] { cn->Execute("SELECT * FROM nowhere"); }), dberr::kNoSuchTable);
+}
+
+TEST(MariaDbDriver, RefusedConnectionIsANumberedFailure) {
+  auto cn = Connection::Create();
+  EXPECT_EQ(FailureOf([&] { cn->Open("Provider=MySQLProv;Server=127.0.0.1;Port=1;User ID=x"); }),
+            dberr::kProvider);
+}
+
+}  // namespace
+}  // namespace gw::db
