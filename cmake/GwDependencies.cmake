@@ -12,6 +12,8 @@ pkg_check_modules(PCRE2 REQUIRED IMPORTED_TARGET libpcre2-8)
 pkg_check_modules(SODIUM REQUIRED IMPORTED_TARGET libsodium)
 pkg_check_modules(UCHARDET REQUIRED IMPORTED_TARGET uchardet)
 pkg_check_modules(MARIADB REQUIRED IMPORTED_TARGET libmariadb)
+pkg_check_modules(XLSXWRITER REQUIRED IMPORTED_TARGET xlsxwriter)
+find_package(libzip REQUIRED)
 
 if(GW_BUILD_TESTS)
   find_package(GTest REQUIRED)

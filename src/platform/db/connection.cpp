@@ -46,12 +46,17 @@ std::unique_ptr<Driver> MakeSqliteDriver(const ConnectionProperties& props);
 bool SqliteAccepts(const ConnectionProperties& props);
 std::unique_ptr<Driver> MakeMariaDbDriver(const ConnectionProperties& props);
 bool MariaDbAccepts(const ConnectionProperties& props);
+std::unique_ptr<Driver> MakeXlsxDriver(const ConnectionProperties& props);
+bool XlsxAccepts(const ConnectionProperties& props);
+bool JetAccessAccepts(const ConnectionProperties& props);
 
 namespace {
 void RegisterBuiltins() {
   auto& reg = Registry();
   // Asked last to first: a string for SQLite that happens to mention MySQL in a path stays SQLite.
   reg.insert(reg.begin(), {Registration{"MariaDB", MariaDbAccepts, MakeMariaDbDriver},
+                           Registration{"Access", JetAccessAccepts, MakeSqliteDriver},
+                           Registration{"Excel", XlsxAccepts, MakeXlsxDriver},
                            Registration{"SQLite", SqliteAccepts, MakeSqliteDriver}});
 }
 }  // namespace
