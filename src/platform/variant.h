@@ -16,11 +16,16 @@
 
 namespace gw {
 
+struct PropertyTable;
+
 class Object : public std::enable_shared_from_this<Object> {
  public:
   virtual ~Object() = default;
   // The class name as a host would see it ("Recordset", "Entity").
   virtual std::string TypeName() const { return "Object"; }
+  // The class's public properties in the order of its interface (see property_table.h), or
+  // nullptr for a class that offers none.
+  virtual const PropertyTable* GetPropertyTable() const { return nullptr; }
 };
 
 using ObjectPtr = std::shared_ptr<Object>;
