@@ -1,0 +1,27 @@
+// Turning a document's bytes into UTF-8 text.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace gw {
+
+struct DecodedText {
+  std::string text;     // UTF-8
+  std::string charset;  // the character set the bytes were read in ("UTF-8", "windows-1252", ...)
+};
+
+// Decodes a document's bytes. The character set is, in this order: a byte-order mark; the
+// `declared` one (for example from a Content-Type header); one the document declares itself
+// (<meta charset>, <meta http-equiv="Content-Type" content="...; charset=...">, or an XML
+// declaration's encoding) in its first 4 KB; UTF-8 when the bytes are valid UTF-8; otherwise what
+// a statistical detector finds. "ISO-8859-1" and "US-ASCII" are read as windows-1252, their
+// superset, as browsers do. A declared set that the bytes contradict (declared UTF-8, invalid
+// UTF-8) or that is unknown is passed over. Bytes that cannot be converted become U+FFFD; the
+// result is always valid UTF-8.
+DecodedText DecodeToUtf8(std::string_view bytes, std::string_view declared = {});
+
+// The charset named in a Content-Type value ("text/html; charset=Shift_JIS"), or "".
+std::string CharsetFromContentType(std::string_view content_type);
+
+}  // namespace gw

@@ -1,0 +1,85 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "platform/charset.h"
+#include "platform/error.h"
+#include "platform/event_loop.h"
+#include "platform/process.h"
+#include "support/test_support.h"
+
+namespace gw {
+namespace {
+
+TEST(DecodeToUtf8, PicksTheCharacterSetInOrder) {
+  struct Case {
+    const char* what;
+    std::string bytes;
+    std::string declared;
+    std::string want_text;
+    std::string want_charset;
+  };
+  const Case cases[] = {
+      {"plain UTF-8", "caf\xC3\xA9", "", "caf\xC3\xA9", "UTF-8"},
+      {"BOM wins over a header",
+       "\xEF\xBB\xBF"
+       "a\xC3\xA9",
+       "windows-1252", "a\xC3\xA9", "UTF-8"},
+      {"Latin-1 header read as windows-1252", "\x93quoted\x94 \xE9", "ISO-8859-1",
+       "\xE2\x80\x9Cquoted\xE2\x80\x9D \xC3\xA9", "windows-1252"},
+      {"meta charset", "<meta charset=\"windows-1251\">\xCF\xF0\xE8", "",
+       "<meta charset=\"windows-1251\">\xD0\x9F\xD1\x80\xD0\xB8", "windows-1251"},
+      {"http-equiv meta",
+       "<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=iso-8859-2\">\xB1", "",
+       "<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=iso-8859-2\">\xC4\x85",
+       "iso-8859-2"},
+      {"declared UTF-8 contradicted by the bytes",
+       "caf\xE9 cr\xE8me br\xFB"
+       "l\xE9"
+       "e",
+       "utf-8",
+       "caf\xC3\xA9 cr\xC3\xA8me br\xC3\xBB"
+       "l\xC3\xA9"
+       "e",
+       "windows-1252"},
+      {"unknown declared set passed over", "abc", "no-such-charset", "abc", "UTF-8"},
+      {"UTF-16 with BOM", std::string("\xFF\xFEh\0i\0", 6), "", "hi", "UTF-16LE"},
+      {"empty", "", "", "", "UTF-8"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    const DecodedText d = DecodeToUtf8(c.bytes, c.declared);
+    EXPECT_EQ(d.text, c.want_text);
+    EXPECT_EQ(d.charset, c.want_charset);
+  }
+  EXPECT_EQ(CharsetFromContentType("text/html; Charset=\"Shift_JIS\""), "Shift_JIS");
+  EXPECT_EQ(CharsetFromContentType("text/html"), "");
+}
+
+TEST(ChildProcess, PollingSeesTheEndWithoutBlocking) {
+  gw::testing::TempDir dir;
+  auto p =
+      ChildProcess::StartCommandLine("sleep 0.2; echo done > out.txt; exit 3", dir.Path().string());
+  EXPECT_TRUE(p->IsRunning());
+  int rounds = 0;
+  const bool ended = EventLoop::Current().RunUntil(
+      [&] {
+        ++rounds;
+        return !p->IsRunning();
+      },
+      std::chrono::seconds(10), std::chrono::milliseconds(20));
+  EXPECT_TRUE(ended);
+  EXPECT_GT(rounds, 2);  // the loop kept turning while the process ran
+  EXPECT_EQ(p->ExitCode(), 3);
+  EXPECT_EQ(gw::testing::ReadFile(dir / "out.txt"), "done\n");
+}
+
+TEST(ChildProcess, KilledProcessReportsTheSignal) {
+  auto p = ChildProcess::Start({"sleep", "30"});
+  p->Kill(true);
+  EXPECT_EQ(p->Wait(), 128 + 9);
+  EXPECT_THROW(ChildProcess::Start({"/no/such/program"}), Error);
+}
+
+}  // namespace
+}  // namespace gw
