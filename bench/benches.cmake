@@ -1,2 +1,3 @@
 # One line per benchmark program: gw_add_bench(<name> DEPS <libraries>)
 gw_add_bench(text_bench DEPS gw_platform)
+gw_add_bench(c_string_bench DEPS gw_text)
