@@ -78,13 +78,15 @@ MariaDbServer::MariaDbServer() {
 
   std::vector<std::string> install = {Find("mariadb-install-db", {"/usr/bin", "/usr/sbin"}),
                                       "--no-defaults", "--datadir=" + dir_ + "/data",
-                                      "--auth-root-authentication-method=normal", "--skip-test-db"};
+                                      "--auth-root-authentication-method=normal", "--skip-test-db",
+                                      // Servers of parallel test programs must not share /tmp.
+                                      "--tmpdir=" + dir_};
   if (root) install.push_back("--user=root");
   const int ipid = Spawn(install, log);
   int status = 0;
   ::waitpid(ipid, &status, 0);
   if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-    throw std::runtime_error("mariadb-install-db failed; see " + log);
+    throw std::runtime_error("mariadb-install-db failed; see " + log);  // the folder is kept
   }
 
   std::vector<std::string> server = {Find("mariadbd", {"/usr/sbin", "/usr/bin"}),
@@ -98,6 +100,7 @@ MariaDbServer::MariaDbServer() {
                                      "--innodb-buffer-pool-size=32M",
                                      "--innodb-log-file-size=8M",
                                      "--skip-log-bin",
+                                     "--tmpdir=" + dir_,
                                      "--log-error=" + dir_ + "/error.log"};
   if (root) server.push_back("--user=root");
   pid_ = Spawn(server, log);
