@@ -1,0 +1,84 @@
+// What one dataset did on one document: how often its initialization string occurred, how many
+// rows it wrote, how many of its fields failed, and the order numbers that custom columns record.
+//
+// The counters change only through the operations below, which the extraction engine calls while
+// it cuts rows. Saving the counts and turning them into success codes needs the rules store and
+// is not part of this library yet.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "engine/meta/meta_field.h"
+#include "platform/collection.h"
+
+namespace gw {
+
+class MetaDoc;
+
+class MetaEntity : public Object {
+ public:
+  static std::shared_ptr<MetaEntity> Create(std::string entity_id = {});
+  std::string TypeName() const override { return "MetaEntity"; }
+
+  // ExtractCount / OccurCount x 100, held at 100; 100 when nothing occurred.
+  float ExtractionPct() const;
+  // The document this dataset counts for; null until `MetaEntities.Add` sets it.
+  std::shared_ptr<MetaDoc> GetMetaDoc() const { return meta_doc_.lock(); }
+  void SetMetaDoc(const std::shared_ptr<MetaDoc>& doc) { meta_doc_ = doc; }
+  long ParentOnPageOrder() const { return parent_on_page_order_; }
+  void SetParentOnPageOrder(long order) { parent_on_page_order_ = order; }
+  long TotalErrorCount() const { return total_error_count_; }
+  // TotalErrorCount / ExtractCount; 0 when no row was written.
+  float AvgErrorsPerExtraction() const;
+  long OccurCount() const { return occur_count_; }
+  void SetOccurCount(long count) { occur_count_ = count; }
+  long ExtractCount() const { return extract_count_; }
+  // Sum of success coefficients / ExtractCount; 0 when no row was written.
+  float AvgSuccessCoefficient() const;
+  const std::string& EntityId() const { return entity_id_; }
+  void SetEntityId(std::string id) { entity_id_ = std::move(id); }
+  // The on-page order counter: rows of this dataset so far on the document.
+  long OnPageOrder() const { return on_page_order_; }
+
+  // ---- inside the library ----
+  void IncrementExtractCount() { ++extract_count_; }
+  void IncrementOnPageOrder() { ++on_page_order_; }
+  void ResetOnPageOrder() { on_page_order_ = 0; }
+  void IncrementErrorCount() { ++total_error_count_; }
+  void IncrementSuccessCoeffSum(double coefficient) { success_coeff_sum_ += coefficient; }
+
+  // Fills the `Value` of each field from this run, by its `MetadataClassMember`. A member whose
+  // owner (the document, its step, the step's package) is not there takes the field's
+  // `DefaultValue`; a member that is not known leaves the value alone.
+  void GetMetaFieldValues(MetaFields& fields) const;
+
+ private:
+  std::string entity_id_;
+  long occur_count_ = 0;
+  long extract_count_ = 0;
+  long total_error_count_ = 0;
+  long parent_on_page_order_ = 0;
+  long on_page_order_ = 0;
+  double success_coeff_sum_ = 0;
+  std::weak_ptr<MetaDoc> meta_doc_;
+};
+
+using MetaEntityPtr = std::shared_ptr<MetaEntity>;
+
+// The datasets of one document, keyed by `EntityId`.
+class MetaEntities {
+ public:
+  // Adds under the entity's id and sets its document. Fails with 457 when that id is there.
+  MetaEntityPtr Add(MetaEntityPtr meta_entity, const std::shared_ptr<MetaDoc>& meta_doc);
+  MetaEntityPtr Item(const IndexKey& index_key) const { return items_.Item(index_key); }
+  long Count() const { return items_.Count(); }
+  void Remove(const IndexKey& index_key) { items_.Remove(index_key); }
+  auto begin() const { return items_.begin(); }
+  auto end() const { return items_.end(); }
+
+ private:
+  Collection<MetaEntityPtr> items_;
+};
+
+}  // namespace gw
