@@ -1,0 +1,236 @@
+#include "extraction/attrib.h"
+
+#include "extraction/data_page.h"
+#include "extraction/entity.h"
+#include "extraction/failures.h"
+#include "extraction/internal.h"
+#include "extraction/text_search.h"
+
+namespace gw {
+
+using extraction_internal::ThrowRulesStoreUnavailable;
+
+std::string JoinColumnType(std::string_view column_type, std::string_view parameter) {
+  std::string stored(column_type);
+  stored += " , ";
+  stored += parameter;
+  return stored;
+}
+
+ColumnTypeParts SplitColumnType(std::string_view stored) {
+  ColumnTypeParts parts;
+  const std::size_t comma = stored.find(',');
+  if (comma == std::string_view::npos) {
+    parts.column_type = std::string(text::TrimSpaces(stored));
+    return parts;
+  }
+  parts.column_type = std::string(text::TrimSpaces(stored.substr(0, comma)));
+  parts.parameter = std::string(text::TrimSpaces(stored.substr(comma + 1)));
+  return parts;
+}
+
+// ---- Attrib ------------------------------------------------------------------------------------
+
+Attrib::Attrib() : id_(extraction_internal::NewId()) {}
+
+std::shared_ptr<Attrib> Attrib::Create() { return std::shared_ptr<Attrib>(new Attrib()); }
+
+std::string Attrib::Extract(std::string& SrcHTML, Status& status) {
+  std::string_view rest = SrcHTML;
+  const auto write_back = [&] {
+    if (rest.size() != SrcHTML.size()) SrcHTML.erase(0, SrcHTML.size() - rest.size());
+  };
+  try {
+    std::string value = Extract(rest, status);
+    write_back();
+    return value;
+  } catch (...) {
+    write_back();
+    throw;
+  }
+}
+
+std::string Attrib::Extract(std::string_view& SrcHTML, Status& status) {
+  status.Clear();
+  return ReportAs("Attrib.Extract(SrcHTML)", [&]() -> std::string {
+    const std::size_t start = FindIn(start_tag_, SrcHTML);
+    if (start == text::npos) {
+      RaiseParserAction(TokenTypeEnum::FieldStartTagNotFound, -1, StartTag(), {},
+                        "Could not find the field start tag.");
+      status = Status(exerr::kStartTagMissing, "Attrib.Extract",
+                      "Start Tag " + StartTag() + " Does not exist in SrcHTML.");
+      return {};
+    }
+    RaiseParserAction(TokenTypeEnum::FieldStartTag, static_cast<long>(start + 1), StartTag(),
+                      SrcHTML, "Found field start tag.");
+    const std::size_t value_start = start + StartTag().size();
+    const std::size_t end = FindIn(end_tag_, SrcHTML, value_start);
+    if (end == text::npos) {
+      RaiseParserAction(TokenTypeEnum::FieldEndTagNotFound, -1, EndTag(), {},
+                        "Could not find the field end tag.");
+      status = Status(exerr::kEndTagMissing, "Attrib.Extract",
+                      "End Tag " + EndTag() + " Does not exist in SrcHTML.");
+      return {};
+    }
+    RaiseParserAction(TokenTypeEnum::FieldEndTag, static_cast<long>(end + 1), EndTag(), {},
+                      "Found field end tag.");
+    const std::string_view raw = SrcHTML.substr(value_start, end - value_start);
+    RaiseParserAction(TokenTypeEnum::FieldValue, static_cast<long>(value_start + 1), raw, {},
+                      "Extracted field value from between the start and end tags.");
+    // The end tag stays: it may be (part of) the next field's start tag.
+    SrcHTML.remove_prefix(end);
+    std::string value = FilterAsColumnType(raw);
+    RaiseParserAction(TokenTypeEnum::FilteredFieldValue, static_cast<long>(value_start + 1), value,
+                      {}, "Applied any applicable cleansing filters to the field value.");
+    SetExtraction(value);
+    return value;
+  });
+}
+
+void Attrib::RaiseParserAction(TokenTypeEnum type, long start_index, std::string_view value,
+                               std::string_view source, std::string_view message) {
+  OnParserAction.Emit(column_name_, type, start_index, value, source, message);
+  if (relay_) relay_->RelayFieldAction(column_name_, type, start_index, value, source, message);
+}
+
+std::string Attrib::FilterAsColumnType(std::string_view rawText) {
+  if (filter_ == ColumnFilter::Raw) return std::string(rawText);
+  return ReportAs("Attrib.FilterAsColumnType(rawText)", [&] {
+    if (filter_ != ColumnFilter::Url || !column_type_parameter_.empty()) {
+      return RunColumnFilter(filter_, rawText, column_type_parameter_);
+    }
+    // Links resolve against the document being extracted when the whole chain is there.
+    std::string base = column_type_parameter_;
+    if (const auto entity = EntityIfSet()) {
+      if (const auto page = entity->DataPageIfSet()) {
+        if (const auto& doc = page->Doc()) base = doc->SourceUri();
+      }
+    }
+    return RunColumnFilter(filter_, rawText, base);
+  });
+}
+
+bool Attrib::Save() { ThrowRulesStoreUnavailable("Attrib.Save"); }
+void Attrib::Delete() { ThrowRulesStoreUnavailable("Attrib.Delete"); }
+bool Attrib::Load(std::string_view) { ThrowRulesStoreUnavailable("Attrib.Load"); }
+
+std::shared_ptr<Entity> Attrib::EntityIfSet() const {
+  if (auto e = entity_.lock()) return e;
+  return own_entity_;
+}
+
+std::shared_ptr<Entity> Attrib::GetEntity() {
+  if (auto e = EntityIfSet()) return e;
+  auto e = Entity::Create();
+  if (!entity_id_.empty()) {
+    e->Load(entity_id_);
+  } else {
+    entity_id_ = e->Id();
+  }
+  own_entity_ = e;
+  return e;
+}
+
+void Attrib::SetEntity(const std::shared_ptr<Entity>& entity) {
+  entity_ = entity;
+  own_entity_.reset();
+  is_dirty_ = true;
+}
+
+void Attrib::SetIsPK(bool value) {
+  if (value && !is_pk_) {
+    const auto entity = GetEntity();
+    if (const auto current = entity->PKAttribute(); current && current.get() != this) {
+      current->SetIsPK(false);
+    }
+    if (entity->IsPKSurrogate()) entity->SetIsPKSurrogate(false);
+    entity->SetPKColumn(column_name_);
+  }
+  is_pk_ = value;
+  is_dirty_ = true;
+}
+
+void Attrib::SetColumnType(std::string value) {
+  filter_ = ColumnFilterOf(value);
+  column_type_ = std::move(value);
+  is_dirty_ = true;
+}
+
+void Attrib::SetColumnTypeParameter(std::string value) {
+  column_type_parameter_ = std::move(value);
+  is_dirty_ = true;
+}
+
+void Attrib::SetColumnSize(std::int32_t value) {
+  column_size_ = value;
+  is_dirty_ = true;
+}
+
+void Attrib::SetStep(std::int16_t value) {
+  step_ = value;
+  is_dirty_ = true;
+}
+
+void Attrib::SetStartTag(std::string_view value) {
+  start_tag_ = text::NoCaseSearcher(value);
+  is_dirty_ = true;
+}
+
+void Attrib::SetEndTag(std::string_view value) {
+  end_tag_ = text::NoCaseSearcher(value);
+  is_dirty_ = true;
+}
+
+void Attrib::SetColumnName(std::string value) {
+  column_name_ = std::move(value);
+  is_dirty_ = true;
+}
+
+void Attrib::SetIsOptional(bool value) {
+  is_optional_ = value;
+  is_dirty_ = true;
+}
+
+void Attrib::SetEntityId(std::string value) {
+  entity_id_ = std::move(value);
+  is_dirty_ = true;
+}
+
+void Attrib::SetExtraction(std::string value) {
+  extraction_ = std::move(value);
+  is_dirty_ = true;
+}
+
+// ---- Attributes --------------------------------------------------------------------------------
+
+AttribPtr Attributes::Add(AttribPtr attrib, std::string_view sKey, std::optional<long> index) {
+  if (const auto entity = entity_.lock()) {
+    attrib->SetEntity(entity);
+    attrib->SetEntityId(entity->Id());
+  }
+  const long count = items_.Count();
+  if (count == 0 || !index) return items_.Add(std::move(attrib), sKey);
+  const long at = *index;
+  if (at > 1 && at < count) return items_.AddAfter(std::move(attrib), sKey, IndexKey(at - 1));
+  if (at > 1) return items_.AddAfter(std::move(attrib), sKey, IndexKey(count));
+  return items_.AddBefore(std::move(attrib), sKey, IndexKey(1));
+}
+
+AttribPtr Attributes::Item(const IndexKey& vntIndexKey) const {
+  const AttribPtr* found = items_.Find(vntIndexKey);
+  return found ? *found : nullptr;
+}
+
+void Attributes::Remove(const IndexKey& vntIndexKey) {
+  if (items_.TryRemove(vntIndexKey)) return;
+  const std::string id =
+      vntIndexKey.IsKey() ? vntIndexKey.Key() : std::to_string(vntIndexKey.Index());
+  for (long k = 1; k <= items_.Count(); ++k) {
+    if (items_.Item(k)->Id() == id) {
+      items_.Remove(k);
+      return;
+    }
+  }
+}
+
+}  // namespace gw

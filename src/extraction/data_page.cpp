@@ -1,0 +1,178 @@
+#include "extraction/data_page.h"
+
+#include "extraction/failures.h"
+#include "extraction/internal.h"
+#include "extraction/text_search.h"
+#include "platform/event_loop.h"
+
+namespace gw {
+
+using extraction_internal::ThrowRulesStoreUnavailable;
+
+namespace {
+
+constexpr std::string_view kExtractLogName =
+    "DataPage.Extract(SrcHTML,UseTmpTbls,StaticColumns,OverrideDBConnStr,UniqueTblPrefix)";
+
+// Re-raises a root dataset's events on the datapage while it cuts its row.
+class PageRelay {
+ public:
+  PageRelay(DataPage*& slot, DataPage* page) : slot_(slot) { slot_ = page; }
+  PageRelay(const PageRelay&) = delete;
+  PageRelay& operator=(const PageRelay&) = delete;
+  ~PageRelay() { slot_ = nullptr; }
+
+ private:
+  DataPage*& slot_;
+};
+
+}  // namespace
+
+DataPage::DataPage() : id_(extraction_internal::NewId()) {}
+
+DataPage::~DataPage() = default;
+
+std::shared_ptr<DataPage> DataPage::Create() {
+  std::shared_ptr<DataPage> page(new DataPage());
+  page->entities_.SetDataPage(page);
+  page->root_entities_.SetDataPage(page);
+  return page;
+}
+
+bool DataPage::Save() { ThrowRulesStoreUnavailable("DataPage.Save"); }
+bool DataPage::Load(std::string_view) { ThrowRulesStoreUnavailable("DataPage.Load"); }
+
+Entities& DataPage::GetEntities() {
+  if (is_stored_ && !entities_loaded_ && !id_.empty()) {
+    entities_loaded_ = true;
+    ThrowRulesStoreUnavailable("DataPage.Entities");
+  }
+  return entities_;
+}
+
+Entities& DataPage::RootEntities() {
+  if (is_stored_ && !roots_loaded_) {
+    roots_loaded_ = true;
+    ThrowRulesStoreUnavailable("DataPage.RootEntities");
+  }
+  return root_entities_;
+}
+
+void DataPage::SetDescription(Variant value) {
+  description_ = std::move(value);
+  is_dirty_ = true;
+}
+void DataPage::SetDisplayName(std::string value) {
+  display_name_ = std::move(value);
+  is_dirty_ = true;
+}
+void DataPage::SetDBName(std::string value) {
+  db_name_ = std::move(value);
+  is_dirty_ = true;
+}
+
+long DataPage::GetEntityPageOrder(std::string_view EntityId) const {
+  const long* count = extracted_entity_counts_.Find(EntityId);
+  return count ? *count : 0;
+}
+
+void DataPage::IncrementEntityPageOrder(std::string_view EntityId) {
+  extracted_entity_counts_.Item(EntityId) += 1;
+}
+
+void DataPage::SetExtractedEntityCounts(Dictionary<long> counts) {
+  extracted_entity_counts_ = std::move(counts);
+}
+
+std::shared_ptr<db::Recordset> DataPage::Extract(
+    std::string& SrcHTML, bool UseTmpTbls, const std::shared_ptr<db::Recordset>& StaticColumns,
+    std::string_view OverrideDBConnStr, std::string_view UniqueTblPrefix) {
+  // The page is moved in and every dataset cuts views into it; what is left is moved back out.
+  std::string page = std::move(SrcHTML);
+  std::string_view rest = page;
+  const auto write_back = [&] {
+    page.erase(0, page.size() - rest.size());
+    SrcHTML = std::move(page);
+  };
+  try {
+    ReportAs(kExtractLogName, [&] {
+      extracted_entity_counts_ = Dictionary<long>();
+      OnExtractionBegin.Emit();
+      bool cancel = false;
+      OnStatusChange.Emit("Extracting " + (doc_ ? doc_->SourceUri() : display_name_), cancel);
+      if (cancel) return;
+
+      Entities& roots = RootEntities();
+      const MetaDocPtr meta = doc_ ? doc_->Metadata() : nullptr;
+      if (meta) {
+        meta->SetExtractionStart(DateTime::Now());
+        roots.InitMetadata(meta);
+      }
+      const PageScan scan = PageScan::Begin(page, row_sink_ ? row_sink_.get() : &DefaultRowSink());
+      const long progress_max = roots.GetOccurCounts(rest);
+      long position = 0;
+      EntityPtr next = roots.FirstInStr(rest, position, &scan);
+      while (next) {
+        DoEvents();
+        const std::size_t before = rest.size();
+        long after = 0;
+        {
+          PageRelay relay(next->relay_page_, this);
+          next->ExtractRow(scan, rest, UseTmpTbls, OverrideDBConnStr, UniqueTblPrefix, 0, &after);
+        }
+        // Progress guard: a dataset that consumed nothing loses the first character of its
+        // occurrence, so the next pass cannot find it again at the same place.
+        if (rest.size() == before) rest = DropFirstCharacter(rest, after);
+        if (StaticColumns) ApplyStaticColumns(*StaticColumns, *next);
+        if (const auto& row = next->Extraction()) row->SetActiveConnection(nullptr);
+        next = roots.FirstInStr(rest, position, &scan);
+        OnProgressChange.Emit(1, progress_max);
+        DoEvents();
+      }
+      if (meta) meta->SetExtractionComplete(DateTime::Now());
+      OnExtractionComplete.Emit();
+    });
+  } catch (...) {
+    write_back();
+    throw;
+  }
+  write_back();
+  return nullptr;
+}
+
+void DataPage::ApplyStaticColumns(db::Recordset& static_columns, Entity& entity) {
+  // Failures here do not unwind; the last one is kept.
+  try {
+    static_columns.RecordCount();
+  } catch (const Error&) {
+    return;
+  }
+  try {
+    // Every pass starts again at the first row, so the loop ends only when the row found is the
+    // recordset's last one (or none is found).
+    while (!static_columns.IsEOF()) {
+      static_columns.MoveFirst();
+      static_columns.Find("EntityId = " + entity.Id(), 0, db::SearchDirection::Forward);
+      if (static_columns.IsEOF() || static_columns.IsBOF()) continue;
+      const std::string column = static_columns["ColumnName"].Value().ToText();
+      try {
+        const auto& row = entity.Extraction();
+        if (!row) {
+          throw Error(errnum::kObjectNotSet, "DataPage.Extract",
+                      "Object variable or With block variable not set");
+        }
+        row->GetFields().Item(column).SetValue(static_columns["Value"].Value());
+      } catch (const Error& e) {
+        static_failure_ =
+            Status(exerr::kColumnRefused, "DataPage.Extract",
+                   "The Column specified by the Static Field " + column +
+                       " does not exist in the specified data store or " + e.Description());
+      }
+      static_columns.MoveNext();
+    }
+  } catch (const Error& e) {
+    static_failure_ = Status::FromError(e);
+  }
+}
+
+}  // namespace gw

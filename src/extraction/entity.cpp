@@ -1,0 +1,590 @@
+#include "extraction/entity.h"
+
+#include <cmath>
+
+#include "extraction/data_page.h"
+#include "extraction/failures.h"
+#include "extraction/internal.h"
+#include "platform/db/connection.h"
+#include "platform/event_loop.h"
+#include "platform/text.h"
+
+namespace gw {
+
+using extraction_internal::ThrowRulesStoreUnavailable;
+
+namespace {
+
+constexpr std::string_view kExtractLogName =
+    "Entity.Extract(SrcHTML,UseTmpTbls,OverrideConnStr,UniqueTblPrefix)";
+
+[[noreturn]] void ThrowObjectNotSet(std::string_view source) {
+  throw Error(errnum::kObjectNotSet, std::string(source),
+              "Object variable or With block variable not set");
+}
+
+// Links a dataset to the field that is cutting the real row, so that the field's events are
+// re-raised; the link ends with the object.
+class FieldRelay {
+ public:
+  FieldRelay() = default;
+  FieldRelay(const FieldRelay&) = delete;
+  FieldRelay& operator=(const FieldRelay&) = delete;
+  ~FieldRelay() { Detach(); }
+  void Attach(Attrib& field, Entity* entity, Entity*& slot) {
+    Detach();
+    field_ = &field;
+    slot = entity;
+    slot_ = &slot;
+  }
+  void Detach() {
+    if (slot_) *slot_ = nullptr;
+    slot_ = nullptr;
+    field_ = nullptr;
+  }
+
+ private:
+  Attrib* field_ = nullptr;
+  Entity** slot_ = nullptr;
+};
+
+// `a` is what is left of a row and `b` the text that followed the row: together they are one
+// stretch of the page.
+std::string_view Rejoin(std::string_view a, std::string_view b) {
+  return std::string_view(a.data(), a.size() + b.size());
+}
+
+}  // namespace
+
+// ---- Entities ----------------------------------------------------------------------------------
+
+std::shared_ptr<DataPage> Entities::GetDataPage() const {
+  if (auto page = page_.lock()) return page;
+  if (auto parent = parent_.lock()) return parent->DataPageIfSet();
+  return nullptr;
+}
+
+EntityPtr Entities::Add(EntityPtr entity, std::string_view sKey) {
+  if (auto parent = parent_.lock()) entity->SetParentEntity(parent);
+  if (auto page = GetDataPage()) entity->SetDataPage(page);
+  return items_.Add(std::move(entity), sKey);
+}
+
+long Entities::GetOccurCounts(std::string_view SrcText) {
+  long sum = 0;
+  for (const EntityPtr& e : items_) {
+    const MetaEntityPtr meta = e->Metadata();
+    meta->SetOccurCount(e->GetOccurCount(SrcText));
+    sum += meta->OccurCount();
+  }
+  return sum;
+}
+
+EntityPtr Entities::FirstInStr(std::string_view SrcHTML, long& position,
+                               const PageScan* scan) const {
+  EntityPtr first;
+  std::size_t first_hit = text::npos;
+  for (const EntityPtr& e : items_) {
+    const std::size_t hit = e->init_finder_.Find(scan, SrcHTML);
+    if (hit != text::npos && (first_hit == text::npos || hit < first_hit)) {
+      first = e;
+      first_hit = hit;
+    }
+  }
+  position = first ? static_cast<long>(first_hit + 1) : 0;
+  return first;
+}
+
+void Entities::ResetMetadata() {
+  for (const EntityPtr& e : items_) e->SetMetadata(nullptr);
+}
+
+void Entities::InitMetadata(const MetaDocPtr& prmMetaDoc) {
+  ResetMetadata();
+  for (const EntityPtr& e : items_) {
+    if (!prmMetaDoc) ThrowObjectNotSet("Entities.InitMetadata");
+    MetaEntities& registered = prmMetaDoc->GetMetaEntities();
+    try {
+      registered.Add(e->Metadata(), prmMetaDoc);
+    } catch (const Error& err) {
+      if (err.Number() != errnum::kDuplicateKey) throw;
+      // Seen again on this document: the new counters replace the old ones.
+      registered.Remove(e->Id());
+      registered.Add(e->Metadata(), prmMetaDoc);
+    }
+  }
+}
+
+// ---- Entity: life --------------------------------------------------------------------------
+
+Entity::Entity() : id_(extraction_internal::NewId()), selected_meta_fields_(MetaFields::Create()) {}
+
+Entity::~Entity() = default;
+
+EntityPtr Entity::Create() {
+  EntityPtr e(new Entity());
+  e->attributes_.SetEntity(e);
+  e->all_children_.SetParentEntity(e);
+  e->children_on_page_.SetParentEntity(e);
+  return e;
+}
+
+bool Entity::Save() { ThrowRulesStoreUnavailable("Entity.Save"); }
+bool Entity::Load(std::string_view) { ThrowRulesStoreUnavailable("Entity.Load"); }
+void Entity::Delete() { ThrowRulesStoreUnavailable("Entity.Delete"); }
+
+std::shared_ptr<db::Recordset> Entity::CustomColumns() {
+  return selected_meta_fields_->GetCustomColsRecordset();
+}
+
+MetaEntityPtr Entity::Metadata() {
+  if (!metadata_) metadata_ = MetaEntity::Create(id_);
+  return metadata_;
+}
+
+Attributes& Entity::GetAttributes() {
+  if (is_stored_ && !attributes_loaded_) {
+    attributes_loaded_ = true;
+    ThrowRulesStoreUnavailable("Entity.Attributes");
+  }
+  return attributes_;
+}
+
+Entities& Entity::AllChildren() {
+  if (is_stored_ && !children_loaded_) {
+    children_loaded_ = true;
+    ThrowRulesStoreUnavailable("Entity.AllChildren");
+  }
+  return all_children_;
+}
+
+Entities& Entity::ChildrenOnPage() {
+  if (is_stored_ && !children_loaded_) {
+    children_loaded_ = true;
+    ThrowRulesStoreUnavailable("Entity.ChildrenOnPage");
+  }
+  return children_on_page_;
+}
+
+std::string Entity::DataProviderName() const {
+  if (db_conn_str_.empty()) return {};
+  auto cn = db::Connection::Create();
+  cn->SetConnectionString(db_conn_str_);
+  return cn->Provider();
+}
+
+AttribPtr Entity::PKAttribute() {
+  for (const AttribPtr& a : GetAttributes()) {
+    if (a->IsPK()) return a;
+  }
+  return nullptr;
+}
+
+std::shared_ptr<DataPage> Entity::DataPageIfSet() const {
+  if (auto page = page_.lock()) return page;
+  return own_page_;
+}
+
+std::shared_ptr<DataPage> Entity::GetDataPage() {
+  if (auto page = DataPageIfSet()) return page;
+  auto page = DataPage::Create();
+  if (!datapage_id_.empty()) {
+    page->Load(datapage_id_);
+  } else {
+    datapage_id_ = page->Id();
+  }
+  own_page_ = page;
+  return page;
+}
+
+void Entity::SetDataPage(const std::shared_ptr<DataPage>& page) {
+  page_ = page;
+  own_page_.reset();
+  if (page) datapage_id_ = page->Id();
+  is_dirty_ = true;
+}
+
+EntityPtr Entity::ParentEntity() {
+  if (auto parent = parent_.lock()) return parent;
+  if (own_parent_) return own_parent_;
+  if (parent_entity_id_.empty()) return nullptr;
+  auto parent = Entity::Create();
+  parent->Load(parent_entity_id_);
+  own_parent_ = parent;
+  return parent;
+}
+
+void Entity::SetParentEntity(const EntityPtr& parent) {
+  parent_ = parent;
+  own_parent_.reset();
+  if (parent) parent_entity_id_ = parent->Id();
+  is_dirty_ = true;
+}
+
+void Entity::SetIsPKSurrogate(bool value) {
+  if (value) {
+    if (const AttribPtr key = PKAttribute()) key->SetIsPK(false);
+  }
+  is_pk_surrogate_ = value;
+  is_dirty_ = true;
+}
+
+void Entity::SetOnPageOrder(std::int16_t value) {
+  on_page_order_ = value;
+  is_dirty_ = true;
+}
+void Entity::SetEntityName(std::string value) {
+  entity_name_ = std::move(value);
+  is_dirty_ = true;
+}
+void Entity::SetDescription(std::string value) {
+  description_ = std::move(value);
+  is_dirty_ = true;
+}
+void Entity::SetInitString(std::string_view value) {
+  init_finder_.Reset(value);
+  is_dirty_ = true;
+}
+void Entity::SetPKColumn(std::string value) {
+  pk_column_ = std::move(value);
+  is_dirty_ = true;
+}
+void Entity::SetTableName(std::string value) {
+  table_name_ = std::move(value);
+  is_dirty_ = true;
+}
+void Entity::SetDBConnStr(std::string value) {
+  db_conn_str_ = std::move(value);
+  is_dirty_ = true;
+}
+void Entity::SetDatapageId(std::string value) {
+  datapage_id_ = std::move(value);
+  is_dirty_ = true;
+}
+void Entity::SetParentEntityID(std::string value) {
+  parent_entity_id_ = std::move(value);
+  is_dirty_ = true;
+}
+void Entity::SetSelectedMetaFields(MetaFieldsPtr fields) {
+  selected_meta_fields_ = fields ? std::move(fields) : MetaFields::Create();
+  is_dirty_ = true;
+}
+
+// ---- Entity: where a row begins and ends ------------------------------------------------------
+
+std::vector<long> Entity::GetEntStartingPoints(std::string_view SrcText, long MaxCount,
+                                               const PageScan* scan) const {
+  return init_finder_.StartingPoints(scan, SrcText, MaxCount);
+}
+
+std::string_view Entity::GetCurrentEntText(std::string_view SrcText, const PageScan* scan) const {
+  const std::vector<long> points = GetEntStartingPoints(SrcText, 2, scan);
+  if (points.size() < 2) return SrcText;
+  const auto first = static_cast<std::size_t>(points[0] - 1);
+  const auto second = static_cast<std::size_t>(points[1] - 1);
+  return SrcText.substr(first, second - first);
+}
+
+long Entity::GetOccurCount(std::string_view Text) const {
+  return GetFindCount(Text, init_finder_.Searcher(), -1);
+}
+
+// ---- Entity: skip maps ----------------------------------------------------------------------
+
+SkipMap Entity::GetBaseSkipMap() {
+  SkipMap base;
+  for (const AttribPtr& a : GetAttributes()) {
+    if (a->IsOptional()) base.push_back(SkipItem{a->Step(), false});
+  }
+  return base;
+}
+
+float Entity::CalcSuccessCoefficient(std::int32_t ErrCount, std::int32_t MinFailedStep) {
+  return gw::CalcSuccessCoefficient(ErrCount, MinFailedStep,
+                                    static_cast<std::int32_t>(GetAttributes().Count()));
+}
+
+float Entity::TrySkipMap(const SkipMap& skip_map, std::string_view SrcText) {
+  try {
+    std::string_view rest = SrcText;
+    const std::size_t p = init_finder_.Find(nullptr, rest);
+    if (p != text::npos) rest.remove_prefix(p);
+    std::int32_t err_count = 0;
+    std::int32_t min_failed_step = 0;
+    Status status;
+    for (const AttribPtr& field : GetAttributes()) {
+      if (IsSkipStep(field->Step(), skip_map)) continue;
+      field->Extract(rest, status);
+      if (!status.Ok()) {
+        ++err_count;
+        if (min_failed_step == 0 || min_failed_step > field->Step()) {
+          min_failed_step = field->Step();
+        }
+      }
+    }
+    return CalcSuccessCoefficient(err_count, min_failed_step);
+  } catch (const Error&) {
+    return kFailedTrialCoefficient;
+  }
+}
+
+SkipMap Entity::FindBestSkipMap(std::string_view SrcText, float& Coefficient,
+                                const PageScan* scan) {
+  const std::string_view row = GetCurrentEntText(SrcText, scan);
+  SkipMap base = GetBaseSkipMap();
+  // The number of combinations must fit a 32-bit integer.
+  if (base.size() >= 31) throw Error(errnum::kOverflow, "Entity.FindBestSkipMap", "Overflow");
+  const std::int32_t combinations = std::int32_t{1} << base.size();
+  float best = -1;
+  SkipMap best_map;
+  for (std::int32_t bit_map = 0; bit_map < combinations; ++bit_map) {
+    GetSkipMap(bit_map, base);
+    const float c = TrySkipMap(base, row);
+    // Only a strictly better score replaces the best: ties go to the lowest bit pattern.
+    if (best == -1 || c < best) {
+      best = c;
+      best_map = base;
+    }
+    if (best == 0) break;
+  }
+  Coefficient = best;
+  return best_map;
+}
+
+// ---- Entity: cutting a row -----------------------------------------------------------------
+
+void Entity::RaiseParserAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
+                               std::string_view value, std::string_view source,
+                               std::string_view message) {
+  OnParserAction.Emit(entity_name_, attrib_name, type, start_index, value, source, message);
+  if (relay_page_) {
+    relay_page_->OnParserAction.Emit(entity_name_, attrib_name, type, start_index, value, source,
+                                     message);
+  }
+}
+
+std::shared_ptr<db::Recordset> Entity::Extract(std::string& SrcHTML, bool UseTmpTbls,
+                                               std::string_view OverrideConnStr,
+                                               std::string_view UniqueTblPrefix,
+                                               long ParentOrderOnPage,
+                                               long* SrcLengthAfterFindingInitString) {
+  // The text is moved in and cut as views into it; what is left is moved back out.
+  std::string page = std::move(SrcHTML);
+  std::string_view rest = page;
+  const auto write_back = [&] {
+    page.erase(0, page.size() - rest.size());
+    SrcHTML = std::move(page);
+  };
+  RowSink* sink = &DefaultRowSink();
+  if (const auto dp = DataPageIfSet(); dp && dp->GetRowSink()) sink = dp->GetRowSink().get();
+  const PageScan scan = PageScan::Begin(page, sink);
+  try {
+    ExtractRow(scan, rest, UseTmpTbls, OverrideConnStr, UniqueTblPrefix, ParentOrderOnPage,
+               SrcLengthAfterFindingInitString);
+  } catch (...) {
+    write_back();
+    throw;
+  }
+  write_back();
+  return nullptr;
+}
+
+void Entity::ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool UseTmpTbls,
+                        std::string_view OverrideConnStr, std::string_view UniqueTblPrefix,
+                        long ParentOrderOnPage, long* SrcLengthAfterFindingInitString) {
+  // `text` is what the row hands back. Until the text is taken it is empty, so a fault before
+  // that leaves nothing of `SrcHTML`.
+  std::string_view text = SrcHTML.substr(SrcHTML.size());
+  std::unique_ptr<SinkRow> row;
+  FieldRelay relay;
+  pending_.Clear();
+  try {
+    const bool overridden = !OverrideConnStr.empty();
+    std::string cn_str(overridden ? OverrideConnStr : std::string_view(db_conn_str_));
+    if (cn_str.empty()) {
+      throw Error(exerr::kNoConnectionString, "Entity.Extract",
+                  "Connection string not specified, or invalid connection string");
+    }
+    std::string table =
+        UniqueTblPrefix.empty() ? table_name_ : std::string(UniqueTblPrefix) + table_name_;
+    const std::shared_ptr<DataPage> page = GetDataPage();
+    if (UseTmpTbls) {
+      table = "##" + table;
+    } else if (!page->DBName().empty()) {
+      cn_str = extraction_internal::ChangeDefaultDB(cn_str, page->DBName());
+    }
+    if (text::FindNoCase(cn_str, "MySQL") != text::npos) {
+      cn_str = extraction_internal::ReformatMySQLCnStr(cn_str);
+    }
+
+    text = SrcHTML;
+    const std::size_t p = init_finder_.Find(&scan, text);
+    RaiseParserAction({}, TokenTypeEnum::EntityInit, p == text::npos ? 0 : static_cast<long>(p + 1),
+                      InitString(), text, "Found initialization string for row.");
+    if (p != text::npos) text.remove_prefix(p);
+    if (SrcLengthAfterFindingInitString) {
+      *SrcLengthAfterFindingInitString = static_cast<long>(text.size());
+    }
+
+    RowSink& sink = row_sink_ ? *row_sink_ : *scan.sink;
+    row = sink.OpenRow(cn_str, table);
+
+    page->IncrementEntityPageOrder(id_);
+    const MetaEntityPtr meta = Metadata();
+    meta->IncrementOnPageOrder();
+    if (ParentOrderOnPage > 0) meta->SetParentOnPageOrder(ParentOrderOnPage);
+
+    // Trials are silent: no field is linked while the skip map is searched.
+    relay.Detach();
+    float coefficient = 0;
+    const SkipMap skip_map = FindBestSkipMap(text, coefficient, &scan);
+
+    std::string_view row_text = GetCurrentEntText(text, &scan);
+    text.remove_prefix(row_text.size());
+
+    bool row_lost = false;
+    for (const AttribPtr& field : GetAttributes()) {
+      if (IsSkipStep(field->Step(), skip_map)) continue;
+      relay.Attach(*field, this, field->relay_);
+      Status failure;
+      try {
+        std::string value = field->Extract(row_text, failure);
+        const std::string& column = field->ColumnName();
+        if (field->ColumnSize() >= 0) {
+          // The target's column width cuts the value, not the field's own size.
+          const std::int32_t width = row->DefinedSize(column);
+          const std::string_view cut =
+              text::TruncateCodePoints(value, width < 0 ? 0 : static_cast<std::size_t>(width));
+          if (cut.size() < value.size()) value.resize(cut.size());
+        }
+        row->SetValue(column, Variant(std::move(value)));
+      } catch (const Error& e) {
+        failure = Status::FromError(e);
+      }
+      relay.Detach();
+      bool leave = false;
+      switch (failure.Number()) {
+        case 0:
+          break;
+        case exerr::kStartTagMissing:
+        case exerr::kEndTagMissing:
+          pending_ = failure;
+          meta->IncrementErrorCount();
+          break;
+        case errnum::kItemNotFound:
+          pending_ = Status(exerr::kColumnMismatch, "Entity.Extract",
+                            "The actual database column name and the expected column name do not "
+                            "match.  The expected column name is: " +
+                                field->ColumnName() +
+                                " Please ensure that a column with this name exists in the table " +
+                                table_name_ + " in the target database.  ");
+          meta->IncrementErrorCount();
+          row_lost = true;
+          break;
+        default:
+          pending_ = Status(exerr::kColumnRefused, "Entity.Extract",
+                            "During an extraction to the column " + field->ColumnName() +
+                                " an error occurred.  This may be because the start or end tag for "
+                                "the field is too short, the column size is too small or the "
+                                "column may not exist.",
+                            failure.HelpFile(), failure.HelpContext());
+          meta->IncrementErrorCount();
+          leave = true;
+          break;
+      }
+      if (row_lost || leave) break;
+      DoEvents();
+    }
+
+    // A missing column loses the row: no Update, no children, and its text stays consumed.
+    if (!row_lost) {
+      // What the fields left of the row goes back in front of the rest, so the children whose
+      // opening strings stand after the last field's end tag are still found.
+      text = Rejoin(row_text, text);
+      meta->GetMetaFieldValues(*selected_meta_fields_);
+      FillRSMetaFields(*row);
+      bool updated = true;
+      try {
+        row->Update();
+      } catch (const Error&) {
+        updated = false;
+        pending_ = Status(
+            exerr::kUpdateRefused, "Entity.Extract",
+            "Microsoft OLEDB raised a fairly generic error.  This usually means that the data "
+            "extracted exceeds the length of the database column.  Make sure that the column "
+            "length is set appropriately.  Also, the end tag may include dynamic or invalid data.  "
+            "Either adjust the End tag directly or reduce the Minimum tag length option.");
+      }
+      if (updated) {
+        extraction_ = row->Recordset();
+        ExtractChildEntities(scan, text, overridden, UseTmpTbls, cn_str, UniqueTblPrefix);
+        meta->IncrementExtractCount();
+      }
+    }
+    row->Close();
+    SrcHTML = text;
+  } catch (...) {
+    if (row) row->Close();
+    SrcHTML = text;
+    RethrowWithCallStack(kExtractLogName);
+  }
+}
+
+void Entity::ExtractChildEntities(const PageScan& scan, std::string_view& sSrcHTML, bool overridden,
+                                  bool UseTmpTbls, std::string_view CnStr,
+                                  std::string_view UniqueTblPrefix) {
+  const std::shared_ptr<DataPage> page = GetDataPage();
+  if (!page->Doc()) ThrowObjectNotSet("Entity.ExtractChildEntities");
+  Entities& children = ChildrenOnPage();
+  children.InitMetadata(page->Doc()->Metadata());
+  Entities& roots = page->RootEntities();
+
+  long child_pos = 0;
+  long root_pos = 0;
+  EntityPtr child = children.FirstInStr(sSrcHTML, child_pos, &scan);
+  roots.FirstInStr(sSrcHTML, root_pos, &scan);
+  // The next root row comes first: these children belong to it.
+  if (child_pos <= 0 || (root_pos > 0 && root_pos <= child_pos)) return;
+  while (child) {
+    const long order = page->GetEntityPageOrder(id_);
+    const std::size_t before = sSrcHTML.size();
+    long after = 0;
+    child->ExtractRow(scan, sSrcHTML, UseTmpTbls, overridden ? CnStr : std::string_view(),
+                      UniqueTblPrefix, order, &after);
+    // A child row that consumed nothing would be found again at the same place for ever: drop
+    // the first character of its occurrence, as the datapage does for root rows.
+    if (sSrcHTML.size() == before) sSrcHTML = DropFirstCharacter(sSrcHTML, after);
+    DoEvents();
+    roots.FirstInStr(sSrcHTML, root_pos, &scan);
+    child = children.FirstInStr(sSrcHTML, child_pos, &scan);
+    if (root_pos >= 1 && root_pos <= child_pos) break;
+    DoEvents();
+  }
+}
+
+bool Entity::IsFieldInRecordset(std::string_view FieldName, SinkRow& row) {
+  const long count = row.ColumnCount();
+  for (long k = 0; k < count; ++k) {
+    if (row.ColumnName(k) == FieldName) return true;
+  }
+  return false;
+}
+
+void Entity::FillRSMetaFields(SinkRow& row) {
+  for (const MetaFieldPtr& mf : *selected_meta_fields_) {
+    if (!IsFieldInRecordset(mf->ColumnName(), row)) continue;
+    const std::int32_t width = row.DefinedSize(mf->ColumnName());
+    if (width < 1) continue;
+    const Variant& value = mf->Value();
+    if (value.IsNull()) {
+      row.SetValue(mf->ColumnName(), value);
+      continue;
+    }
+    const std::string whole = value.ToText();
+    row.SetValue(
+        mf->ColumnName(),
+        Variant(std::string(text::TruncateCodePoints(whole, static_cast<std::size_t>(width)))));
+  }
+}
+
+}  // namespace gw

@@ -1,0 +1,266 @@
+// Datasets: one table of rows that a page yields.
+//
+// An `Entity` has an initialization string (`InitString`) whose every occurrence in a page opens a
+// row, and ordered fields (`Attributes`). One call of `Extract` cuts one row out of the text it is
+// given: the row runs from the initialization string to its next occurrence (or to the end of the
+// text); the best skip map decides which optional fields the row leaves out; the fields consume
+// the row's text one after the other; the row goes to the row sink; then the children on the page
+// take their rows from what follows, until the next root row begins. The text comes back as what
+// the row left.
+//
+// A row is written even if every field failed. It is lost only when a field's column is not in
+// the table (pending failure 0xAADF6878) or when the target refuses `Update` (0x86249EDD). Those
+// failures, and the fields' missing tags, do not unwind: they count as errors in `Metadata` and
+// the last one is kept in `PendingFailure`. Other faults (no connection string, a table that
+// cannot be opened, too many optional fields) unwind with the log name
+// "Entity.Extract(SrcHTML,UseTmpTbls,OverrideConnStr,UniqueTblPrefix)".
+//
+// Ownership: an entity holds its fields and children; its `DataPage` and `ParentEntity` are back
+// references that do not keep their owners alive, so the caller keeps the datapage alive while its
+// entities work. Build a tree top-down: add a root to its datapage's `RootEntities` before adding
+// children to the root's `ChildrenOnPage`, so that every child knows its datapage.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "engine/meta/meta_doc.h"
+#include "engine/meta/meta_entity.h"
+#include "engine/meta/meta_field.h"
+#include "extraction/attrib.h"
+#include "extraction/row_sink.h"
+#include "extraction/skip_map.h"
+#include "extraction/text_search.h"
+#include "extraction/token_type.h"
+#include "platform/collection.h"
+#include "platform/db/recordset.h"
+#include "platform/error.h"
+#include "platform/signal.h"
+
+namespace gw {
+
+class DataPage;
+class Entity;
+
+using EntityPtr = std::shared_ptr<Entity>;
+
+// A keyed collection of datasets, linked to the dataset whose children it holds and to a datapage.
+class Entities {
+ public:
+  // The number of occurrences of every dataset's initialization string in `SrcText`, each stored
+  // as that dataset's `Metadata.OccurCount`; the result is the sum of the stored counts.
+  long GetOccurCounts(std::string_view SrcText);
+  // Adds `entity` (under `sKey` when not empty). When the collection has a parent dataset, the
+  // entity's `ParentEntity` becomes it; when it has a datapage (its own, or its parent's), the
+  // entity's `DataPage` becomes that.
+  EntityPtr Add(EntityPtr entity, std::string_view sKey = {});
+  EntityPtr ParentEntity() const { return parent_.lock(); }
+  std::shared_ptr<DataPage> GetDataPage() const;
+  // Fails with 9 (position) or 5 (key) for an unknown item.
+  EntityPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
+  long Count() const { return items_.Count(); }
+  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
+  auto begin() const { return items_.begin(); }
+  auto end() const { return items_.end(); }
+
+  // ---- inside the library ----
+  // The dataset whose initialization string occurs first in `SrcHTML` (the earlier one in the
+  // collection on a tie) and its 1-based position; null and 0 when none occurs. `scan`, when
+  // given, is the page that `SrcHTML` is a view into.
+  EntityPtr FirstInStr(std::string_view SrcHTML, long& position,
+                       const PageScan* scan = nullptr) const;
+  // Clears every dataset's `Metadata`.
+  void ResetMetadata();
+  // `ResetMetadata`, then registers every dataset's (new) `Metadata` with `prmMetaDoc`, replacing
+  // a registration of the same id. Fails with 91 when there is a dataset and no document.
+  void InitMetadata(const MetaDocPtr& prmMetaDoc);
+  void SetParentEntity(const std::weak_ptr<Entity>& parent) { parent_ = parent; }
+  void SetDataPage(const std::weak_ptr<DataPage>& page) { page_ = page; }
+
+ private:
+  Collection<EntityPtr> items_;
+  std::weak_ptr<Entity> parent_;
+  std::weak_ptr<DataPage> page_;
+};
+
+class Entity : public Object {
+ public:
+  static EntityPtr Create();
+  ~Entity() override;
+  std::string TypeName() const override { return "Entity"; }
+
+  // Cuts one row out of `SrcHTML` and hands back what the row left (see the file comment).
+  // `OverrideConnStr` replaces `DBConnStr` when not empty; `UniqueTblPrefix` goes before the
+  // table name; `UseTmpTbls` addresses the temporary table "##" + table. `ParentOrderOnPage` above
+  // 0 is recorded in `Metadata`. `SrcLengthAfterFindingInitString` receives the length of the
+  // text from the row's initialization string on. The result is always null: the row is reached
+  // through `Extraction`. `SrcHTML` must not be changed by event handlers while this runs.
+  std::shared_ptr<db::Recordset> Extract(std::string& SrcHTML, bool UseTmpTbls,
+                                         std::string_view OverrideConnStr = {},
+                                         std::string_view UniqueTblPrefix = {},
+                                         long ParentOrderOnPage = 0,
+                                         long* SrcLengthAfterFindingInitString = nullptr);
+
+  bool Transform() { return true; }
+  bool DisownChild(const EntityPtr&) { return false; }
+  bool AdoptChild(const EntityPtr&) { return false; }
+  bool Unload() { return false; }
+  // Need the rules store (not available in this build yet: they fail with 0x80004001).
+  bool Save();
+  bool Load(std::string_view Id);
+  void Delete();
+
+  bool IsParentOnPage() const { return false; }
+  // An empty recordset with a column per selected metadata field.
+  std::shared_ptr<db::Recordset> CustomColumns();
+  // Run counters, made on first use with this dataset's id.
+  MetaEntityPtr Metadata();
+  Entities& AllChildren();
+  Entities& ChildrenOnPage();
+  Attributes& GetAttributes();
+  // The recordset of the last row that was written.
+  const std::shared_ptr<db::Recordset>& Extraction() const { return extraction_; }
+  // "" without a connection string; otherwise the provider the connection string names.
+  std::string DataProviderName() const;
+  // The first field that is the key, or null.
+  AttribPtr PKAttribute();
+  // The datapage. Without one, a new `DataPage` is made and kept (loaded by `DatapageId` when
+  // that is set, otherwise `DatapageId` takes its id).
+  std::shared_ptr<DataPage> GetDataPage();
+  const MetaFieldsPtr& SelectedMetaFields() const { return selected_meta_fields_; }
+  const std::string& Id() const { return id_; }
+  bool IsDirty() const { return is_dirty_; }
+
+  bool IsPKSurrogate() const { return is_pk_surrogate_; }
+  // Setting true first takes the key from the key field.
+  void SetIsPKSurrogate(bool value);
+  std::int16_t OnPageOrder() const { return on_page_order_; }
+  void SetOnPageOrder(std::int16_t value);
+  const std::string& EntityName() const { return entity_name_; }
+  void SetEntityName(std::string value);
+  const std::string& Description() const { return description_; }
+  void SetDescription(std::string value);
+  const std::string& InitString() const { return init_finder_.Needle(); }
+  void SetInitString(std::string_view value);
+  const std::string& PKColumn() const { return pk_column_; }
+  void SetPKColumn(std::string value);
+  const std::string& TableName() const { return table_name_; }
+  void SetTableName(std::string value);
+  const std::string& DBConnStr() const { return db_conn_str_; }
+  void SetDBConnStr(std::string value);
+  // The parent; loaded by `ParentEntityID` when it is set and no object is.
+  EntityPtr ParentEntity();
+  void SetParentEntity(const EntityPtr& parent);
+  const std::string& ParentEntityID() const { return parent_entity_id_; }
+  const std::string& DatapageId() const { return datapage_id_; }
+
+  // (EntityName, AttribName, TokenType, StartIndex, TokenValue, SourceText, message): raised for
+  // every row found (`EntityInit`, also at position 0), and re-raised for every event of the field
+  // that is cutting the real row (never for the trials of the skip-map search).
+  Signal<std::string_view, std::string_view, TokenTypeEnum, long, std::string_view,
+         std::string_view, std::string_view>
+      OnParserAction;
+
+  // Where this dataset's rows go. Unset, rows go to the datapage's sink, and without one to
+  // `DefaultRowSink()`.
+  void SetRowSink(std::shared_ptr<RowSink> sink) { row_sink_ = std::move(sink); }
+  const std::shared_ptr<RowSink>& GetRowSink() const { return row_sink_; }
+  // The failure the last row left pending (number 0 when none): a field's missing tag, a missing
+  // column, a refused value or a refused `Update`.
+  const Status& PendingFailure() const { return pending_; }
+
+  // ---- inside the library ----
+  // One row, on a view into the page that `scan` names: `SrcHTML` moves forward.
+  void ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool UseTmpTbls,
+                  std::string_view OverrideConnStr, std::string_view UniqueTblPrefix,
+                  long ParentOrderOnPage, long* SrcLengthAfterFindingInitString);
+  // Lets the children on the page take their rows from `sSrcHTML`, in page order, until the
+  // next root row begins.
+  void ExtractChildEntities(const PageScan& scan, std::string_view& sSrcHTML, bool overridden,
+                            bool UseTmpTbls, std::string_view CnStr,
+                            std::string_view UniqueTblPrefix);
+  // Writes the selected metadata fields into the row's columns of the same (case-sensitive)
+  // name, cut to the column's width; fields without a column are passed over.
+  void FillRSMetaFields(SinkRow& row);
+  static bool IsFieldInRecordset(std::string_view FieldName, SinkRow& row);
+  // The 1-based positions of `InitString` in `SrcText`, overlapping ones included; at most
+  // `MaxCount` when that is above 0.
+  std::vector<long> GetEntStartingPoints(std::string_view SrcText, long MaxCount,
+                                         const PageScan* scan = nullptr) const;
+  // The text of the current row: from the first occurrence of `InitString` up to the second, or
+  // all of `SrcText` with fewer than two.
+  std::string_view GetCurrentEntText(std::string_view SrcText,
+                                     const PageScan* scan = nullptr) const;
+  long GetOccurCount(std::string_view Text) const;
+  void CalcAttributeOrder() {}
+
+  // Skip maps (see skip_map.h).
+  SkipMap GetBaseSkipMap();
+  float CalcSuccessCoefficient(std::int32_t ErrCount, std::int32_t MinFailedStep);
+  // Cuts the fields of `SrcText` (its own copy: nothing reaches the real row) leaving out those
+  // the map skips, and scores the result.
+  float TrySkipMap(const SkipMap& skip_map, std::string_view SrcText);
+  // Tries every combination of skipped optional fields on the current row of `SrcText`, lowest
+  // bit pattern first, and returns the first one with the lowest score; stops at a score of 0.
+  // Fails with 6 (overflow) at 31 optional fields or more.
+  SkipMap FindBestSkipMap(std::string_view SrcText, float& Coefficient,
+                          const PageScan* scan = nullptr);
+
+  void SetMetadata(MetaEntityPtr metadata) { metadata_ = std::move(metadata); }
+  void SetDatapageId(std::string value);
+  void SetParentEntityID(std::string value);
+  void SetDataPage(const std::shared_ptr<DataPage>& page);
+  void SetSelectedMetaFields(MetaFieldsPtr fields);
+  void SetId(std::string value) { id_ = std::move(value); }
+  void SetExtraction(std::shared_ptr<db::Recordset> rs) { extraction_ = std::move(rs); }
+  // The datapage if one is set or was made, without making one.
+  std::shared_ptr<DataPage> DataPageIfSet() const;
+
+ private:
+  friend class Attrib;
+  friend class DataPage;
+  friend class Entities;
+  Entity();
+  void RaiseParserAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
+                         std::string_view value, std::string_view source, std::string_view message);
+  // Re-raises an event of the field that is cutting the real row.
+  void RelayFieldAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
+                        std::string_view value, std::string_view source, std::string_view message) {
+    RaiseParserAction(attrib_name, type, start_index, value, source, message);
+  }
+
+  std::string id_;
+  std::weak_ptr<DataPage> page_;
+  std::shared_ptr<DataPage> own_page_;  // made by `GetDataPage` for a dataset that had none
+  std::string datapage_id_;
+  std::string entity_name_;
+  std::string description_;
+  std::string db_conn_str_;
+  std::string table_name_;
+  std::string pk_column_;
+  bool is_pk_surrogate_ = false;
+  InitStringFinder init_finder_;
+  std::int16_t on_page_order_ = 0;
+  std::string parent_entity_id_;
+  std::weak_ptr<Entity> parent_;
+  std::shared_ptr<Entity> own_parent_;  // loaded by `ParentEntity`
+  Attributes attributes_;
+  Entities all_children_;
+  Entities children_on_page_;
+  std::shared_ptr<db::Recordset> extraction_;
+  MetaEntityPtr metadata_;
+  MetaFieldsPtr selected_meta_fields_;
+  bool is_dirty_ = false;
+  bool is_stored_ = false;  // loaded from the rules store: children load from it on first use
+  bool attributes_loaded_ = false;
+  bool children_loaded_ = false;
+  std::shared_ptr<RowSink> row_sink_;
+  Status pending_;
+  // The datapage re-raising this dataset's events while it cuts a root row.
+  DataPage* relay_page_ = nullptr;
+};
+
+}  // namespace gw

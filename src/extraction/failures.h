@@ -1,0 +1,20 @@
+// Failure numbers of the extraction engine that callers and tests compare with.
+#pragma once
+
+#include "platform/error.h"
+
+namespace gw::exerr {
+
+// Soft failures of a field (a `Status`, never thrown).
+inline constexpr ErrorNumber kStartTagMissing = 0x800403FC;
+inline constexpr ErrorNumber kEndTagMissing = 0x80040406;
+// Pending failures of a row: they neither unwind nor stop the page.
+inline constexpr ErrorNumber kColumnMismatch = 0xAADF6878;  // a field's column is not in the table
+inline constexpr ErrorNumber kColumnRefused = 0x80058345;   // a value or static column refused
+inline constexpr ErrorNumber kUpdateRefused = 0x86249EDD;   // the row's Update failed
+// Faults that unwind.
+inline constexpr ErrorNumber kNoConnectionString = 0xB7268F58;
+// Load, Save and Delete until the rules store is linked ("Not implemented").
+inline constexpr ErrorNumber kRulesStoreUnavailable = 0x80004001;
+
+}  // namespace gw::exerr

@@ -1,0 +1,57 @@
+#include "extraction/row_sink.h"
+
+#include "platform/db/connection.h"
+
+namespace gw {
+
+namespace {
+
+class DatabaseSinkRow final : public SinkRow {
+ public:
+  DatabaseSinkRow(db::ConnectionPtr cn, db::RecordsetPtr rs)
+      : cn_(std::move(cn)), rs_(std::move(rs)) {}
+  ~DatabaseSinkRow() override { Close(); }
+
+  std::int32_t DefinedSize(std::string_view column) override {
+    return rs_->GetFields().Item(column).DefinedSize();
+  }
+  void SetValue(std::string_view column, const Variant& value) override {
+    rs_->GetFields().Item(column).SetValue(value);
+  }
+  long ColumnCount() override { return rs_->GetFields().Count(); }
+  std::string ColumnName(long index) override { return rs_->GetFields().Item(index).Name(); }
+  void Update() override { rs_->Update(); }
+  std::shared_ptr<db::Recordset> Recordset() override { return rs_; }
+  void Close() noexcept override {
+    if (cn_ && cn_->IsOpen()) cn_->Close();
+  }
+
+ private:
+  db::ConnectionPtr cn_;
+  db::RecordsetPtr rs_;
+};
+
+}  // namespace
+
+std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::string_view table) {
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str, "", "");
+  auto rs = db::Recordset::Create();
+  // The recordset exists to append: two rows at most come back from the table.
+  rs->SetCacheSize(2);
+  rs->SetMaxRecords(2);
+  rs->SetCursorLocation(db::CursorLocation::Client);
+  std::string sql = "SELECT * ";
+  sql += "FROM ";
+  sql += table;
+  rs->Open(sql, cn, db::CursorType::Keyset, db::LockType::Optimistic);
+  rs->AddNew();
+  return std::make_unique<DatabaseSinkRow>(std::move(cn), std::move(rs));
+}
+
+RowSink& DefaultRowSink() {
+  static DatabaseRowSink sink;
+  return sink;
+}
+
+}  // namespace gw

@@ -1,0 +1,116 @@
+#include "extraction_fixture.h"
+
+namespace gw::extraction_test {
+
+namespace {
+
+class RecordingRow : public SinkRow {
+ public:
+  RecordingRow(std::unique_ptr<SinkRow> inner, int& closed)
+      : inner_(std::move(inner)), closed_(closed) {}
+  ~RecordingRow() override { Close(); }
+  std::int32_t DefinedSize(std::string_view c) override { return inner_->DefinedSize(c); }
+  void SetValue(std::string_view c, const Variant& v) override { inner_->SetValue(c, v); }
+  long ColumnCount() override { return inner_->ColumnCount(); }
+  std::string ColumnName(long i) override { return inner_->ColumnName(i); }
+  void Update() override { inner_->Update(); }
+  std::shared_ptr<db::Recordset> Recordset() override { return inner_->Recordset(); }
+  void Close() noexcept override {
+    if (!is_closed_) ++closed_;
+    is_closed_ = true;
+    inner_->Close();
+  }
+
+ private:
+  std::unique_ptr<SinkRow> inner_;
+  int& closed_;
+  bool is_closed_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<SinkRow> RecordingSink::OpenRow(std::string_view cn_str, std::string_view table) {
+  auto row = inner_.OpenRow(cn_str, table);
+  ++opened;
+  return std::make_unique<RecordingRow>(std::move(row), closed);
+}
+
+Error FailureOf(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const Error& e) {
+    return e;
+  }
+  return Error(0, "", "");
+}
+
+ExtractionTest::ExtractionTest()
+    : cn_str_("Provider=SQLite;Data Source=" + (dir_ / "target.db").string()),
+      doc_(std::make_shared<TestDoc>("http://example.test/list.html")),
+      page_(DataPage::Create()) {
+  page_->SetDisplayName("Listing");
+  page_->SetDoc(doc_);
+}
+
+void ExtractionTest::Exec(const std::string& sql) {
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str_);
+  cn->ExecuteScript(sql);
+}
+
+std::vector<std::vector<std::string>> ExtractionTest::Rows(const std::string& sql) {
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str_);
+  auto rs = cn->Execute(sql);
+  std::vector<std::vector<std::string>> rows;
+  while (!rs->IsEOF()) {
+    std::vector<std::string> row;
+    for (auto& f : rs->GetFields()) {
+      row.push_back(f.Value().IsNull() ? "NULL" : f.Value().ToText());
+    }
+    rows.push_back(std::move(row));
+    rs->MoveNext();
+  }
+  return rows;
+}
+
+EntityPtr ExtractionTest::AddRoot(const std::string& name, const std::string& init,
+                                  const std::string& table) {
+  auto e = Entity::Create();
+  e->SetEntityName(name);
+  e->SetInitString(init);
+  e->SetTableName(table);
+  e->SetDBConnStr(cn_str_);
+  page_->RootEntities().Add(e, e->Id());
+  page_->GetEntities().Add(e, e->Id());
+  return e;
+}
+
+EntityPtr ExtractionTest::AddChild(const EntityPtr& parent, const std::string& name,
+                                   const std::string& init, const std::string& table) {
+  auto e = Entity::Create();
+  e->SetEntityName(name);
+  e->SetInitString(init);
+  e->SetTableName(table);
+  e->SetDBConnStr(cn_str_);
+  parent->ChildrenOnPage().Add(e, e->Id());
+  parent->AllChildren().Add(e, e->Id());
+  return e;
+}
+
+AttribPtr ExtractionTest::AddField(const EntityPtr& entity, const std::string& column,
+                                   const std::string& start, const std::string& end, bool optional,
+                                   std::int32_t size) {
+  auto a = Attrib::Create();
+  a->SetColumnName(column);
+  a->SetStartTag(start);
+  a->SetEndTag(end);
+  a->SetIsOptional(optional);
+  a->SetColumnSize(size);
+  const auto step = static_cast<std::int16_t>(entity->GetAttributes().Count() + 1);
+  a->SetStep(step);
+  entity->GetAttributes().Add(a, a->Id(), step);
+  return a;
+}
+
+}  // namespace gw::extraction_test

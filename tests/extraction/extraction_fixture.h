@@ -1,0 +1,71 @@
+// A datapage over a real SQLite target file, for the extraction tests.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "engine/meta/meta_doc.h"
+#include "extraction/data_page.h"
+#include "extraction/entity.h"
+#include "extraction/failures.h"
+#include "platform/db/connection.h"
+#include "platform/db/recordset.h"
+#include "support/test_support.h"
+
+namespace gw::extraction_test {
+
+// A document with an address and metadata, as the package engine's document offers them.
+class TestDoc : public IDoc {
+ public:
+  explicit TestDoc(std::string uri) : uri_(std::move(uri)), meta_(MetaDoc::Create()) {}
+  std::string SourceUri() const override { return uri_; }
+  MetaDocPtr Metadata() override { return meta_; }
+
+ private:
+  std::string uri_;
+  MetaDocPtr meta_;
+};
+
+// Wraps the database sink and records how many rows it opened and closed.
+class RecordingSink : public RowSink {
+ public:
+  std::unique_ptr<SinkRow> OpenRow(std::string_view cn_str, std::string_view table) override;
+  int opened = 0;
+  int closed = 0;
+
+ private:
+  DatabaseRowSink inner_;
+};
+
+// The error a call raised (number 0 when it raised none).
+Error FailureOf(const std::function<void()>& call);
+
+class ExtractionTest : public ::testing::Test {
+ protected:
+  ExtractionTest();
+
+  // Runs a script on the target file.
+  void Exec(const std::string& sql);
+  // The rows a query yields, every value as text ("NULL" for a null).
+  std::vector<std::vector<std::string>> Rows(const std::string& sql);
+
+  // A root dataset of `page_`, writing into `table`.
+  EntityPtr AddRoot(const std::string& name, const std::string& init, const std::string& table);
+  // A child dataset of `parent`, on the page.
+  EntityPtr AddChild(const EntityPtr& parent, const std::string& name, const std::string& init,
+                     const std::string& table);
+  // A field appended to `entity`, with the next step number.
+  AttribPtr AddField(const EntityPtr& entity, const std::string& column, const std::string& start,
+                     const std::string& end, bool optional = false, std::int32_t size = 0);
+
+  testing::TempDir dir_;
+  std::string cn_str_;
+  std::shared_ptr<TestDoc> doc_;
+  std::shared_ptr<DataPage> page_;
+};
+
+}  // namespace gw::extraction_test

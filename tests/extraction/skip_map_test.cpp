@@ -1,0 +1,157 @@
+// The skip-map search: scores, the order of trials, and what a skipped field leaves.
+#include <gtest/gtest.h>
+
+#include "extraction/skip_map.h"
+#include "extraction_fixture.h"
+
+namespace gw::extraction_test {
+namespace {
+
+using RowList = std::vector<std::vector<std::string>>;
+
+TEST(SkipMap, SummatorialAddsTheLargestWholeNumbers) {
+  struct Case {
+    std::int32_t num, times, sum;
+  };
+  const Case cases[] = {{5, 2, 9}, {5, -1, 15}, {5, 0, 0}, {0, 0, 0}, {2, 4, 2}, {1, 1, 1}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(std::to_string(c.num) + "," + std::to_string(c.times));
+    EXPECT_EQ(Summatorial(c.num, c.times), c.sum);
+  }
+  EXPECT_EQ(FailureOf([] { Summatorial(5, -2); }).Number(), errnum::kOverflow);
+}
+
+TEST(SkipMap, CoefficientsFavourFewAndLateFailures) {
+  EXPECT_FLOAT_EQ(CalcSuccessCoefficient(1, 3, 5), 0.6f);
+  EXPECT_FLOAT_EQ(CalcSuccessCoefficient(2, 1, 5), 7.2f);
+  EXPECT_EQ(CalcSuccessCoefficient(0, 4, 5), 0.0f);
+  EXPECT_LT(CalcSuccessCoefficient(1, 4, 5), CalcSuccessCoefficient(1, 2, 5));
+  EXPECT_EQ(FailureOf([] { CalcSuccessCoefficient(1, 1, 0); }).Number(), 11u);
+
+  auto entity = Entity::Create();
+  for (int k = 0; k < 5; ++k) entity->GetAttributes().Add(Attrib::Create());
+  EXPECT_FLOAT_EQ(entity->CalcSuccessCoefficient(1, 3), 0.6f);
+  EXPECT_FLOAT_EQ(entity->CalcSuccessCoefficient(2, 1), 7.2f);
+}
+
+TEST(SkipMap, BitsChooseRecordsAndTheFirstRecordOfAStepAnswers) {
+  SkipMap map = {{2, false}, {4, false}, {2, false}};
+  GetSkipMap(0b101, map);
+  EXPECT_TRUE(map[0].skip);
+  EXPECT_FALSE(map[1].skip);
+  EXPECT_TRUE(map[2].skip);
+  GetSkipMap(0b110, map);
+  EXPECT_FALSE(IsSkipStep(2, map));  // the first record with step 2 is not skipped
+  EXPECT_TRUE(IsSkipStep(4, map));
+  EXPECT_FALSE(IsSkipStep(9, map));
+  EXPECT_FALSE(IsSkipStep(1, SkipMap{}));
+}
+
+// A dataset with fields over <a>, <b>, <c>...; counts the trials by the events of a field that no
+// trial skips (a field raises its own events in trials too).
+class SkipSearch : public ExtractionTest {
+ protected:
+  AttribPtr Add(const std::string& tag, bool optional) {
+    return AddField(entity_, tag, "<" + tag + ">", "</" + tag + ">", optional);
+  }
+  int CountTrials(const std::string& row, SkipMap& best, float& coefficient, long watched) {
+    int trials = 0;
+    ScopedConnection c = entity_->GetAttributes().Item(watched)->OnParserAction.Connect(
+        [&](std::string_view, TokenTypeEnum type, long, std::string_view, std::string_view,
+            std::string_view) {
+          if (type == TokenTypeEnum::FieldStartTag || type == TokenTypeEnum::FieldStartTagNotFound)
+            ++trials;
+        });
+    best = entity_->FindBestSkipMap(row, coefficient);
+    return trials;
+  }
+  EntityPtr entity_ = AddRoot("Rows", "<r>", "rows");
+};
+
+TEST_F(SkipSearch, WithoutOptionalFieldsThereIsOneTrialAndAnEmptyMap) {
+  Add("a", false);
+  Add("b", false);
+  SkipMap best;
+  float coefficient = -5;
+  EXPECT_EQ(CountTrials("<r><a>1</a>", best, coefficient, 1), 1);
+  EXPECT_TRUE(best.empty());
+  // One failure at step 2 of 2 fields: 1 x (2 + 1 - 2) / 2.
+  EXPECT_FLOAT_EQ(coefficient, 0.5f);
+}
+
+TEST_F(SkipSearch, ARowWithAllItsFieldsStopsAfterTheFirstTrial) {
+  Add("a", false);
+  Add("b", true);
+  Add("c", true);
+  SkipMap best;
+  float coefficient = -5;
+  EXPECT_EQ(CountTrials("<r><a>1</a><b>2</b><c>3</c>", best, coefficient, 1), 1);
+  EXPECT_EQ(coefficient, 0.0f);
+  ASSERT_EQ(best.size(), 2u);
+  EXPECT_FALSE(best[0].skip);
+  EXPECT_FALSE(best[1].skip);
+  EXPECT_EQ(best[0].step, 2);
+  EXPECT_EQ(best[1].step, 3);
+}
+
+TEST_F(SkipSearch, TheFirstAbsentOptionalFieldIsSkippedBySecondPattern) {
+  Add("a", true);
+  Add("b", true);
+  SkipMap best;
+  float coefficient = -5;
+  EXPECT_EQ(CountTrials("<r><b>2</b><r>", best, coefficient, 2), 2);
+  EXPECT_EQ(coefficient, 0.0f);
+  ASSERT_EQ(best.size(), 2u);
+  EXPECT_TRUE(best[0].skip);
+  EXPECT_FALSE(best[1].skip);
+}
+
+TEST_F(SkipSearch, TiesGoToPatternZero) {
+  Add("a", false);  // absent in every combination
+  Add("b", true);
+  SkipMap best;
+  float coefficient = -5;
+  EXPECT_EQ(CountTrials("<r><b>2</b>", best, coefficient, 1), 2);
+  EXPECT_FLOAT_EQ(coefficient, 1.0f);
+  ASSERT_EQ(best.size(), 1u);
+  EXPECT_FALSE(best[0].skip);
+}
+
+TEST_F(SkipSearch, TrialsSeeOnlyTheCurrentRowAndNeverConsumeIt) {
+  Add("a", false);
+  Add("b", false);
+  // <b> exists only in the next row: the trial fails on it.
+  float coefficient = -5;
+  entity_->FindBestSkipMap("<r><a>1</a><r><b>2</b>", coefficient);
+  EXPECT_FLOAT_EQ(coefficient, 0.5f);
+  EXPECT_FLOAT_EQ(entity_->TrySkipMap({}, "<r><a>1</a><b>2</b>"), 0.0f);
+  EXPECT_FLOAT_EQ(Entity::Create()->TrySkipMap({}, "anything"), kFailedTrialCoefficient);
+}
+
+TEST_F(SkipSearch, ASkippedFieldLeavesItsColumnUnsetAndItsTagsInTheText) {
+  Exec("CREATE TABLE rows (a VARCHAR(5), i VARCHAR(5), b VARCHAR(5))");
+  Add("a", false);
+  Add("i", true);  // present, but after <b>: cutting it would swallow <b>
+  Add("b", false);
+  std::string text = "<r><a>1</a><b>2</b><i>x</i>";
+  entity_->Extract(text, false);
+  EXPECT_EQ(Rows("SELECT a, i, b FROM rows"), (RowList{{"1", "NULL", "2"}}));
+  EXPECT_EQ(text, "</b><i>x</i>");
+  EXPECT_EQ(entity_->PendingFailure().Number(), 0u);
+  EXPECT_EQ(entity_->Metadata()->TotalErrorCount(), 0);
+}
+
+TEST_F(SkipSearch, ThirtyOneOptionalFieldsOverflowAsAFaultOfTheRow) {
+  Exec("CREATE TABLE rows (a VARCHAR(5))");
+  for (int k = 0; k < 31; ++k) Add("f" + std::to_string(k), true);
+  std::string text = "<r><f0>1</f0>";
+  const Error e = FailureOf([&] { entity_->Extract(text, false); });
+  EXPECT_EQ(e.Number(), errnum::kOverflow);
+  EXPECT_EQ(e.CallStack(),
+            std::vector<std::string>{
+                "Entity.Extract(SrcHTML,UseTmpTbls,OverrideConnStr,UniqueTblPrefix)"});
+  EXPECT_TRUE(Rows("SELECT * FROM rows").empty());
+}
+
+}  // namespace
+}  // namespace gw::extraction_test
