@@ -51,46 +51,68 @@ std::string Attrib::Extract(std::string& SrcHTML, Status& status) {
 }
 
 std::string Attrib::Extract(std::string_view& SrcHTML, Status& status) {
-  status.Clear();
-  return ReportAs("Attrib.Extract(SrcHTML)", [&]() -> std::string {
+  const std::string* value = Cut(SrcHTML, status);
+  return value ? *value : std::string();
+}
+
+const std::string* Attrib::Cut(std::string_view& SrcHTML, Status& status) {
+  if (!status.Ok()) status.Clear();
+  return ReportAs("Attrib.Extract(SrcHTML)", [&]() -> const std::string* {
+    // Asked once: a handler can only connect others while an event is being raised.
+    const bool report = OnParserAction.HasHandlers() || (relay_ && relay_->HasParserListeners());
+    const auto raise = [&](TokenTypeEnum type, long start_index, std::string_view value,
+                           std::string_view source, std::string_view message) {
+      if (report) RaiseParserAction(type, start_index, value, source, message);
+    };
     const std::size_t start = FindIn(start_tag_, SrcHTML);
     if (start == text::npos) {
-      RaiseParserAction(TokenTypeEnum::FieldStartTagNotFound, -1, StartTag(), {},
-                        "Could not find the field start tag.");
+      raise(TokenTypeEnum::FieldStartTagNotFound, -1, StartTag(), {},
+            "Could not find the field start tag.");
       status = Status(exerr::kStartTagMissing, "Attrib.Extract",
                       "Start Tag " + StartTag() + " Does not exist in SrcHTML.");
-      return {};
+      return nullptr;
     }
-    RaiseParserAction(TokenTypeEnum::FieldStartTag, static_cast<long>(start + 1), StartTag(),
-                      SrcHTML, "Found field start tag.");
+    raise(TokenTypeEnum::FieldStartTag, static_cast<long>(start + 1), StartTag(), SrcHTML,
+          "Found field start tag.");
     const std::size_t value_start = start + StartTag().size();
     const std::size_t end = FindIn(end_tag_, SrcHTML, value_start);
     if (end == text::npos) {
-      RaiseParserAction(TokenTypeEnum::FieldEndTagNotFound, -1, EndTag(), {},
-                        "Could not find the field end tag.");
+      raise(TokenTypeEnum::FieldEndTagNotFound, -1, EndTag(), {},
+            "Could not find the field end tag.");
       status = Status(exerr::kEndTagMissing, "Attrib.Extract",
                       "End Tag " + EndTag() + " Does not exist in SrcHTML.");
-      return {};
+      return nullptr;
     }
-    RaiseParserAction(TokenTypeEnum::FieldEndTag, static_cast<long>(end + 1), EndTag(), {},
-                      "Found field end tag.");
+    raise(TokenTypeEnum::FieldEndTag, static_cast<long>(end + 1), EndTag(), {},
+          "Found field end tag.");
     const std::string_view raw = SrcHTML.substr(value_start, end - value_start);
-    RaiseParserAction(TokenTypeEnum::FieldValue, static_cast<long>(value_start + 1), raw, {},
-                      "Extracted field value from between the start and end tags.");
+    raise(TokenTypeEnum::FieldValue, static_cast<long>(value_start + 1), raw, {},
+          "Extracted field value from between the start and end tags.");
     // The end tag stays: it may be (part of) the next field's start tag.
     SrcHTML.remove_prefix(end);
-    std::string value = FilterAsColumnType(raw);
-    RaiseParserAction(TokenTypeEnum::FilteredFieldValue, static_cast<long>(value_start + 1), value,
-                      {}, "Applied any applicable cleansing filters to the field value.");
-    SetExtraction(value);
-    return value;
+    // The value is built in a spare buffer and swapped in, so that cutting rows reuses the
+    // field's buffers instead of allocating for every value.
+    if (filter_ == ColumnFilter::Raw) {
+      spare_.assign(raw);
+    } else {
+      spare_ = FilterAsColumnType(raw);
+    }
+    raise(TokenTypeEnum::FilteredFieldValue, static_cast<long>(value_start + 1), spare_, {},
+          "Applied any applicable cleansing filters to the field value.");
+    extraction_.swap(spare_);
+    is_dirty_ = true;
+    return &extraction_;
   });
 }
 
 void Attrib::RaiseParserAction(TokenTypeEnum type, long start_index, std::string_view value,
                                std::string_view source, std::string_view message) {
-  OnParserAction.Emit(column_name_, type, start_index, value, source, message);
-  if (relay_) relay_->RelayFieldAction(column_name_, type, start_index, value, source, message);
+  if (OnParserAction.HasHandlers()) {
+    OnParserAction.Emit(column_name_, type, start_index, value, source, message);
+  }
+  if (relay_ && relay_->HasParserListeners()) {
+    relay_->RelayFieldAction(column_name_, type, start_index, value, source, message);
+  }
 }
 
 std::string Attrib::FilterAsColumnType(std::string_view rawText) {
@@ -196,8 +218,8 @@ void Attrib::SetEntityId(std::string value) {
   is_dirty_ = true;
 }
 
-void Attrib::SetExtraction(std::string value) {
-  extraction_ = std::move(value);
+void Attrib::SetExtraction(std::string_view value) {
+  extraction_.assign(value);
   is_dirty_ = true;
 }
 

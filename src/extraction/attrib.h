@@ -105,12 +105,14 @@ class Attrib : public Object {
   void SetEntity(const std::shared_ptr<Entity>& entity);
   const std::string& EntityId() const { return entity_id_; }
   void SetEntityId(std::string value);
-  void SetExtraction(std::string value);
+  void SetExtraction(std::string_view value);
   void SetId(std::string value) { id_ = std::move(value); }
 
  private:
   friend class Entity;
   Attrib();
+  // `Extract` without the copy: the value stays in `extraction_`; null on a soft failure.
+  const std::string* Cut(std::string_view& SrcHTML, Status& status);
   void RaiseParserAction(TokenTypeEnum type, long start_index, std::string_view value,
                          std::string_view source, std::string_view message);
   // The dataset, if one is set or was made, without making one.
@@ -124,6 +126,7 @@ class Attrib : public Object {
   text::NoCaseSearcher start_tag_;
   std::int16_t step_ = 0;
   std::string extraction_;
+  std::string spare_;  // the buffer the next value is built in
   std::string entity_id_;
   bool is_dirty_ = false;
   bool is_pk_ = false;

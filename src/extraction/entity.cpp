@@ -1,6 +1,6 @@
 #include "extraction/entity.h"
 
-#include <cmath>
+#include <algorithm>
 
 #include "extraction/data_page.h"
 #include "extraction/failures.h"
@@ -104,14 +104,10 @@ void Entities::InitMetadata(const MetaDocPtr& prmMetaDoc) {
   for (const EntityPtr& e : items_) {
     if (!prmMetaDoc) ThrowObjectNotSet("Entities.InitMetadata");
     MetaEntities& registered = prmMetaDoc->GetMetaEntities();
-    try {
-      registered.Add(e->Metadata(), prmMetaDoc);
-    } catch (const Error& err) {
-      if (err.Number() != errnum::kDuplicateKey) throw;
-      // Seen again on this document: the new counters replace the old ones.
-      registered.Remove(e->Id());
-      registered.Add(e->Metadata(), prmMetaDoc);
-    }
+    // Seen again on this document: the new counters replace the old ones. (Asked first rather
+    // than caught as 457, since this runs for every parent row.)
+    if (!e->Id().empty()) registered.TryRemove(e->Id());
+    registered.Add(e->Metadata(), prmMetaDoc);
   }
 }
 
@@ -278,10 +274,11 @@ std::vector<long> Entity::GetEntStartingPoints(std::string_view SrcText, long Ma
 }
 
 std::string_view Entity::GetCurrentEntText(std::string_view SrcText, const PageScan* scan) const {
-  const std::vector<long> points = GetEntStartingPoints(SrcText, 2, scan);
-  if (points.size() < 2) return SrcText;
-  const auto first = static_cast<std::size_t>(points[0] - 1);
-  const auto second = static_cast<std::size_t>(points[1] - 1);
+  // The first two starting points, without building the list.
+  const std::size_t first = init_finder_.Find(scan, SrcText);
+  if (first == text::npos) return SrcText;
+  const std::size_t second = init_finder_.Find(scan, SrcText, first + 1);
+  if (second == text::npos) return SrcText;
   return SrcText.substr(first, second - first);
 }
 
@@ -314,7 +311,7 @@ float Entity::TrySkipMap(const SkipMap& skip_map, std::string_view SrcText) {
     Status status;
     for (const AttribPtr& field : GetAttributes()) {
       if (IsSkipStep(field->Step(), skip_map)) continue;
-      field->Extract(rest, status);
+      field->Cut(rest, status);
       if (!status.Ok()) {
         ++err_count;
         if (min_failed_step == 0 || min_failed_step > field->Step()) {
@@ -353,11 +350,18 @@ SkipMap Entity::FindBestSkipMap(std::string_view SrcText, float& Coefficient,
 
 // ---- Entity: cutting a row -----------------------------------------------------------------
 
+bool Entity::HasParserListeners() const {
+  return OnParserAction.HasHandlers() ||
+         (relay_page_ != nullptr && relay_page_->OnParserAction.HasHandlers());
+}
+
 void Entity::RaiseParserAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
                                std::string_view value, std::string_view source,
                                std::string_view message) {
-  OnParserAction.Emit(entity_name_, attrib_name, type, start_index, value, source, message);
-  if (relay_page_) {
+  if (OnParserAction.HasHandlers()) {
+    OnParserAction.Emit(entity_name_, attrib_name, type, start_index, value, source, message);
+  }
+  if (relay_page_ && relay_page_->OnParserAction.HasHandlers()) {
     relay_page_->OnParserAction.Emit(entity_name_, attrib_name, type, start_index, value, source,
                                      message);
   }
@@ -413,7 +417,8 @@ void Entity::ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool Us
     } else if (!page->DBName().empty()) {
       cn_str = extraction_internal::ChangeDefaultDB(cn_str, page->DBName());
     }
-    if (text::FindNoCase(cn_str, "MySQL") != text::npos) {
+    static const text::NoCaseSearcher kMySql("MySQL");
+    if (kMySql.Find(cn_str) != text::npos) {
       cn_str = extraction_internal::ReformatMySQLCnStr(cn_str);
     }
 
@@ -448,14 +453,14 @@ void Entity::ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool Us
       relay.Attach(*field, this, field->relay_);
       Status failure;
       try {
-        std::string value = field->Extract(row_text, failure);
+        const std::string* cut = field->Cut(row_text, failure);
+        std::string value = cut ? *cut : std::string();
         const std::string& column = field->ColumnName();
         if (field->ColumnSize() >= 0) {
           // The target's column width cuts the value, not the field's own size.
-          const std::int32_t width = row->DefinedSize(column);
-          const std::string_view cut =
-              text::TruncateCodePoints(value, width < 0 ? 0 : static_cast<std::size_t>(width));
-          if (cut.size() < value.size()) value.resize(cut.size());
+          const auto width = static_cast<std::size_t>(std::max(row->DefinedSize(column), 0));
+          // A text of no more bytes than the width has no more characters either.
+          if (value.size() > width) value.resize(text::TruncateCodePoints(value, width).size());
         }
         row->SetValue(column, Variant(std::move(value)));
       } catch (const Error& e) {

@@ -226,6 +226,8 @@ class Entity : public Object {
   Entity();
   void RaiseParserAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
                          std::string_view value, std::string_view source, std::string_view message);
+  // True when someone listens to this dataset's events (or to its datapage's, while it relays).
+  bool HasParserListeners() const;
   // Re-raises an event of the field that is cutting the real row.
   void RelayFieldAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
                         std::string_view value, std::string_view source, std::string_view message) {

@@ -72,6 +72,9 @@ class MetaEntities {
   // Adds under the entity's id and sets its document. Fails with 457 when that id is there.
   MetaEntityPtr Add(MetaEntityPtr meta_entity, const std::shared_ptr<MetaDoc>& meta_doc);
   MetaEntityPtr Item(const IndexKey& index_key) const { return items_.Item(index_key); }
+  bool Exists(std::string_view entity_id) const { return items_.Exists(entity_id); }
+  // Removes the dataset of that id if it is there; false when it is not.
+  bool TryRemove(std::string_view entity_id) { return items_.TryRemove(entity_id); }
   long Count() const { return items_.Count(); }
   void Remove(const IndexKey& index_key) { items_.Remove(index_key); }
   auto begin() const { return items_.begin(); }
