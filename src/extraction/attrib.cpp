@@ -5,6 +5,7 @@
 #include "extraction/failures.h"
 #include "extraction/internal.h"
 #include "extraction/text_search.h"
+#include "infra/c_guid_gen.h"
 
 namespace gw {
 
@@ -31,7 +32,7 @@ ColumnTypeParts SplitColumnType(std::string_view stored) {
 
 // ---- Attrib ------------------------------------------------------------------------------------
 
-Attrib::Attrib() : id_(extraction_internal::NewId()) {}
+Attrib::Attrib() : id_(CGUIDGen::NewGUID()) {}
 
 std::shared_ptr<Attrib> Attrib::Create() { return std::shared_ptr<Attrib>(new Attrib()); }
 

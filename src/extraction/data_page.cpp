@@ -3,6 +3,8 @@
 #include "extraction/failures.h"
 #include "extraction/internal.h"
 #include "extraction/text_search.h"
+#include "infra/c_guid_gen.h"
+#include "platform/db/driver.h"
 #include "platform/event_loop.h"
 
 namespace gw {
@@ -28,7 +30,7 @@ class PageRelay {
 
 }  // namespace
 
-DataPage::DataPage() : id_(extraction_internal::NewId()) {}
+DataPage::DataPage() : id_(CGUIDGen::NewGUID()) {}
 
 DataPage::~DataPage() = default;
 
@@ -130,6 +132,8 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
         DoEvents();
       }
       if (meta) meta->SetExtractionComplete(DateTime::Now());
+      // Stores that buffer appended rows (workbooks) write this document's rows now.
+      db::FlushBufferedStores();
       OnExtractionComplete.Emit();
     });
   } catch (...) {

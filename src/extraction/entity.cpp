@@ -5,9 +5,11 @@
 #include "extraction/data_page.h"
 #include "extraction/failures.h"
 #include "extraction/internal.h"
+#include "infra/c_guid_gen.h"
 #include "platform/db/connection.h"
 #include "platform/event_loop.h"
 #include "platform/text.h"
+#include "text/c_string.h"
 
 namespace gw {
 
@@ -113,7 +115,7 @@ void Entities::InitMetadata(const MetaDocPtr& prmMetaDoc) {
 
 // ---- Entity: life --------------------------------------------------------------------------
 
-Entity::Entity() : id_(extraction_internal::NewId()), selected_meta_fields_(MetaFields::Create()) {}
+Entity::Entity() : id_(CGUIDGen::NewGUID()), selected_meta_fields_(MetaFields::Create()) {}
 
 Entity::~Entity() = default;
 
@@ -283,7 +285,7 @@ std::string_view Entity::GetCurrentEntText(std::string_view SrcText, const PageS
 }
 
 long Entity::GetOccurCount(std::string_view Text) const {
-  return GetFindCount(Text, init_finder_.Searcher(), -1);
+  return CString::CountNoCase(Text, InitString(), -1);
 }
 
 // ---- Entity: skip maps ----------------------------------------------------------------------

@@ -194,6 +194,8 @@ class Entity : public Object {
   // all of `SrcText` with fewer than two.
   std::string_view GetCurrentEntText(std::string_view SrcText,
                                      const PageScan* scan = nullptr) const;
+  // The occurrences of `InitString` in `Text`, overlapping ones included, counted as
+  // `CString.GetFindCount` counts (no limit).
   long GetOccurCount(std::string_view Text) const;
   void CalcAttributeOrder() {}
 

@@ -6,9 +6,6 @@
 
 namespace gw::extraction_internal {
 
-// A new id: a random (version 4) UUID in its 36-character text form, upper case.
-std::string NewId();
-
 // Load, Save and Delete reach the rules store, which this build does not have yet. `what` is the
 // operation ("Entity.Load").
 [[noreturn]] void ThrowRulesStoreUnavailable(std::string_view what);

@@ -29,23 +29,6 @@ std::size_t FindIn(const text::NoCaseSearcher& searcher, std::string_view text,
   return searcher.Find(text, from);
 }
 
-long GetFindCount(std::string_view text, std::string_view search, long max_count) {
-  if (search.empty()) return 0;
-  return GetFindCount(text, text::NoCaseSearcher(search), max_count);
-}
-
-long GetFindCount(std::string_view text, const text::NoCaseSearcher& searcher, long max_count) {
-  if (searcher.Needle().empty()) return 0;
-  long count = 0;
-  std::size_t hit = FindIn(searcher, text, 0);
-  while (hit != text::npos) {
-    ++count;
-    if (max_count != -1 && count > max_count) break;
-    hit = FindIn(searcher, text, hit + 1);
-  }
-  return count;
-}
-
 std::string_view DropFirstCharacter(std::string_view text, long after) {
   if (after < 1 || static_cast<std::size_t>(after) > text.size()) {
     throw Error(errnum::kInvalidProcedureCall, "DataPage.Extract",

@@ -45,13 +45,6 @@ struct PageScan {
 std::size_t FindIn(const text::NoCaseSearcher& searcher, std::string_view text,
                    std::size_t from = 0) noexcept;
 
-// How often `search` occurs in `text`, overlapping hits included: after each hit the walk goes
-// on one character behind the hit's start. With `max_count` -1 there is no limit; otherwise the
-// walk stops as soon as the count is above `max_count`, so the answer can be `max_count` + 1
-// (with `max_count` 0 it is 1 whenever there is a hit). An empty `search` counts 0.
-long GetFindCount(std::string_view text, std::string_view search, long max_count = -1);
-long GetFindCount(std::string_view text, const text::NoCaseSearcher& searcher, long max_count = -1);
-
 // What is left of `text` once the first character of an occurrence is dropped, where `after` is
 // the length of the text from that occurrence on: its last `after` - 1 characters. A character is
 // a whole UTF-8 sequence. Fails with 5 when `after` is below 1 or longer than `text`.

@@ -1,4 +1,4 @@
-// The searches under every row: counting, starting points, the memo of a page's hits, and the
+// The searches under every row: starting points and counts, the memo of a page's hits, and the
 // character the progress guard drops.
 #include <gtest/gtest.h>
 
@@ -10,29 +10,6 @@
 
 namespace gw::extraction_test {
 namespace {
-
-TEST(GetFindCount, CountsOverlapsAndStopsOneHitPastTheLimit) {
-  struct Case {
-    const char* text;
-    const char* search;
-    long max_count;
-    long count;
-  };
-  const Case cases[] = {
-      {"AAA", "aa", -1, 2},
-      {"aaaa", "a", 2, 3},
-      {"a-a-a", "A", 0, 1},
-      {"xyz", "a", -1, 0},
-      {"xyz", "", -1, 0},
-      {"", "a", -1, 0},
-      {"<TR><tr><Tr>", "<tr>", -1, 3},
-      {"aaaa", "a", 10, 4},
-  };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.text) + " / " + c.search + " / " + std::to_string(c.max_count));
-    EXPECT_EQ(GetFindCount(c.text, c.search, c.max_count), c.count);
-  }
-}
 
 TEST(StartingPoints, OccurrencesMayOverlapAndMaxCountLimitsThem) {
   auto e = Entity::Create();
