@@ -33,20 +33,18 @@ class FieldRelay {
   FieldRelay(const FieldRelay&) = delete;
   FieldRelay& operator=(const FieldRelay&) = delete;
   ~FieldRelay() { Detach(); }
-  void Attach(Attrib& field, Entity* entity, Entity*& slot) {
+  // `slot` is the field's link to the dataset that re-raises its events.
+  void Attach(Entity*& slot, Entity* entity) {
     Detach();
-    field_ = &field;
     slot = entity;
     slot_ = &slot;
   }
   void Detach() {
     if (slot_) *slot_ = nullptr;
     slot_ = nullptr;
-    field_ = nullptr;
   }
 
  private:
-  Attrib* field_ = nullptr;
   Entity** slot_ = nullptr;
 };
 
@@ -452,7 +450,7 @@ void Entity::ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool Us
     bool row_lost = false;
     for (const AttribPtr& field : GetAttributes()) {
       if (IsSkipStep(field->Step(), skip_map)) continue;
-      relay.Attach(*field, this, field->relay_);
+      relay.Attach(field->relay_, this);
       Status failure;
       try {
         const std::string* cut = field->Cut(row_text, failure);
