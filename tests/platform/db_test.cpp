@@ -160,6 +160,19 @@ TEST_F(SqliteTest, BoundParametersCannotChangeAStatement) {
   EXPECT_EQ(rs->RecordCount(), 0);
 }
 
+TEST_F(SqliteTest, TheEmptyDateIsStoredAsNull) {
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM items WHERE id = 'a'", Open(), CursorType::Keyset, LockType::Optimistic);
+  const std::vector<std::string> names{"seen"};
+  rs->Update(names, std::vector<Variant>{Variant(DateTime())});
+  auto cn = Open();
+  const std::vector<Variant> none{Variant(DateTime())};
+  EXPECT_EQ((*cn->Execute("SELECT COUNT(*) FROM items WHERE seen IS NULL"))[0L].Value().ToLong(),
+            2);
+  EXPECT_EQ((*cn->Execute("SELECT COUNT(*) FROM items WHERE seen IS ?", none))[0L].Value().ToLong(),
+            2);
+}
+
 TEST_F(SqliteTest, ReadOnlyRecordsetRefusesEdits) {
   auto rs = Recordset::Create();
   rs->Open("SELECT * FROM items", Open());

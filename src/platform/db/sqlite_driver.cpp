@@ -162,6 +162,11 @@ void Bind(sqlite3* db, sqlite3_stmt* st, int index, const Variant& v) {
       rc = sqlite3_bind_double(st, index, v.ToDouble());
       break;
     case VarType::Date: {
+      // The empty date is no date at all: it is stored as null, never as an empty text.
+      if (v.ToDate().IsEmpty()) {
+        rc = sqlite3_bind_null(st, index);
+        break;
+      }
       const std::string iso = v.ToDate().ToIsoText();
       rc = sqlite3_bind_text(st, index, iso.data(), static_cast<int>(iso.size()), SQLITE_TRANSIENT);
       break;
