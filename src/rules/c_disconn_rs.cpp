@@ -1,0 +1,56 @@
+#include "rules/c_disconn_rs.h"
+
+#include "platform/text.h"
+#include "rules/procedures.h"
+#include "rules/rules_schema.h"
+#include "rules/sql_dialect.h"
+
+namespace gw {
+
+namespace {
+constexpr int kCommandTimeoutSeconds = 300;
+}  // namespace
+
+db::RecordsetPtr CDisconnRS::RunQuery(std::string_view SQLStatement, bool ReadOnly,
+                                      const std::vector<Variant>& params) const {
+  return ReportAs("CDisconnRS.RunQuery(SQLStatement,ReadOnly)", [&]() -> db::RecordsetPtr {
+    db::ConnectionPtr cn = OpenRulesConnection(rules_db_conn_str_);
+    cn->SetCommandTimeout(kCommandTimeoutSeconds);
+    const std::string dialect(cn->GetDriver().Dialect());
+
+    // SQL Server reads the library's date texts month first only when told so.
+    if (text::FindNoCase(cn->Provider(), "SQLOLEDB") != text::npos) {
+      const std::string set_format = TranslateSql("SET DATEFORMAT mdy", dialect);
+      if (!set_format.empty()) cn->ExecuteNonQuery(set_format);
+    }
+
+    std::string sql;
+    std::vector<Variant> bound;
+    const auto exec = ParseExecStatement(SQLStatement);
+    if (exec && !text::EqualsNoCase(dialect, "mssql")) {
+      BoundStatement b = BindProcedureCall(dialect, *exec, params);
+      sql = std::move(b.sql);
+      bound = std::move(b.params);
+    } else {
+      sql = TranslateSql(SQLStatement, dialect);
+      bound = params;
+    }
+
+    auto rs = db::Recordset::Create();
+    if (sql.empty() || !IsRowStatement(sql)) {
+      if (!sql.empty()) cn->ExecuteNonQuery(sql, bound);
+      cn->Close();
+      return rs;
+    }
+    if (ReadOnly) {
+      rs->Open(sql, cn, db::CursorType::Static, db::LockType::ReadOnly, bound);
+      rs->SetActiveConnection(nullptr);
+      cn->Close();
+    } else {
+      rs->Open(sql, cn, db::CursorType::Keyset, db::LockType::Optimistic, bound);
+    }
+    return rs;
+  });
+}
+
+}  // namespace gw

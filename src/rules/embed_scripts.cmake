@@ -1,0 +1,22 @@
+# Writes a C++ source that holds every schema script below ROOT (ROOT/<dialect>/<name>.sql) as a
+# string, so that the library carries its scripts and needs no files beside the program.
+# Run as: cmake -DROOT=<schema dir> -DOUT=<file.cpp> -P embed_scripts.cmake
+file(GLOB scripts RELATIVE ${ROOT} ${ROOT}/*/*.sql)
+list(SORT scripts)
+set(body "// Generated from ${ROOT} by embed_scripts.cmake: do not edit.\n")
+string(APPEND body "#include \"rules/embedded_scripts.h\"\n\nnamespace gw::rules_detail {\n\n")
+string(APPEND body "const EmbeddedScript kEmbeddedScripts[] = {\n")
+foreach(script ${scripts})
+  get_filename_component(dialect ${script} DIRECTORY)
+  get_filename_component(name ${script} NAME_WE)
+  file(READ ${ROOT}/${script} text)
+  string(FIND "${text}" ")gwsql\"" clash)
+  if(NOT clash EQUAL -1)
+    message(FATAL_ERROR "${script} contains the raw string delimiter )gwsql\"")
+  endif()
+  string(APPEND body "    {\"${dialect}\", \"${name}\", R\"gwsql(${text})gwsql\"},\n")
+endforeach()
+string(APPEND body "};\n\nconst std::size_t kEmbeddedScriptCount = sizeof(kEmbeddedScripts) / sizeof(kEmbeddedScripts[0]);\n\n}  // namespace gw::rules_detail\n")
+file(WRITE ${OUT}.tmp "${body}")
+file(COPY_FILE ${OUT}.tmp ${OUT} ONLY_IF_DIFFERENT)
+file(REMOVE ${OUT}.tmp)

@@ -1,0 +1,168 @@
+// The data-access classes of packages and runs: DJob, DTask, DDocSource, D_Doc, D_DownloadMgr,
+// D_Metabase. They share the shape of the template classes (template_data_access.h): the rules
+// connection string at creation, statements run through a `CDisconnRS` with every value bound,
+// rows written through updatable recordsets, and each method reporting under its log name.
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "platform/date_time.h"
+#include "platform/db/recordset.h"
+#include "rules/rules_data_access.h"
+
+namespace gw {
+
+class DJob : public RulesDataAccess {
+ public:
+  DJob() = default;
+  explicit DJob(std::string rules_db_conn_str) : RulesDataAccess(std::move(rules_db_conn_str)) {}
+
+  const std::string& RulesDBConnStr() const { return ConnStr(); }
+  void SetRulesDBConnStr(std::string cn_str) { SetConnStr(std::move(cn_str)); }
+
+  // Stamps the completion time of the package's runs with now, finished or not; without an id,
+  // of every run of every package. Meant for when nothing runs.
+  void CloseInstances(const std::string& JobId = {});
+  // job_id, Name, Description, Create Date, date_modified by name.
+  db::RecordsetPtr GetAllJobs();
+  // The packages by category: "category" with a chapter "Chapter1" of (job_id, category, Name,
+  // Description, Create Date, date_modified), as `D_DataPage::GetDatapageCategoryHierarchy`.
+  db::RecordsetPtr GetPkgCategoryHierarchy();
+  // Packages (job_id, job_name, description, date_created, date_modified) with a chapter
+  // "Chapter1" of their tasks (task_id, job_id, task_name, description, step) by step.
+  db::RecordsetPtr GetJobTaskHierarchy();
+  // One run's progress: tasks (with task_id) > documents "Chapter1" (with task_id, doc_id) >
+  // results by dataset "rsEntDetail".
+  db::RecordsetPtr GetJobProgress(const std::string& JobId, const DateTime& JobStartTime);
+  // Categories > packages "Chapter1" > runs "rsJob" (job_id, Start Time, Completion Time, Code),
+  // newest first. A run without a completion code (one under way) is not listed.
+  db::RecordsetPtr GetJobInstanceHierarchy();
+
+  // Writes the run (JobId, StartTime). A completion time or code that is not given (Empty, the
+  // empty date, code 0) becomes null on a new row and keeps the stored value on an existing one.
+  void SaveInstance(const std::string& JobId, const DateTime& StartTime,
+                    const Variant& CompleteTime = {}, const Variant& CompleteCode = {});
+  // Refused with 0x8612533D while a run of the package is under way; the store's cascades remove
+  // its tasks, their document sources and the package's run history.
+  void Delete(const std::string& JobId);
+  // JobId, JobName, Description, DateCreated, DateModified.
+  db::RecordsetPtr Selectx(const std::string& JobId, bool ReadOnly = false);
+  void Save(const std::string& JobId, const Variant& DateCreated = NoAction(),
+            const Variant& DateModified = NoAction(), const Variant& JobName = NoAction(),
+            const Variant& Description = NoAction());
+  // The package's runs without a completion time.
+  db::RecordsetPtr GetRunningInstances(const std::string& JobId);
+  // TaskId of each task, by step.
+  db::RecordsetPtr GetTasks(const std::string& JobId, bool ReadOnly = false);
+  // Refused with 0x8612533D while a run is under way.
+  void DeleteAllTasks(const std::string& JobId);
+};
+
+class DTask : public RulesDataAccess {
+ public:
+  DTask() = default;
+  explicit DTask(std::string rules_db_conn_str) : RulesDataAccess(std::move(rules_db_conn_str)) {}
+
+  const std::string& RulesDBConnStr() const { return ConnStr(); }
+  void SetRulesDBConnStr(std::string cn_str) { SetConnStr(std::move(cn_str)); }
+
+  // doc_id, uri, temp_uri, copy_completion_time of the run's documents that are ready to
+  // extract (their temp_uri is set).
+  db::RecordsetPtr GetDownloadedDocs(const std::string& JobId, const std::string& TaskId,
+                                     const DateTime& JobStartTime);
+  // Does nothing: documents are queued by their sources.
+  void NewDoc(const std::string& TaskId, const std::string& JobId, const DateTime& JobStartTime,
+              const std::string& DocId, const std::string& URI);
+  // DocSrcId of each document source of the task.
+  db::RecordsetPtr GetDocSources(const std::string& TaskId);
+  // Writes the task's run row. A completion time or code that is empty (Empty, the empty date,
+  // 0, "") is stored as null. `ThrottleWaitMSecs` has no column.
+  void SaveInstance(const std::string& TaskId, const std::string& JobId,
+                    const DateTime& JobStartTime, const DateTime& TaskStartTime,
+                    const Variant& CompleteTime = {}, const Variant& CompleteCode = {},
+                    long ThrottleWaitMSecs = 0);
+  void Delete(const std::string& TaskId);
+  // TaskId, JobId, TaskName, Description, DatapageId, Step, DisplaySrcType, ThrottleWaitMSecs.
+  db::RecordsetPtr Selectx(const std::string& TaskId, bool ReadOnly = false);
+  // An empty `DatapageId` is stored as null.
+  void Save(const std::string& TaskId, const Variant& JobId = NoAction(),
+            const Variant& TaskName = NoAction(), const Variant& Description = NoAction(),
+            const Variant& Step = NoAction(), const Variant& DisplaySrcType = NoAction(),
+            const Variant& ThrottleWaitMSecs = NoAction(), const Variant& DatapageId = NoAction());
+};
+
+class DDocSource : public RulesDataAccess {
+ public:
+  DDocSource() = default;
+  explicit DDocSource(std::string rules_db_conn_str)
+      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+
+  // Does nothing: sources go only with `DeleteAll`.
+  void Delete(const std::string& DocSrcId);
+  void DeleteAll(const std::string& TaskId);
+  // The row of doc_locations.
+  db::RecordsetPtr Selectx(const std::string& DocSrcId, bool ReadOnly = false);
+  void Save(const std::string& DocSrcId, const Variant& DBName = NoAction(),
+            const Variant& ConnStr = NoAction(), const Variant& TaskId = NoAction(),
+            const Variant& Source = NoAction(), const Variant& SourceType = NoAction());
+};
+
+class D_Doc : public RulesDataAccess {
+ public:
+  D_Doc() = default;
+  explicit D_Doc(std::string rules_db_conn_str) : RulesDataAccess(std::move(rules_db_conn_str)) {}
+
+  db::RecordsetPtr GetDoc(const std::string& DocId);
+  // Writes the document row `DocId`. On an existing row every argument at its empty value
+  // ("", the empty date, 0) keeps the stored value, so a count or code cannot be put back to 0.
+  // `copy_completion_time` is not written here.
+  void SaveDocument(const std::string& DocId, const std::string& TaskId = {},
+                    const std::string& JobId = {}, const DateTime& JobStartTime = {},
+                    const std::string& URI = {}, const std::string& TempURI = {},
+                    const std::string& CopyCompleteCode = {}, const DateTime& DocStartTime = {},
+                    const DateTime& DocCompletionTime = {}, std::int16_t CopyTryCount = 0,
+                    std::int16_t SuccessCode = 0);
+};
+
+class D_DownloadMgr : public RulesDataAccess {
+ public:
+  D_DownloadMgr() = default;
+  explicit D_DownloadMgr(std::string rules_db_conn_str)
+      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+
+  // What a file with this extension in its address is saved as; "" when unknown.
+  std::string GetSaveAsFileExt(const std::string& InputFileExt);
+  // The extension of a Content-Type value; "" when unknown.
+  std::string GetFileExtFromMimeType(const std::string& MimeType);
+  // The default extension of a `ResourceType` value (http 0, FileSystem 1, FTP 2, Unknown 4,
+  // Invalid 5); "" for a type without one (email 3).
+  std::string GetDefaultFileExt(int ResType);
+  // The run's rows still to fetch (not "Success", tried fewer than 10 times), updatable.
+  db::RecordsetPtr GetNonDownloadedFiles(const std::string& JobId, const std::string& TaskId,
+                                         const DateTime& JobStartTime);
+  // Points the run's rows still to fetch at their source (temp_uri = uri).
+  void SetCachePathToSrcPath(const std::string& JobId, const std::string& TaskId,
+                             const DateTime& JobStartTime);
+  long GetTotalDocCount(const std::string& JobId, const std::string& TaskId,
+                        const DateTime& JobStartTime);
+};
+
+class D_Metabase : public RulesDataAccess {
+ public:
+  D_Metabase() = default;
+  explicit D_Metabase(std::string rules_db_conn_str)
+      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+
+  // The one code row (id, display_name) whose band holds the determinant.
+  db::RecordsetPtr GetTaskSuccessCode(double sngDeterminantVal);
+  db::RecordsetPtr GetDocSuccessCode(double sngDeterminantVal);
+  db::RecordsetPtr GetEntitySuccessCode(double sngDeterminantVal);
+  db::RecordsetPtr GetJobSuccessCode(double sngDeterminantVal);
+  // Inserts or updates the result of one dataset on one document. Returns true.
+  bool SaveMetaEnt(const std::string& DocId, const std::string& EntityId, long OccurCount,
+                   long ExtractCount, float AvgSuccessCoeff, std::int16_t SuccessCode,
+                   long TotalErrorCount, float AvgErrorCount);
+};
+
+}  // namespace gw

@@ -1,0 +1,96 @@
+#include "rules/c_disconn_rs.h"
+
+#include <gtest/gtest.h>
+
+#include "rules_fixture.h"
+
+namespace gw {
+namespace {
+
+using testing::FailureOf;
+using testing::RulesStoreTest;
+
+class CDisconnRSTest : public RulesStoreTest {
+ protected:
+  void SetUp() override {
+    RulesStoreTest::SetUp();
+    Exec("INSERT INTO jobs (job_id, job_name) VALUES ('j1', 'b'), ('j2', 'a'), ('j''3', 'c')");
+  }
+};
+
+TEST_F(CDisconnRSTest, ReadOnlyResultOutlivesItsConnectionWithTheRightCount) {
+  const CDisconnRS q(cn_str_);
+  auto rs = q.RunQuery("SELECT [job_id], [job_name] FROM [jobs] ORDER BY [job_name]", true);
+  EXPECT_EQ(rs->ActiveConnection(), nullptr);
+  EXPECT_EQ(rs->RecordCount(), 3);
+  EXPECT_EQ((*rs)["job_name"].Value().ToString(), "a");
+  rs->MoveNext();
+  rs->MoveNext();
+  EXPECT_EQ((*rs)["job_id"].Value().ToString(), "j'3");
+  // The file is not held: another writer is not kept waiting by the recordset.
+  Exec("DELETE FROM jobs");
+  EXPECT_EQ(rs->RecordCount(), 3);
+}
+
+TEST_F(CDisconnRSTest, AnIdWithAQuoteIsSimplyNotFound) {
+  const CDisconnRS q(cn_str_);
+  for (const char* crafted : {"x' OR '1'='1", "j1'--", "'"}) {
+    SCOPED_TRACE(crafted);
+    EXPECT_EQ(
+        q.RunQuery("SELECT * FROM jobs WHERE job_id = ?", true, {Variant(crafted)})->RecordCount(),
+        0);
+    EXPECT_EQ(q.RunQuery("Exec usp_GetTasks ?", true, {Variant(crafted)})->RecordCount(), 0);
+  }
+  EXPECT_EQ(
+      q.RunQuery("SELECT * FROM jobs WHERE job_id = ?", true, {Variant("j'3")})->RecordCount(), 1);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs"), 3);
+}
+
+TEST_F(CDisconnRSTest, UpdatableResultWritesThroughUntilDetached) {
+  const CDisconnRS q(cn_str_);
+  auto rs = q.RunQuery("SELECT * FROM jobs WHERE job_id = ?", false, {Variant("j1")});
+  ASSERT_NE(rs->ActiveConnection(), nullptr);
+  (*rs)["job_name"] = Variant("renamed");
+  rs->Update();
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_name = 'renamed'"), 1);
+  rs->SetActiveConnection(nullptr);
+  (*rs)["job_name"] = Variant("only in memory");
+  rs->Update();
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_name = 'renamed'"), 1);
+}
+
+TEST_F(CDisconnRSTest, ExecRunsTheProcedureWithLiteralOrBoundArguments) {
+  Exec("INSERT INTO tasks (task_id, job_id, step) VALUES ('t2', 'j1', 2), ('t1', 'j1', 1)");
+  const CDisconnRS q(cn_str_);
+  for (auto rs : {q.RunQuery("Exec usp_GetTasks 'j1'", true),
+                  q.RunQuery("Exec usp_GetTasks ?", true, {Variant("j1")})}) {
+    ASSERT_EQ(rs->RecordCount(), 2);
+    EXPECT_EQ((*rs)["TaskId"].Value().ToString(), "t1");
+  }
+  // An inserting procedure gives a closed recordset.
+  auto none = q.RunQuery("Exec usp_CustCol_InsForEnt 'e1', 24");
+  EXPECT_FALSE(none->IsOpen());
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM entity_custom_columns WHERE entity_id = 'e1'"), 1);
+}
+
+TEST_F(CDisconnRSTest, StatementsWithoutRowsRunAndGiveAClosedRecordset) {
+  const CDisconnRS q(cn_str_);
+  auto rs = q.RunQuery("UPDATE jobs SET description = ? WHERE job_id = ?", false,
+                       {Variant("d"), Variant("j2")});
+  EXPECT_FALSE(rs->IsOpen());
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE description = 'd'"), 1);
+}
+
+TEST_F(CDisconnRSTest, FailuresCarryTheStoresNumberAndTheLogName) {
+  const CDisconnRS q(cn_str_);
+  const Error e = testing::CaughtError([&] { q.RunQuery("SELECT * FROM nowhere", true); });
+  EXPECT_EQ(e.Number(), db::dberr::kNoSuchTable);
+  ASSERT_FALSE(e.CallStack().empty());
+  EXPECT_EQ(e.CallStack().front(), "CDisconnRS.RunQuery(SQLStatement,ReadOnly)");
+  EXPECT_EQ(FailureOf([&] { q.RunQuery("Exec usp_DoesNotExist", true); }), 0x80040E14u);
+  EXPECT_EQ(FailureOf([&] { CDisconnRS("Provider=Nothing").RunQuery("SELECT 1", true); }),
+            db::dberr::kProviderNotFound);
+}
+
+}  // namespace
+}  // namespace gw
