@@ -1,5 +1,10 @@
 #include "rules/rules_schema.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <filesystem>
 #include <set>
 
 #include "platform/db/recordset.h"
@@ -61,6 +66,36 @@ std::vector<UpgradeStep> ParseUpgradeSteps(std::string_view script) {
   return steps;
 }
 
+// Holds an exclusive lock on "<store file>.init-lock" while a process checks for and creates the
+// schema of a SQLite store, so that two processes starting at once do not both switch the file to
+// write-ahead logging and load the scripts (SQLite may refuse one of them at once, without
+// waiting, to avoid a deadlock). Nothing is locked for a store that is not a plain file.
+class CreationLock {
+ public:
+  explicit CreationLock(const db::Connection& cn) {
+    if (!text::StartsWithNoCase(cn.Property("Provider"), "SQLite")) return;
+    std::string file = cn.Property("Data Source");
+    if (file.empty()) file = cn.Property("Database");
+    if (file.empty() || file == ":memory:" || text::StartsWithNoCase(file, "file:")) return;
+    fd_ = ::open((file + ".init-lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    if (fd_ >= 0 && ::flock(fd_, LOCK_EX) != 0) {
+      ::close(fd_);
+      fd_ = -1;
+    }
+  }
+  ~CreationLock() {
+    if (fd_ >= 0) {
+      ::flock(fd_, LOCK_UN);
+      ::close(fd_);
+    }
+  }
+  CreationLock(const CreationLock&) = delete;
+  CreationLock& operator=(const CreationLock&) = delete;
+
+ private:
+  int fd_ = -1;
+};
+
 }  // namespace
 
 void RulesSchema::Load(db::Connection& cn) {
@@ -109,6 +144,8 @@ bool RulesSchema::Exists(db::Connection& cn) {
 bool RulesSchema::Ensure(db::Connection& cn) {
   return ReportAs("RulesSchema.Ensure(cn)", [&] {
     if (Exists(cn) || EmbeddedRulesScript(DialectOf(cn), "schema").empty()) return false;
+    const CreationLock lock(cn);
+    if (Exists(cn)) return false;  // another process made it while this one waited
     Load(cn);
     LoadBaseData(cn);
     Upgrade(cn);
