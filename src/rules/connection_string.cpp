@@ -1,5 +1,7 @@
 #include "rules/connection_string.h"
 
+#include "infra/c_crypto.h"
+#include "infra/c_registry.h"
 #include "platform/db/connection_string.h"
 #include "platform/error.h"
 #include "platform/paths.h"
@@ -18,6 +20,35 @@ std::string& OverrideSlot() {
 std::string& CachedCnStr() {
   static std::string value;
   return value;
+}
+
+constexpr std::string_view kProductKey = "SOFTWARE\\Tallowmere\\Zentrovo";
+constexpr std::string_view kCnStrValue = "CnStr";
+
+// The stored "CnStr" as the rules layer uses it: deciphered unless it is a clear connection
+// string; "" when nothing is stored.
+std::string ReadStoredCnStr() {
+  Variant stored;
+  C_Registry registry;
+  if (registry.QueryValueEx(
+          C_Registry::KeyHandle(C_Registry::HKEY_LOCAL_MACHINE, std::string(kProductKey)),
+          kCnStrValue, stored) != C_Registry::kSuccess) {
+    return {};
+  }
+  const std::string read = stored.ToText();
+  if (text::InStr(1, read, "rovider", true) >= 1) return read;  // a clear connection string
+  try {
+    std::string clear = CCrypto().DecryptText(read);
+    if (!clear.empty()) return clear;
+  } catch (const Error&) {
+    // Not a ciphertext: a value written before strings were enciphered.
+  }
+  return read;
+}
+
+void WriteStoredCnStr(const std::string& cn_str) {
+  C_Registry().SetKeyValue(C_Registry::HKEY_LOCAL_MACHINE, kProductKey, kCnStrValue,
+                           Variant(CCrypto().EncryptText(cn_str)), C_Registry::REG_SZ);
 }
 
 constexpr long kMaxPosition = 32767;
@@ -136,13 +167,39 @@ std::string ReformatMySQLCnStr(std::string& CnStr, bool flag) {
 std::string GetCnStr() {
   return ReportAs("modConnectionString.GetCnStr", [&] {
     if (!RulesConnectionOverride().empty()) return RulesConnectionOverride();
+    if (CachedCnStr().empty()) CachedCnStr() = ReadStoredCnStr();
     if (!CachedCnStr().empty()) return CachedCnStr();
     return DefaultRulesConnectionString();
+  });
+}
+
+void SetCnStr(const std::string& CnStr) {
+  ReportAs("modConnectionString.SetCnStr(CnStr)", [&] {
+    if (CnStr.empty()) return;
+    WriteStoredCnStr(CnStr);
+    CachedCnStr() = CnStr;
   });
 }
 
 void ClearCachedCnStr() { CachedCnStr().clear(); }
 
 }  // namespace modConnectionString
+
+std::string CConnectionString::GetCnStr() {
+  return ReportAs("CConnectionString.GetCnStr", [&] {
+    if (!RulesConnectionOverride().empty()) return RulesConnectionOverride();
+    if (connection_string_.empty()) connection_string_ = ReadStoredCnStr();
+    if (!connection_string_.empty()) return connection_string_;
+    return DefaultRulesConnectionString();
+  });
+}
+
+void CConnectionString::SetCnStr(const std::string& CnStr) {
+  ReportAs("CConnectionString.SetCnStr(CnStr)", [&] {
+    if (CnStr.empty()) return;
+    WriteStoredCnStr(CnStr);
+    connection_string_ = CnStr;
+  });
+}
 
 }  // namespace gw
