@@ -1,0 +1,122 @@
+// The commands of the rules store, run as the program a user runs.
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdio>
+
+#include "platform/db/connection.h"
+#include "platform/db/recordset.h"
+#include "rules/connection_string.h"
+#include "rules/package_data_access.h"
+#include "rules/template_data_access.h"
+#include "support/test_support.h"
+
+namespace gw {
+namespace {
+
+struct Result {
+  int status = -1;
+  std::string output;
+};
+
+// Runs gleanwright with `args` (already quoted for the shell) and $GLEANWRIGHT_HOME at `home`.
+Result RunCli(const std::filesystem::path& home, const std::string& args) {
+  const std::string cmd = "GLEANWRIGHT_HOME='" + home.string() + "' '" GW_CLI "' " + args + " 2>&1";
+  Result r;
+  FILE* p = ::popen(cmd.c_str(), "r");
+  if (!p) return r;
+  char buf[4096];
+  std::size_t n;
+  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.output.append(buf, n);
+  const int status = ::pclose(p);
+  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  return r;
+}
+
+// Schema objects and row counts of a SQLite store.
+std::string Snapshot(const std::filesystem::path& file) {
+  auto cn = db::Connection::Create();
+  cn->Open("Provider=SQLite;Data Source=" + file.string());
+  std::string out;
+  for (auto rs = cn->Execute("SELECT type, name, sql FROM sqlite_master ORDER BY name");
+       !rs->IsEOF(); rs->MoveNext()) {
+    const std::string name = (*rs)["name"].Value().ToText();
+    out += name + ": " + (*rs)["sql"].Value().ToText() + "\n";
+    if ((*rs)["type"].Value().ToText() == "table") {
+      out += "rows " +
+             (*cn->Execute("SELECT COUNT(*) FROM \"" + name + "\""))[0L].Value().ToText() + "\n";
+    }
+  }
+  return out;
+}
+
+TEST(InitCommand, CreatesTheStoreOnceAndSaysWhereItIs) {
+  testing::TempDir home;
+  const auto file = home.Path() / "ZentrovoDB.sqlite";
+  Result first = RunCli(home.Path(), "init");
+  ASSERT_EQ(first.status, 0) << first.output;
+  EXPECT_NE(first.output.find("Rules database: " + file.string()), std::string::npos)
+      << first.output;
+  EXPECT_NE(first.output.find("Created"), std::string::npos) << first.output;
+  ASSERT_TRUE(std::filesystem::exists(file));
+  const std::string before = Snapshot(file);
+  EXPECT_NE(before.find("rows 4\n"), std::string::npos) << "reference rows are loaded";
+
+  Result second = RunCli(home.Path(), "init");
+  ASSERT_EQ(second.status, 0) << second.output;
+  EXPECT_NE(second.output.find("current"), std::string::npos) << second.output;
+  EXPECT_EQ(Snapshot(file), before);
+}
+
+TEST(InitCommand, TheRulesOptionUsesAnotherStoreForThisRunOnly) {
+  testing::TempDir home;
+  const auto other = home.Path() / "elsewhere.sqlite";
+  Result r =
+      RunCli(home.Path(), "--rules 'Provider=SQLite;Data Source=" + other.string() + "' init");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_NE(r.output.find(other.string()), std::string::npos) << r.output;
+  EXPECT_TRUE(std::filesystem::exists(other));
+  EXPECT_FALSE(std::filesystem::exists(home.Path() / "ZentrovoDB.sqlite"));
+  // Nothing was stored: the next run without the option uses the default store.
+  const std::string registry = std::filesystem::exists(home.Path() / "registry.txt")
+                                   ? gw::testing::ReadFile(home.Path() / "registry.txt")
+                                   : std::string();
+  EXPECT_EQ(registry.find("CnStr"), std::string::npos);
+}
+
+TEST(ListCommands, ShowDatapagesAndPackagesByCategory) {
+  testing::TempDir home;
+  const auto file = home.Path() / "ZentrovoDB.sqlite";
+  SetRulesConnectionOverride("Provider=SQLite;Data Source=" + file.string());
+  D_DataPage().Save("p1", "Prices\\Daily", "Daily prices");
+  D_DataPage().Save("p2", "Loose");
+  DJob().Save("j1", NoAction(), NoAction(), "Nightly\\Fetch all");
+  SetRulesConnectionOverride({});
+
+  Result pages = RunCli(home.Path(), "datapages");
+  ASSERT_EQ(pages.status, 0) << pages.output;
+  EXPECT_EQ(pages.output,
+            "(Default)\n"
+            "  Loose  p2\n"
+            "Prices\n"
+            "  Daily  p1  Daily prices\n");
+  Result packages = RunCli(home.Path(), "packages");
+  ASSERT_EQ(packages.status, 0) << packages.output;
+  EXPECT_EQ(packages.output, "Nightly\n  Fetch all  j1\n");
+
+  testing::TempDir empty;
+  EXPECT_EQ(RunCli(empty.Path(), "packages").output, "No packages.\n");
+}
+
+TEST(ListCommands, AFailureOfTheStoreIsReportedWithItsNumber) {
+  testing::TempDir home;
+  Result r = RunCli(home.Path(), "--rules 'Provider=Nothing;Data Source=x' datapages");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.output.find("0x800A0E7A"), std::string::npos) << r.output;
+  EXPECT_NE(r.output.find("D_DataPage.GetDatapageCategoryHierarchy"), std::string::npos)
+      << r.output;
+}
+
+}  // namespace
+}  // namespace gw
