@@ -4,6 +4,7 @@
 
 #include "commands.h"
 #include "platform/error.h"
+#include "rules/connection_string.h"
 
 int main(int argc, char** argv) {
   CLI::App app{
@@ -17,6 +18,9 @@ int main(int argc, char** argv) {
   app.add_option("--rules", globals.rules_connection,
                  "Rules database connection string for this invocation only (default: the stored "
                  "one, else $GLEANWRIGHT_HOME/ZentrovoDB.sqlite)");
+
+  // Before any command runs: --rules replaces the stored rules connection string for this run.
+  app.parse_complete_callback([&] { gw::SetRulesConnectionOverride(globals.rules_connection); });
 
   int exit_status = 0;
   gw::app::RegisterCommands(app, globals, [&](int status) { exit_status = status; });
