@@ -1,0 +1,104 @@
+// DocSource: where a task's documents come from (a path, a list, a query), and DocSources, the
+// sources of one task. This file holds what is stored; expanding sources into documents belongs
+// to the run.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "platform/collection.h"
+#include "platform/variant.h"
+
+namespace gw {
+
+class Task;
+
+// `SrcType`.
+enum class SrcType : int { path = 0, sql = 1 };
+
+class DocSource : public Object {
+ public:
+  // A new source with a fresh `DocSrcId`.
+  static std::shared_ptr<DocSource> Create();
+  std::string TypeName() const override { return "DocSource"; }
+
+  // Does nothing: a source's row goes only with all the task's sources (`DocSources::DBClearAll`).
+  void Delete() {}
+  // Writes the row with the owning task's id; `ConnStr` is stored enciphered (in clear when it
+  // cannot be enciphered). An empty `DocSrcId` gets a new id first. Without an owning task, fails
+  // with 91.
+  void Save();
+  // Reads the row: failure 0xAAB19D7B when there is none, 0xAAB19D7C when there are several.
+  // Each column is taken only when not null; a connection string that does not decipher (or
+  // deciphers to nothing) is taken as stored.
+  void Load(const std::string& DocSrcId);
+  // Has an empty body and returns "".
+  std::string ParseSource() { return {}; }
+
+  // Not stored: after `Load` it is always false.
+  bool IncludeSubFolders() const { return include_sub_folders_; }
+  void SetIncludeSubFolders(bool v) { include_sub_folders_ = v; }
+  // The owning task, or null.
+  std::shared_ptr<Task> GetTask() const { return task_.lock(); }
+  // The task id of the stored row (the owner's id once it is set).
+  const std::string& TaskId() const { return task_id_; }
+  const std::string& Source() const { return source_; }
+  void SetSource(std::string v) { source_ = std::move(v); }
+  const std::string& DBName() const { return db_name_; }
+  void SetDBName(std::string v) { db_name_ = std::move(v); }
+  // In clear.
+  const std::string& ConnStr() const { return conn_str_; }
+  void SetConnStr(std::string v) { conn_str_ = std::move(v); }
+  SrcType SourceType() const { return source_type_; }
+  void SetSourceType(SrcType v) { source_type_ = v; }
+  const std::string& DocSrcId() const { return doc_src_id_; }
+  void SetDocSrcId(std::string v) { doc_src_id_ = std::move(v); }
+
+  // Inside the library: the back reference, which `DocSources::Add` sets.
+  void SetTask(const std::shared_ptr<Task>& task);
+
+ private:
+  DocSource() = default;
+
+  std::string doc_src_id_;
+  SrcType source_type_ = SrcType::path;
+  std::string conn_str_;
+  std::string db_name_;
+  std::string source_;
+  bool include_sub_folders_ = false;
+  std::weak_ptr<Task> task_;
+  std::string task_id_;
+};
+
+using DocSourcePtr = std::shared_ptr<DocSource>;
+
+// The sources of one task, 1-based, in the order they were added.
+class DocSources {
+ public:
+  // Removes the task's rows of doc_locations (`DDocSource::DeleteAll`).
+  void DBClearAll();
+  // Removes every item.
+  void MemoryClearAll() { items_.Clear(); }
+  void ClearAll() {
+    MemoryClearAll();
+    DBClearAll();
+  }
+  // `Save` on each source in order.
+  void SaveAll();
+  // Sets the source's task to this collection's task; a non-empty key must be new (457).
+  DocSourcePtr Add(DocSourcePtr DocSrc, std::string_view sKey = {});
+  DocSourcePtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
+  long Count() const { return items_.Count(); }
+  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
+  auto begin() const { return items_.begin(); }
+  auto end() const { return items_.end(); }
+
+  std::shared_ptr<Task> GetTask() const { return task_.lock(); }
+  void SetTask(const std::shared_ptr<Task>& task) { task_ = task; }
+
+ private:
+  Collection<DocSourcePtr> items_;
+  std::weak_ptr<Task> task_;
+};
+
+}  // namespace gw

@@ -1,0 +1,120 @@
+// Job: a package as it is stored (`jobs`, and `job_instances` for a run), and Tasks, its steps.
+//
+// The run itself (`Execute`, `Validate`, the goto) belongs to the package engine; this file holds
+// the definition, its persistence and the collection of tasks.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "engine/task.h"
+#include "platform/collection.h"
+#include "platform/date_time.h"
+#include "platform/variant.h"
+
+namespace gw {
+
+class Job;
+
+// The steps of a package, 1-based. `Job::Tasks` keeps it sorted by step.
+class Tasks {
+ public:
+  // "NewTask", or "NewTask (2)", "NewTask (3)"... the first name no task has (without case).
+  std::string GetDefaultName() const;
+  // The largest step; an empty collection fails (9) on reading position 1.
+  std::int32_t GetMaxStep() const;
+  // Orders the tasks by step, equal steps keeping their order; the keys are gone afterwards.
+  void Sort();
+  // `Save` on each task. Returns true.
+  bool SaveAll();
+  // The 1-based position of the task with that id, or 0.
+  long Find(const std::string& TaskId) const;
+  // Sets the task's package to this collection's; a non-empty key must be new (457).
+  TaskPtr Add(TaskPtr task, std::string_view sKey = {});
+  TaskPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
+  long Count() const { return items_.Count(); }
+  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
+  auto begin() const { return items_.begin(); }
+  auto end() const { return items_.end(); }
+
+  std::shared_ptr<Job> GetJob() const { return job_.lock(); }
+  void SetJob(const std::shared_ptr<Job>& job) { job_ = job; }
+
+ private:
+  Collection<TaskPtr> items_;
+  std::weak_ptr<Job> job_;
+};
+
+class Job : public Object {
+ public:
+  // A new package: a fresh `JobId`, both dates now.
+  static std::shared_ptr<Job> Create();
+  std::string TypeName() const override { return "Job"; }
+
+  // Reads the definition: failure 0xAAA25B3B when there is no row, 0xAAA25B3C when there are
+  // several; columns are taken only when not null. `DeepLoad` also loads every task and its
+  // document sources. Tasks loaded before are dropped.
+  void Load(const std::string& Id, bool DeepLoad = false);
+  // A definition: an empty id gets a new one and an empty `DateCreated` now; refused with
+  // 0x86125335 while a run is under way; written with now as the modification date (the member
+  // keeps its value). An instance: its `job_instances` row.
+  void Save();
+  // Refused with 0x861253A3 while a run is under way; the store's cascades take the tasks, their
+  // sources and the run history.
+  void Delete();
+  // Refused with 0x86125339 while a run is under way; `Save`, then `Save` on every task.
+  void SaveAll();
+  // Makes this object a new package that saving stores beside the old one: new ids for the
+  // package, its tasks and their sources. Nothing is saved.
+  void Copy();
+  // Does nothing (closing runs is `DJob::CloseInstances`).
+  void ForceCloseAllInstances() {}
+  // A run of this package has no completion time.
+  bool IsAnyInstanceRunning();
+
+  // The tasks, loaded on first use (failing with 457 when two have the same step) and sorted by
+  // step at every read.
+  Tasks& GetTasks();
+
+  const std::string& JobId() const { return job_id_; }
+  void SetJobId(std::string v) { job_id_ = std::move(v); }
+  const std::string& JobName() const { return job_name_; }
+  void SetJobName(std::string v) { job_name_ = std::move(v); }
+  const std::string& Description() const { return description_; }
+  void SetDescription(std::string v) { description_ = std::move(v); }
+  const DateTime& DateCreated() const { return date_created_; }
+  void SetDateCreated(DateTime v) { date_created_ = v; }
+  const DateTime& DateModified() const { return date_modified_; }
+  void SetDateModified(DateTime v) { date_modified_ = v; }
+  const DateTime& StartTime() const { return start_time_; }
+  void SetStartTime(DateTime v) { start_time_ = v; }
+  const DateTime& CompleteTime() const { return complete_time_; }
+  void SetCompleteTime(DateTime v) { complete_time_ = v; }
+  std::int16_t CompleteCode() const { return complete_code_; }
+  void SetCompleteCode(std::int16_t v) { complete_code_ = v; }
+  bool IsInstance() const { return is_instance_; }
+
+  // ---- inside the library ----
+  void SetIsInstance(bool v) { is_instance_ = v; }
+  // Loads every task and its document sources.
+  void EnsureDeepLoad();
+  // Removes every task row (`DJob::DeleteAllTasks`).
+  void DeleteAllTasks();
+
+ private:
+  Job();
+
+  std::string job_id_;
+  std::string job_name_;
+  std::string description_;
+  DateTime date_created_, date_modified_;
+  DateTime start_time_, complete_time_;
+  std::int16_t complete_code_ = 0;
+  bool is_instance_ = false;
+  std::unique_ptr<Tasks> tasks_;
+};
+
+using JobPtr = std::shared_ptr<Job>;
+
+}  // namespace gw
