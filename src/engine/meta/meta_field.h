@@ -5,8 +5,8 @@
 // row by row (`GetMetaFieldValues`); the extraction engine writes it into the row when the target
 // table has that column.
 //
-// Reading custom columns from the rules store (`MetaField.Load`, `MetaFields.SaveAll`) belongs to
-// the rules store and is not part of this library yet.
+// The catalogue of custom columns and each dataset's choice of them live in the rules store
+// (`MetaField.Load`, `MetaFields.SaveAll`).
 #pragma once
 
 #include <memory>
@@ -23,6 +23,10 @@ class MetaField : public Object {
  public:
   static std::shared_ptr<MetaField> Create() { return std::make_shared<MetaField>(); }
   std::string TypeName() const override { return "MetaField"; }
+
+  // Reads the custom column `CustColId` from the rules store: failure 0xBC83FFCA when there is
+  // none, 0xBC83FFCB when there are several; columns are taken only when not null.
+  MetaField& Load(long CustColId);
 
   long Id() const { return id_; }
   void SetId(long id) { id_ = id; }
@@ -78,6 +82,9 @@ class MetaFields : public Object {
   // An empty, in-memory recordset with one text column per field, in order: `ColumnName` with
   // `ColumnLength` characters. The shape in which custom columns join a dataset's row.
   std::shared_ptr<db::Recordset> GetCustomColsRecordset() const;
+  // Stores this selection as the custom columns of the dataset `EntityId`, in order, replacing
+  // what was stored.
+  void SaveAll(const std::string& EntityId) const;
 
  private:
   Collection<MetaFieldPtr> items_;
