@@ -6,10 +6,12 @@
 #include "extraction/internal.h"
 #include "extraction/text_search.h"
 #include "infra/c_guid_gen.h"
+#include "rules/template_data_access.h"
 
 namespace gw {
 
-using extraction_internal::ThrowRulesStoreUnavailable;
+using exerr::kDuplicateAttrib;
+using exerr::kNoSuchAttrib;
 
 std::string JoinColumnType(std::string_view column_type, std::string_view parameter) {
   std::string stored(column_type);
@@ -133,9 +135,58 @@ std::string Attrib::FilterAsColumnType(std::string_view rawText) {
   });
 }
 
-bool Attrib::Save() { ThrowRulesStoreUnavailable("Attrib.Save"); }
-void Attrib::Delete() { ThrowRulesStoreUnavailable("Attrib.Delete"); }
-bool Attrib::Load(std::string_view) { ThrowRulesStoreUnavailable("Attrib.Load"); }
+bool Attrib::Save() {
+  return ReportAs("Attrib.Save", [&] {
+    D_Attrib().Save(id_, entity_id_, column_name_, StartTag(), EndTag(), step_, is_pk_,
+                    JoinColumnType(column_type_, column_type_parameter_), column_size_,
+                    is_optional_);
+    is_dirty_ = false;
+    return true;
+  });
+}
+
+void Attrib::Delete() {
+  ReportAs("Attrib.Delete", [&] {
+    D_Attrib().Delete(id_);
+    GetEntity()->GetAttributes().Remove(IndexKey(id_));
+  });
+}
+
+bool Attrib::Load(std::string_view Id) {
+  return ReportAs("Attrib.Load(Id)", [&] {
+    auto rs = D_Attrib().Selectx(std::string(Id));
+    if (rs->RecordCount() == 0) {
+      throw Error(kNoSuchAttrib, "Attrib.Load", "The specified Attribute Id does not exist.");
+    }
+    if (rs->RecordCount() > 1) {
+      throw Error(kDuplicateAttrib, "Attrib.Load",
+                  "Data consistency error within the database.  There is more than one Attribute "
+                  "with that ID.");
+    }
+    auto& f = rs->GetFields();
+    auto take = [&](const char* column, auto&& assign) {
+      const Variant& v = f[column].Value();
+      if (!v.IsNull()) assign(v);
+    };
+    take("A_Id", [&](const Variant& v) { id_ = v.ToString(); });
+    take("ColumnName", [&](const Variant& v) { column_name_ = v.ToString(); });
+    take("EndTag", [&](const Variant& v) { end_tag_ = text::NoCaseSearcher(v.ToString()); });
+    take("StartTag", [&](const Variant& v) { start_tag_ = text::NoCaseSearcher(v.ToString()); });
+    take("Step", [&](const Variant& v) { step_ = v.ToInteger(); });
+    take("EntityId", [&](const Variant& v) { entity_id_ = v.ToString(); });
+    // The key flag is read as stored: the dataset's key bookkeeping runs only when a user sets it.
+    take("IsPK", [&](const Variant& v) { is_pk_ = v.ToBool(); });
+    take("ColumnType", [&](const Variant& v) {
+      ColumnTypeParts parts = SplitColumnType(v.ToString());
+      SetColumnType(std::move(parts.column_type));
+      if (parts.parameter) column_type_parameter_ = std::move(*parts.parameter);
+    });
+    take("ColumnSize", [&](const Variant& v) { column_size_ = v.ToLong(); });
+    take("IsOptional", [&](const Variant& v) { is_optional_ = v.ToBool(); });
+    is_dirty_ = false;
+    return true;
+  });
+}
 
 std::shared_ptr<Entity> Attrib::EntityIfSet() const {
   if (auto e = entity_.lock()) return e;

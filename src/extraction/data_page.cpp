@@ -6,10 +6,9 @@
 #include "infra/c_guid_gen.h"
 #include "platform/db/driver.h"
 #include "platform/event_loop.h"
+#include "rules/template_data_access.h"
 
 namespace gw {
-
-using extraction_internal::ThrowRulesStoreUnavailable;
 
 namespace {
 
@@ -28,6 +27,17 @@ class PageRelay {
   DataPage*& slot_;
 };
 
+// The datasets a rules-store query names in its column E_Id, each loaded, in the query's order.
+std::vector<EntityPtr> LoadStoredEntities(const std::shared_ptr<db::Recordset>& ids) {
+  std::vector<EntityPtr> loaded;
+  for (; !ids->IsEOF(); ids->MoveNext()) {
+    auto e = Entity::Create();
+    e->Load(ids->GetFields()["E_Id"].Value().ToString());
+    loaded.push_back(std::move(e));
+  }
+  return loaded;
+}
+
 }  // namespace
 
 DataPage::DataPage() : id_(CGUIDGen::NewGUID()) {}
@@ -41,23 +51,69 @@ std::shared_ptr<DataPage> DataPage::Create() {
   return page;
 }
 
-bool DataPage::Save() { ThrowRulesStoreUnavailable("DataPage.Save"); }
-bool DataPage::Load(std::string_view) { ThrowRulesStoreUnavailable("DataPage.Load"); }
+bool DataPage::Save() {
+  return ReportAs("DataPage.Save", [&] {
+    D_DataPage().Save(id_, display_name_, description_, db_name_, date_created_, date_modified_);
+    is_dirty_ = false;
+    return true;
+  });
+}
+
+bool DataPage::Load(std::string_view Id) {
+  return ReportAs("DataPage.Load(Id)", [&] {
+    auto rs = D_DataPage().Selectx(std::string(Id));
+    if (rs->RecordCount() == 0) {
+      throw Error(exerr::kNoSuchDataPage, "DataPage.Load",
+                  "The specified Datapage Id does not exist.");
+    }
+    if (rs->RecordCount() > 1) {
+      throw Error(exerr::kDuplicateDataPage, "Datapage.Load",
+                  "Data consistency error within the database.  There is more than one DataPage "
+                  "with that ID.");
+    }
+    auto& f = rs->GetFields();
+    auto take = [&](const char* column, auto&& assign) {
+      const Variant& v = f[column].Value();
+      if (!v.IsNull()) assign(v);
+    };
+    take("DP_Id", [&](const Variant& v) { id_ = v.ToString(); });
+    take("DisplayName", [&](const Variant& v) { display_name_ = v.ToString(); });
+    take("Description", [&](const Variant& v) { description_ = v; });
+    take("DBName", [&](const Variant& v) { db_name_ = v.ToString(); });
+    take("DateCreated", [&](const Variant& v) { date_created_ = v.ToDate(); });
+    take("DateModified", [&](const Variant& v) { date_modified_ = v.ToDate(); });
+    // The datasets are read again from the store when they are next used.
+    while (entities_.Count() > 0) entities_.Remove(1);
+    while (root_entities_.Count() > 0) root_entities_.Remove(1);
+    is_stored_ = true;
+    entities_loaded_ = roots_loaded_ = false;
+    is_dirty_ = false;
+    return true;
+  });
+}
 
 Entities& DataPage::GetEntities() {
   if (is_stored_ && !entities_loaded_ && !id_.empty()) {
-    entities_loaded_ = true;
-    ThrowRulesStoreUnavailable("DataPage.Entities");
+    ReportAs("DataPage.Entities", [&] {
+      entities_.AddLoaded(LoadStoredEntities(D_DataPage().GetEntities(id_)));
+      entities_loaded_ = true;
+    });
   }
   return entities_;
 }
 
 Entities& DataPage::RootEntities() {
-  if (is_stored_ && !roots_loaded_) {
-    roots_loaded_ = true;
-    ThrowRulesStoreUnavailable("DataPage.RootEntities");
-  }
+  if (is_stored_ && !roots_loaded_) SetRootEntitiesFromDB();
   return root_entities_;
+}
+
+void DataPage::SetRootEntitiesFromDB() {
+  ReportAs("DataPage.SetRootEntitiesFromDB", [&] {
+    auto roots = LoadStoredEntities(D_DataPage().GetRootEntities(id_));
+    while (root_entities_.Count() > 0) root_entities_.Remove(1);
+    root_entities_.AddLoaded(roots);
+    roots_loaded_ = true;
+  });
 }
 
 void DataPage::SetDescription(Variant value) {

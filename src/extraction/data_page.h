@@ -61,8 +61,11 @@ class DataPage : public Object {
   Entities& RootEntities();
 
   bool Unload() { return false; }
-  // Need the rules store (not available in this build yet: they fail with 0x80004001).
+  // Writes the datapage's row (not its datasets) through `D_DataPage`; clears `IsDirty`.
   bool Save();
+  // Reads the datapage: failure 0x8004285C when there is no row, 0x8004285D when there are
+  // several; columns are taken only when not null. Its datasets load from the store on first use
+  // (`Entities`, `RootEntities`). Clears `IsDirty`.
   bool Load(std::string_view Id);
 
   const Variant& Description() const { return description_; }
@@ -108,6 +111,8 @@ class DataPage : public Object {
 
   // ---- inside the library ----
   void SetId(std::string value) { id_ = std::move(value); }
+  // Reads the root datasets afresh from the rules store.
+  void SetRootEntitiesFromDB();
 
  private:
   DataPage();

@@ -5,15 +5,15 @@
 #include "extraction/data_page.h"
 #include "extraction/failures.h"
 #include "extraction/internal.h"
+#include "infra/c_crypto.h"
 #include "infra/c_guid_gen.h"
 #include "platform/db/connection.h"
 #include "platform/event_loop.h"
 #include "platform/text.h"
+#include "rules/template_data_access.h"
 #include "text/c_string.h"
 
 namespace gw {
-
-using extraction_internal::ThrowRulesStoreUnavailable;
 
 namespace {
 
@@ -125,9 +125,141 @@ EntityPtr Entity::Create() {
   return e;
 }
 
-bool Entity::Save() { ThrowRulesStoreUnavailable("Entity.Save"); }
-bool Entity::Load(std::string_view) { ThrowRulesStoreUnavailable("Entity.Load"); }
-void Entity::Delete() { ThrowRulesStoreUnavailable("Entity.Delete"); }
+namespace {
+
+// Takes the dataset `id` out of `entities`, if it is there (found by id: items need not be keyed).
+void RemoveById(Entities& entities, const std::string& id) {
+  for (long k = 1; k <= entities.Count(); ++k) {
+    if (entities.Item(k)->Id() == id) {
+      entities.Remove(k);
+      return;
+    }
+  }
+}
+
+void RemoveAll(Entities& entities) {
+  while (entities.Count() > 0) entities.Remove(1);
+}
+
+// The datasets a rules-store query names in its column E_Id, each loaded, in the query's order.
+std::vector<EntityPtr> LoadEntities(const std::shared_ptr<db::Recordset>& ids) {
+  std::vector<EntityPtr> loaded;
+  for (; !ids->IsEOF(); ids->MoveNext()) {
+    auto e = Entity::Create();
+    e->Load(ids->GetFields()["E_Id"].Value().ToString());
+    loaded.push_back(std::move(e));
+  }
+  return loaded;
+}
+
+MetaFieldsPtr LoadMetaFields(const std::shared_ptr<db::Recordset>& ids) {
+  auto fields = MetaFields::Create();
+  for (; !ids->IsEOF(); ids->MoveNext()) {
+    auto field = MetaField::Create();
+    field->Load(ids->GetFields()["custom_col_id"].Value().ToLong());
+    fields->Add(std::move(field));
+  }
+  return fields;
+}
+
+}  // namespace
+
+void Entities::AddLoaded(const std::vector<EntityPtr>& loaded) {
+  for (const EntityPtr& e : loaded) {
+    Add(e, e->Id());
+    e->is_dirty_ = false;  // linking it to its owners is no change of its own
+  }
+}
+
+bool Entity::Save() {
+  return ReportAs("Entity.Save", [&] {
+    std::string stored;
+    if (!db_conn_str_.empty()) {
+      try {
+        stored = CCrypto().EncryptText(db_conn_str_);
+      } catch (const Error&) {
+        stored = db_conn_str_;  // kept in clear rather than lost
+      }
+    }
+    D_Entity().Save(id_, datapage_id_, entity_name_, description_, stored, table_name_, pk_column_,
+                    std::string(InitString()), parent_entity_id_, on_page_order_, is_pk_surrogate_);
+    if (!meta_fields_set_ && selected_meta_fields_->Count() == 0) LoadDefaultMetaFields();
+    selected_meta_fields_->SaveAll(id_);
+    is_dirty_ = false;
+    return true;
+  });
+}
+
+bool Entity::Load(std::string_view Id) {
+  return ReportAs("Entity.Load(Id)", [&] {
+    auto rs = D_Entity().Selectx(std::string(Id));
+    if (rs->RecordCount() == 0) {
+      throw Error(exerr::kNoSuchEntity, "Entity.Load", "The specified Entity Id does not exist.");
+    }
+    if (rs->RecordCount() > 1) {
+      throw Error(exerr::kDuplicateEntity, "Entity.Load",
+                  "Data consistency error within the database.  There is more than one Entity "
+                  "with that ID.");
+    }
+    auto& f = rs->GetFields();
+    auto take = [&](const char* column, auto&& assign) {
+      const Variant& v = f[column].Value();
+      if (!v.IsNull()) assign(v);
+    };
+    take("E_Id", [&](const Variant& v) { id_ = v.ToString(); });
+    take("EntityName", [&](const Variant& v) { entity_name_ = v.ToString(); });
+    take("Description", [&](const Variant& v) { description_ = v.ToString(); });
+    take("DBConnStr", [&](const Variant& v) {
+      db_conn_str_ = v.ToString();
+      try {
+        std::string clear = CCrypto().DecryptText(db_conn_str_);
+        if (!clear.empty()) db_conn_str_ = std::move(clear);
+      } catch (const Error&) {
+        // Stored before connection strings were enciphered: it stays as it is.
+      }
+    });
+    take("TableName", [&](const Variant& v) { table_name_ = v.ToString(); });
+    take("PKColumn", [&](const Variant& v) { pk_column_ = v.ToString(); });
+    take("InitString", [&](const Variant& v) { init_finder_.Reset(v.ToString()); });
+    take("OnPageOrder", [&](const Variant& v) { on_page_order_ = v.ToInteger(); });
+    take("DataPageId", [&](const Variant& v) { datapage_id_ = v.ToString(); });
+    take("ParentEntityId", [&](const Variant& v) { parent_entity_id_ = v.ToString(); });
+    take("IsPKSurrogate", [&](const Variant& v) { is_pk_surrogate_ = v.ToBool(); });
+    // Fields and children are read again from the store when they are next used.
+    while (attributes_.Count() > 0) attributes_.Remove(1);
+    RemoveAll(all_children_);
+    RemoveAll(children_on_page_);
+    is_stored_ = true;
+    attributes_loaded_ = children_loaded_ = all_children_loaded_ = false;
+    metadata_.reset();
+    LoadSelectedMetaFields();
+    is_dirty_ = false;
+    return true;
+  });
+}
+
+void Entity::Delete() {
+  ReportAs("Entity.Delete", [&] {
+    D_Entity().Delete(id_);
+    const auto page = GetDataPage();
+    RemoveById(page->GetEntities(), id_);
+    RemoveById(page->RootEntities(), id_);
+  });
+}
+
+void Entity::LoadDefaultMetaFields() {
+  ReportAs("Entity.LoadDefaultMetaFields", [&] {
+    selected_meta_fields_ = LoadMetaFields(D_CustCols().GetDefaults());
+    meta_fields_set_ = true;
+  });
+}
+
+void Entity::LoadSelectedMetaFields() {
+  ReportAs("Entity.LoadSelectedMetaFields", [&] {
+    selected_meta_fields_ = LoadMetaFields(D_CustCols().GetCustColsForEnt(id_));
+    meta_fields_set_ = true;
+  });
+}
 
 std::shared_ptr<db::Recordset> Entity::CustomColumns() {
   return selected_meta_fields_->GetCustomColsRecordset();
@@ -140,24 +272,40 @@ MetaEntityPtr Entity::Metadata() {
 
 Attributes& Entity::GetAttributes() {
   if (is_stored_ && !attributes_loaded_) {
-    attributes_loaded_ = true;
-    ThrowRulesStoreUnavailable("Entity.Attributes");
+    ReportAs("Entity.Attributes", [&] {
+      // By ascending step, each added at the index of its step.
+      std::vector<AttribPtr> loaded;
+      for (auto rs = D_Entity().GetAttributes(id_); !rs->IsEOF(); rs->MoveNext()) {
+        auto a = Attrib::Create();
+        a->Load(rs->GetFields()["A_Id"].Value().ToString());
+        loaded.push_back(std::move(a));
+      }
+      for (const AttribPtr& a : loaded) {
+        attributes_.Add(a, a->Id(), a->Step());
+        a->is_dirty_ = false;
+      }
+      attributes_loaded_ = true;
+    });
   }
   return attributes_;
 }
 
 Entities& Entity::AllChildren() {
-  if (is_stored_ && !children_loaded_) {
-    children_loaded_ = true;
-    ThrowRulesStoreUnavailable("Entity.AllChildren");
+  if (is_stored_ && !all_children_loaded_) {
+    ReportAs("Entity.AllChildren", [&] {
+      all_children_.AddLoaded(LoadEntities(D_Entity().GetChildren(id_)));
+      all_children_loaded_ = true;
+    });
   }
   return all_children_;
 }
 
 Entities& Entity::ChildrenOnPage() {
   if (is_stored_ && !children_loaded_) {
-    children_loaded_ = true;
-    ThrowRulesStoreUnavailable("Entity.ChildrenOnPage");
+    ReportAs("Entity.ChildrenOnPage", [&] {
+      children_on_page_.AddLoaded(LoadEntities(D_Entity().GetChildrenOnPage(id_, datapage_id_)));
+      children_loaded_ = true;
+    });
   }
   return children_on_page_;
 }
@@ -263,6 +411,7 @@ void Entity::SetParentEntityID(std::string value) {
 }
 void Entity::SetSelectedMetaFields(MetaFieldsPtr fields) {
   selected_meta_fields_ = fields ? std::move(fields) : MetaFields::Create();
+  meta_fields_set_ = true;
   is_dirty_ = true;
 }
 

@@ -79,6 +79,8 @@ class Entities {
   void InitMetadata(const MetaDocPtr& prmMetaDoc);
   void SetParentEntity(const std::weak_ptr<Entity>& parent) { parent_ = parent; }
   void SetDataPage(const std::weak_ptr<DataPage>& page) { page_ = page; }
+  // Adds datasets read from the rules store, each keyed by its id, and leaves them clean.
+  void AddLoaded(const std::vector<EntityPtr>& loaded);
 
  private:
   Collection<EntityPtr> items_;
@@ -108,9 +110,17 @@ class Entity : public Object {
   bool DisownChild(const EntityPtr&) { return false; }
   bool AdoptChild(const EntityPtr&) { return false; }
   bool Unload() { return false; }
-  // Need the rules store (not available in this build yet: they fail with 0x80004001).
+  // Writes the dataset through `D_Entity` (the connection string enciphered; in clear when it
+  // cannot be), then its choice of custom columns; clears `IsDirty`. A dataset whose choice was
+  // never set, loaded or filled stores the default choice (`LoadDefaultMetaFields`).
   bool Save();
+  // Reads the dataset: failure 0x80040412 when there is no row, 0x80040413 when there are
+  // several. Columns are taken only when not null; a connection string that does not decipher (or
+  // deciphers to nothing) is kept as stored. Then its custom columns; clears `IsDirty`. Fields and
+  // children load from the store on first use.
   bool Load(std::string_view Id);
+  // Removes the row (the store takes its fields and column choice) and takes the dataset out of
+  // its datapage's `Entities` and `RootEntities`.
   void Delete();
 
   bool IsParentOnPage() const { return false; }
@@ -216,6 +226,11 @@ class Entity : public Object {
   void SetParentEntityID(std::string value);
   void SetDataPage(const std::shared_ptr<DataPage>& page);
   void SetSelectedMetaFields(MetaFieldsPtr fields);
+  // `SelectedMetaFields` from the rules store: the columns selected by default, or those stored
+  // for this dataset. A dataset made in memory starts with none, so that extraction needs no
+  // rules store.
+  void LoadDefaultMetaFields();
+  void LoadSelectedMetaFields();
   void SetId(std::string value) { id_ = std::move(value); }
   void SetExtraction(std::shared_ptr<db::Recordset> rs) { extraction_ = std::move(rs); }
   // The datapage if one is set or was made, without making one.
@@ -260,7 +275,9 @@ class Entity : public Object {
   bool is_dirty_ = false;
   bool is_stored_ = false;  // loaded from the rules store: children load from it on first use
   bool attributes_loaded_ = false;
-  bool children_loaded_ = false;
+  bool children_loaded_ = false;      // ChildrenOnPage
+  bool all_children_loaded_ = false;  // AllChildren
+  bool meta_fields_set_ = false;      // SelectedMetaFields was set, loaded or defaulted
   std::shared_ptr<RowSink> row_sink_;
   Status pending_;
   // The datapage re-raising this dataset's events while it cuts a root row.

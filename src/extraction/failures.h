@@ -14,7 +14,12 @@ inline constexpr ErrorNumber kColumnRefused = 0x80058345;   // a value or static
 inline constexpr ErrorNumber kUpdateRefused = 0x86249EDD;   // the row's Update failed
 // Faults that unwind.
 inline constexpr ErrorNumber kNoConnectionString = 0xB7268F58;
-// Load, Save and Delete until the rules store is linked ("Not implemented").
-inline constexpr ErrorNumber kRulesStoreUnavailable = 0x80004001;
+// Load of a row that is not in the rules store, or is there more than once.
+inline constexpr ErrorNumber kNoSuchAttrib = 0x8004041F;
+inline constexpr ErrorNumber kDuplicateAttrib = 0x80040420;
+inline constexpr ErrorNumber kNoSuchEntity = 0x80040412;
+inline constexpr ErrorNumber kDuplicateEntity = 0x80040413;
+inline constexpr ErrorNumber kNoSuchDataPage = 0x8004285C;
+inline constexpr ErrorNumber kDuplicateDataPage = 0x8004285D;
 
 }  // namespace gw::exerr

@@ -198,17 +198,5 @@ TEST(Attributes, ARealKeyFieldDisplacesTheOldKeyAndASurrogate) {
   EXPECT_EQ(entity->PKAttribute(), a);
 }
 
-TEST(Attributes, StoreOperationsSayTheRulesStoreIsMissing) {
-  auto a = Field("a", "b");
-  EXPECT_EQ(FailureOf([&] { a->Save(); }).Number(), exerr::kRulesStoreUnavailable);
-  EXPECT_EQ(FailureOf([&] { a->Load("x"); }).Number(), exerr::kRulesStoreUnavailable);
-  auto e = Entity::Create();
-  EXPECT_EQ(FailureOf([&] { e->Load("x"); }).Number(), exerr::kRulesStoreUnavailable);
-  // A field whose dataset is known only by id needs the store to find it.
-  auto orphan = Field("a", "b");
-  orphan->SetEntityId("1234");
-  EXPECT_EQ(FailureOf([&] { orphan->GetEntity(); }).Number(), exerr::kRulesStoreUnavailable);
-}
-
 }  // namespace
 }  // namespace gw::extraction_test
