@@ -2,6 +2,7 @@
 
 #include "engine/doc_source.h"
 #include "engine/job.h"
+#include "extraction/data_page.h"
 #include "infra/c_guid_gen.h"
 #include "platform/error.h"
 #include "platform/text.h"
@@ -112,7 +113,26 @@ void Task::SetCompleteCode(std::string v) {
   Touch();
 }
 void Task::SetDataPageId(std::string v) {
+  if (data_page_ && data_page_->Id() != v) data_page_.reset();
   data_page_id_ = std::move(v);
+  Touch();
+}
+
+std::shared_ptr<DataPage> Task::GetDataPage() {
+  return ReportAs("Task.DataPage", [&]() -> std::shared_ptr<DataPage> {
+    if (!data_page_ && !data_page_id_.empty()) {
+      auto page = DataPage::Create();
+      page->Load(data_page_id_);
+      page->SetTask(shared_from_this());
+      data_page_ = std::move(page);
+    }
+    return data_page_;
+  });
+}
+
+void Task::SetDataPage(std::shared_ptr<DataPage> page) {
+  data_page_id_ = page ? page->Id() : std::string();
+  data_page_ = std::move(page);
   Touch();
 }
 

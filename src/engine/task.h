@@ -1,9 +1,10 @@
 // Task: one step of a package, as it is stored (`tasks`, and `task_instances` for a run).
 //
 // Only what the rules store keeps lives here: ids, names, step, flags, the document sources, the
-// owning package and the datapage. The run (`Execute`, `Validate`) and the task's own text form
-// (the object XML inside `description`) belong to the package engine; until it provides them,
-// `Serialize` gives back the stored form as it was read, so a load and save keep it intact.
+// owning package and the datapage (loaded on first use). The run (`Execute`, `Validate`) and the
+// task's own text form (the object XML inside `description`) belong to the package engine; until it
+// provides them, `Serialize` gives back the stored form as it was read, so a load and save keep it
+// intact.
 #pragma once
 
 #include <cstdint>
@@ -18,6 +19,7 @@ namespace gw {
 
 class Job;
 class DocSources;
+class DataPage;
 
 // `TaskTypes`.
 enum class TaskTypes : int {
@@ -108,6 +110,11 @@ class Task : public Object, public ISerializable {
   // The id of the datapage this task extracts with ("" for none).
   const std::string& DataPageId() const { return data_page_id_; }
   void SetDataPageId(std::string v);
+  // The datapage: with an id and none held, it is loaded, told that this task owns it, and held.
+  // Null without an id.
+  std::shared_ptr<DataPage> GetDataPage();
+  // Holds `page` and takes its id; null clears both.
+  void SetDataPage(std::shared_ptr<DataPage> page);
   // The owning package's id.
   const std::string& JobId() const { return job_id_; }
 
@@ -153,6 +160,7 @@ class Task : public Object, public ISerializable {
   std::string stored_form_;
 
   std::unique_ptr<DocSources> doc_sources_;
+  std::shared_ptr<DataPage> data_page_;
   std::weak_ptr<Job> job_;           // the package that holds this task
   std::shared_ptr<Job> loaded_job_;  // a package loaded for a task that stands alone
 };

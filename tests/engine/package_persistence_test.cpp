@@ -3,6 +3,7 @@
 #include "engine/doc_source.h"
 #include "engine/job.h"
 #include "engine/task.h"
+#include "extraction/data_page.h"
 #include "infra/c_crypto.h"
 #include "rules/package_data_access.h"
 #include "rules/rules_fixture.h"
@@ -290,6 +291,27 @@ TEST_F(PackagePersistenceTest, ATaskLoadedAloneFindsItsPackage) {
   task->SetTaskName("B2");
   task->Save();
   EXPECT_EQ(Count("SELECT COUNT(*) FROM tasks WHERE task_name = 'B2'"), 1);
+}
+
+TEST_F(PackagePersistenceTest, ATaskLoadsItsDatapageOnFirstUse) {
+  auto page = DataPage::Create();
+  page->SetDisplayName("Listing");
+  page->Save();
+  auto task = Task::Create();
+  EXPECT_EQ(task->GetDataPage(), nullptr);
+  task->SetDataPageId(page->Id());
+  auto loaded = task->GetDataPage();
+  ASSERT_NE(loaded, nullptr);
+  EXPECT_EQ(loaded->DisplayName(), "Listing");
+  EXPECT_EQ(loaded->GetTask(), task);
+  EXPECT_EQ(task->GetDataPage(), loaded) << "held";
+  task->SetDataPage(nullptr);
+  EXPECT_EQ(task->DataPageId(), "");
+  EXPECT_EQ(task->GetDataPage(), nullptr);
+  task->SetDataPage(page);
+  EXPECT_EQ(task->DataPageId(), page->Id());
+  task->SetDataPageId("missing");
+  EXPECT_EQ(CaughtError([&] { task->GetDataPage(); }).Number(), 0x8004285Cu);
 }
 
 }  // namespace
