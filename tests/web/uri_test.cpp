@@ -1,0 +1,321 @@
+#include "web/uri.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace gw::web {
+namespace {
+
+// Every member of a parsed address, in one line, so that a table row states all of them.
+std::string Describe(const Uri& u) {
+  return "scheme=" + u.scheme() + " user=" + u.userInfo() + " host=" + u.Host() +
+         " port=" + std::to_string(u.Port()) + " path=" + u.path() + " query=" + u.QueryString() +
+         " frag=" + u.Fragment() + " opaque=" + u.OpaquePart();
+}
+
+ErrorNumber ParseError(std::string_view text, const Uri* base = nullptr) {
+  try {
+    Uri u(text, base);
+  } catch (const Error& e) {
+    return e.Number();
+  }
+  return 0;
+}
+
+TEST(UriParse, SplitsAbsoluteAddresses) {
+  struct Case {
+    const char* text;
+    const char* want;
+  };
+  const Case cases[] = {
+      // The scheme is lower-cased; the host keeps its case.
+      {"HTTP://A/b", "scheme=http user= host=A port=-1 path=/b query= frag= opaque="},
+      {"url:http://a/", "scheme=http user= host=a port=-1 path=/ query= frag= opaque="},
+      {"URI:http://a/", "scheme=http user= host=a port=-1 path=/ query= frag= opaque="},
+      {"  http://a/b \r\n\t", "scheme=http user= host=a port=-1 path=/b query= frag= opaque="},
+      // Ports: the default one vanishes, a word or nothing is no port and no error.
+      {"http://a:80/", "scheme=http user= host=a port=-1 path=/ query= frag= opaque="},
+      {"https://a:443", "scheme=https user= host=a port=-1 path= query= frag= opaque="},
+      {"http://a:8080/", "scheme=http user= host=a port=8080 path=/ query= frag= opaque="},
+      {"http://a:x/", "scheme=http user= host=a port=-1 path=/ query= frag= opaque="},
+      {"http://a:/", "scheme=http user= host=a port=-1 path=/ query= frag= opaque="},
+      {"http://a:99999999999/", "scheme=http user= host=a port=-1 path=/ query= frag= opaque="},
+      // User info; an "@" at the very end of the authority belongs to the host.
+      {"http://u@h/", "scheme=http user=u host=h port=-1 path=/ query= frag= opaque="},
+      {"http://u@/", "scheme=http user= host=u@ port=-1 path=/ query= frag= opaque="},
+      // User info escapes everything but the unreserved characters, even an escape.
+      {"http://a%20b:c@h/",
+       "scheme=http user=a%2520b%3Ac host=h port=-1 path=/ query= frag= opaque="},
+      // IP literals lose their brackets and are not escaped.
+      {"http://[::1]:8080/x", "scheme=http user= host=::1 port=8080 path=/x query= frag= opaque="},
+      // Escaping: space, apostrophe, backslash, a code below 16 with one digit, UTF-8 bytewise.
+      {"http://a/b c", "scheme=http user= host=a port=-1 path=/b%20c query= frag= opaque="},
+      {"http://a/it's\\", "scheme=http user= host=a port=-1 path=/it%27s%5C query= frag= opaque="},
+      {"http://a/a\tb", "scheme=http user= host=a port=-1 path=/a%9b query= frag= opaque="},
+      {"http://a/caf\xC3\xA9",
+       "scheme=http user= host=a port=-1 path=/caf%C3%A9 query= frag= opaque="},
+      // Query and fragment; the query is HTML-decoded first.
+      {"http://a/p?x=1&amp;y=a b#f g",
+       "scheme=http user= host=a port=-1 path=/p query=x=1&y=a%20b frag=f%20g opaque="},
+      {"http://a/p#f?x", "scheme=http user= host=a port=-1 path=/p query= frag=f?x opaque="},
+      // A colon after "/", "?" or "#" is no scheme separator.
+      {"http://a/b:c", "scheme=http user= host=a port=-1 path=/b:c query= frag= opaque="},
+      // Semi-generic: the tail is a path, taken whole.
+      {"telnet://h:23/x?y#z",
+       "scheme=telnet user= host=h port=-1 path=/x?y%23z query= frag= opaque="},
+      {"ldap://h", "scheme=ldap user= host=h port=-1 path= query= frag= opaque="},
+      // Opaque schemes.
+      {"mailto:someone@example.com",
+       "scheme=mailto user= host= port=-1 path= query= frag= opaque=someone@example.com"},
+      {"foo:/bar baz", "scheme=foo user= host= port=-1 path= query= frag= opaque=%2Fbar%20baz"},
+      // Dot segments of an absolute address stay.
+      {"http://h/a/../b", "scheme=http user= host=h port=-1 path=/a/../b query= frag= opaque="},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(Describe(Uri(c.text)), c.want);
+  }
+}
+
+TEST(UriParse, ResolvesAgainstABase) {
+  struct Case {
+    const char* base;
+    const char* text;
+    const char* want;
+  };
+  const Case cases[] = {
+      {"http://a/b/c.html", "x.html", "http://a/b/x.html"},
+      // A query alone merges the path with an empty last segment.
+      {"http://a/b/c.html?old", "?q=1", "http://a/b/?q=1"},
+      // A fragment alone takes the base's path and query.
+      {"http://a/b/c.html?k=v", "#top", "http://a/b/c.html?k=v#top"},
+      {"http://u@a:81/b/c", "d/./e/../f", "http://u@a:81/b/d/f"},
+      // Unresolvable ".." segments stay.
+      {"http://a/b/", "../../../x", "http://a/../../x"},
+      // An absolute path keeps its dot segments.
+      {"http://a/b/c", "/x/../y", "http://a/x/../y"},
+      // A network-path reference takes only the scheme.
+      {"https://a/b/c", "//h2/p/../q", "https://h2/p/../q"},
+      // The same scheme written out still resolves; another scheme does not.
+      {"http://a/b/c", "http:x", "http://a/b/x"},
+      {"http://a/b/c", "HTTPS://z/", "https://z/"},
+      // A base path without a slash contributes nothing; an empty one gives "/".
+      {"http:abc", "d", "http:d"},
+      {"http://h", "x", "http://h/x"},
+      // Semi-generic: the authority comes from the base, the path stays as parsed.
+      {"telnet://h/a/b", "x", "telnet://h/x"},
+      // An address with a scheme of its own is not resolved.
+      {"http://a/b", "a:b/c", "a:b/c"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(std::string(c.base) + " + " + c.text);
+    const Uri base(c.base);
+    EXPECT_EQ(Uri(c.text, &base).ToExternalForm(), c.want);
+  }
+}
+
+TEST(UriParse, FailuresCarryTheirNumbersAndTexts) {
+  EXPECT_EQ(ParseError("x.html"), errnum::kNoScheme);
+  EXPECT_EQ(ParseError(""), errnum::kNoScheme);
+  EXPECT_EQ(ParseError("   "), errnum::kNoScheme);
+  try {
+    Uri u("x.html");
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Source(), "Uri.Parse");
+    EXPECT_EQ(e.Description(), "No Scheme found in Uri: x.html");
+    ASSERT_FALSE(e.CallStack().empty());
+    EXPECT_NE(e.CallStack().front().find("Uri.Parse(relUri,base)"), std::string::npos);
+  }
+
+  const Uri mail("mailto:a@b.c");
+  EXPECT_EQ(ParseError("x", &mail), errnum::kCannotResolve);
+  try {
+    Uri u("x", &mail);
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Description(), "Can't resolve relative URI for scheme mailto");
+  }
+  // With a scheme of its own an opaque address needs no resolution.
+  EXPECT_EQ(ParseError("news2:x", &mail), 0u);
+
+  try {
+    Uri u("http://u@[::1/x");
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), errnum::kNoClosingBracket);
+    EXPECT_EQ(e.Source(), "Uri.ParseAuthority");
+    EXPECT_EQ(e.Description(),
+              "No closing ']' found for opening '[' at position 3 in authority 'u@[::1'");
+  }
+  // A port whose escape is broken fails while being unescaped.
+  EXPECT_EQ(ParseError("http://a:%zz/"), gw::errnum::kTypeMismatch);
+}
+
+TEST(UriParse, ParseClearsEverythingThatWasThere) {
+  Uri u("http://u@a:81/p?q#f");
+  u.SetLinkText("click");
+  const std::string old_hash = u.HashCode();
+  u.Parse("mailto:x@y");
+  EXPECT_EQ(Describe(u), "scheme=mailto user= host= port=-1 path= query= frag= opaque=x@y");
+  EXPECT_EQ(u.linkText(), "");
+  EXPECT_EQ(u.HashCode(), "mailto:x@y");
+}
+
+TEST(UriCanonicalizePath, RemovesDotSegmentsAsTheWalkDefines) {
+  struct Case {
+    const char* in;
+    const char* want;
+  };
+  const Case cases[] = {
+      {"/a/b/../c", "/a/c"},
+      {"/a/./b", "/a/b"},
+      {"/a/././b", "/a/b"},
+      {"/a/b/..", "/a/"},
+      {"/a/..", "/"},
+      {"/a/.", "/a/"},
+      {"/./", "/"},
+      {"/.", "/"},
+      {"/a/b/c/./../../g", "/a/g"},
+      {"/a/b/c/../d/./e/..", "/a/b/d/"},
+      {"/a/./../b", "/b"},
+      // Nothing to back up over: the ".." segments stay.
+      {"/../a", "/../a"},
+      {"/a/../../b", "/../b"},
+      {"/a/b/../../../c", "/../c"},
+      {"a/../b", "a/../b"},
+      // Only the first "/." decides: a name that starts with a dot hides later dot segments.
+      {"/.x/../y", "/.x/../y"},
+      {"/a/..x/./b", "/a/..x/./b"},
+      {"/a/...", "/a/..."},
+      // Names with dots inside a walk that does run stay.
+      {"/./.x/..y/z", "/.x/..y/z"},
+      // A ".." backs up over a ".." that could not be resolved before it.
+      {"aaaa/../../x", "aaaa/x"},
+      {"/a/b", "/a/b"},
+      {"", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.in);
+    EXPECT_EQ(Uri::CanonicalizePath(c.in), c.want);
+  }
+}
+
+TEST(UriTextForms, ExternalDisplayAndHashForms) {
+  struct Case {
+    const char* text;
+    const char* external;
+    const char* display;
+    const char* hash;
+  };
+  const Case cases[] = {
+      {"HTTP://A/b", "http://A/b", "http://A/b", "http://a:80/b"},
+      {"http://Host.COM:80/Path/A%2Fb?Q=%41#frag", "http://Host.COM/Path/A%2Fb?Q=%41#frag",
+       "http://Host.COM/Path/A/b?Q=A#frag", "http://host.com:80/path/a/b?Q=A"},
+      {"http://User@h:8080/", "http://User@h:8080/", "http://User@h:8080/", "http://User@h:8080/"},
+      {"http://[FE80::1]/x", "http://[FE80::1]/x", "http://[FE80::1]/x", "http://[fe80::1]:80/x"},
+      {"http://a/b c?x=a b", "http://a/b%20c?x=a%20b", "http://a/b c?x=a b",
+       "http://a:80/b c?x=a b"},
+      {"http://a/a+b", "http://a/a+b", "http://a/a b", "http://a:80/a b"},
+      {"MAILTO:Some@Example.COM", "mailto:Some@Example.COM", "mailto:Some@Example.COM",
+       "mailto:some@example.com"},
+      // A scheme with no default port ends its authority with ":0".
+      {"sip://h/x", "sip://h/x", "sip://h/x", "sip://h:0/x"},
+      {"file:///c:/dir/f.txt", "file:/c:/dir/f.txt", "file:/c:/dir/f.txt", "file::0/c:/dir/f.txt"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    const Uri u(c.text);
+    EXPECT_EQ(u.ToExternalForm(), c.external);
+    EXPECT_EQ(u.ToString(), c.display);
+    EXPECT_EQ(u.HashCode(), c.hash);
+  }
+}
+
+TEST(UriTextForms, SameLinkSameHash) {
+  const std::string h = Uri("http://A:80/Index.html?k=V#one").HashCode();
+  EXPECT_EQ(Uri("http://a/index.HTML?k=V#two").HashCode(), h);
+  EXPECT_NE(Uri("http://a/index.html?k=v").HashCode(), h);  // query case counts
+  EXPECT_NE(Uri("http://a:81/index.html?k=V").HashCode(), h);
+}
+
+TEST(UriTextForms, BrokenEscapeFailsOnlyWhereTextIsUnescaped) {
+  const Uri u("http://a/100%zz");
+  EXPECT_EQ(u.ToExternalForm(), "http://a/100%zz");
+  EXPECT_THROW(u.ToString(), Error);
+  try {
+    u.HashCode();
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), gw::errnum::kTypeMismatch);
+  }
+}
+
+TEST(UriTextForms, SettersWriteAsGivenAndKeepTheHash) {
+  Uri u("http://a/b");
+  const std::string hash = u.HashCode();
+  u.SetPath("/other path");
+  EXPECT_EQ(u.HashCode(), hash);
+  EXPECT_EQ(u.ToExternalForm(), "http://a/other path");  // not escaped
+  u.SetPort(8080);
+  EXPECT_EQ(u.PathAndQuery(), "/other path");
+  u.SetQueryString("q=1");
+  EXPECT_EQ(u.PathAndQuery(), "/other path?q=1");
+  EXPECT_EQ(u.ToExternalForm(), "http://a:8080/other path?q=1");
+}
+
+TEST(UriFileParts, FileNameExtensionAndFolder) {
+  struct Case {
+    const char* path;
+    const char* file;
+    const char* ext;
+    const char* folder;
+  };
+  const Case cases[] = {
+      {"/a/b.html", "b.html", "html", "/a/"},
+      {"/a/b", "", "", "/a/b"},
+      {"/a/b.", "", "", "/a/b."},
+      {"/a/", "", "", "/a/"},
+      {"b.html", "", "", "b.html"},
+      {"/a.b/c", "", "", "/a.b/c"},
+      {"/a/x.tar.gz", "x.tar.gz", "gz", "/a/"},
+      {"/a/b.abcde", "b.abcde", "abcde", "/a/"},
+      {"/a/b.abcdef", "b.abcdef", "", "/a/"},
+      // The file name is removed at its last occurrence, found ignoring case.
+      {"/X.html/x.html", "x.html", "html", "/X.html/"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.path);
+    Uri u;
+    u.SetPath(c.path);
+    EXPECT_EQ(u.FileName(), c.file);
+    EXPECT_EQ(u.FileExtension(), c.ext);
+    EXPECT_EQ(u.PathWithoutFile(), c.folder);
+  }
+}
+
+TEST(UriTables, SchemesAndDefaultPorts) {
+  EXPECT_TRUE(Uri::UsesGenericSyntax(" HTTP "));
+  EXPECT_TRUE(Uri::UsesGenericSyntax("sipu"));
+  EXPECT_FALSE(Uri::UsesGenericSyntax("ldap"));
+  EXPECT_TRUE(Uri::UsesSemiGenericSyntax("Z39.50s"));
+  EXPECT_FALSE(Uri::UsesSemiGenericSyntax("mailto"));
+  EXPECT_EQ(Uri::DefaultPort("Gopher"), 70);
+  EXPECT_EQ(Uri::DefaultPort("rwhois"), 4321);
+  EXPECT_EQ(Uri::DefaultPort("sip"), 0);
+}
+
+TEST(UriClone, CopiesTheAddressButNotTheLinkText) {
+  Uri u("http://u@a:81/p?q#f");
+  u.SetLinkText("click");
+  const auto copy = u.Clone();
+  EXPECT_EQ(Describe(*copy), Describe(u));
+  EXPECT_EQ(copy->linkText(), "");
+  EXPECT_EQ(copy->HashCode(), u.HashCode());
+  copy->SetPath("/changed");
+  EXPECT_EQ(u.path(), "/p");
+  const auto as_object = u.CloneObject();
+  EXPECT_EQ(as_object->TypeName(), "Uri");
+}
+
+}  // namespace
+}  // namespace gw::web
