@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "infra/xml_serializer.h"
 #include "platform/collection.h"
 #include "platform/variant.h"
 #include "web/cloneable.h"
@@ -53,9 +54,9 @@ class Cookie : public Object, public ICloneable {
 
 // Cookies by name, case-sensitive ("A" and "a" are two cookies), in the order they first came.
 //
-// Its text form (the class's `ISerializable` form) is the request header: `Serialize` gives
+// Its `ISerializable` form is not object XML but the request header: `Serialize` gives
 // `GetRequestHeader()` and `Deserialize` loads it back, so only names and values survive.
-class CookieContainer : public Object, public ICloneable {
+class CookieContainer : public Object, public ICloneable, public ISerializable {
  public:
   using Map = Dictionary<std::shared_ptr<Cookie>>;
 
@@ -84,9 +85,9 @@ class CookieContainer : public Object, public ICloneable {
   Map& RawDictionary() noexcept { return cookies_; }
   const Map& RawDictionary() const noexcept { return cookies_; }
 
-  std::string Serialize() const { return GetRequestHeader(); }
+  std::string Serialize() override { return GetRequestHeader(); }
   // An empty text does nothing.
-  void Deserialize(std::string_view text);
+  void Deserialize(std::string_view text) override;
 
   // A new container with clones of the cookies.
   std::shared_ptr<CookieContainer> Clone() const;
