@@ -1,0 +1,79 @@
+#include "text/filters/transformations.h"
+
+#include <gtest/gtest.h>
+
+#include "platform/event_loop.h"
+
+namespace gw::filters {
+namespace {
+
+using namespace Transformations;
+
+TEST(Transformations, NormalizeTextRemovesBreaksAndStraightensQuotes) {
+  EXPECT_EQ(NormalizeText("a\r\nb\rc\nd\r\n\r\ne \xE2\x80\x9Cq\xE2\x80\x9D"), "abcde \"q\"");
+  // An em dash ends in the byte that is a curly quote in the one-byte code page: it stays.
+  EXPECT_EQ(NormalizeText("a\xE2\x80\x94"
+                          "b"),
+            "a\xE2\x80\x94"
+            "b");
+  EXPECT_EQ(NormalizeText(""), "");
+}
+
+TEST(Transformations, NormalizeTextYieldsToTheHost) {
+  int ran = 0;
+  EventLoop::Current().Post([&] { ++ran; });
+  NormalizeText("x");
+  EXPECT_EQ(ran, 1);
+}
+
+TEST(Transformations, GetFindCountCountsOverlapsAndStopsPastTheLimit) {
+  struct Case {
+    const char* text;
+    const char* search;
+    long max;
+    long want;
+  };
+  const Case cases[] = {
+      {"AAA", "aa", -1, 2}, {"aaaa", "a", 2, 3},           {"xax", "A", 0, 1},
+      {"abc", "x", -1, 0},  {"a\r\nb\r\n", "\r\n", -1, 2},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.text);
+    EXPECT_EQ(GetFindCount(c.text, c.search, c.max), c.want);
+  }
+  EXPECT_EQ(CountCRLF("a\r\nb\r\n\r\n"), 3);
+}
+
+TEST(Transformations, StringBetweenTagsAndTruncate) {
+  std::string text = "x<TD>v</td>rest";
+  auto result = GetStringBetweenTagsAndTruncate("<td>", "</TD>", text);
+  EXPECT_EQ(result.Item("StringBetweenTags"), "v");
+  EXPECT_EQ(result.Item("Text"), "</td>rest");
+  EXPECT_EQ(text, "</td>rest");
+
+  text = "abc";
+  try {
+    GetStringBetweenTagsAndTruncate("<td>", "</td>", text);
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), errnum::kStartTagNotFound);
+    EXPECT_EQ(e.Source(), "GetStringBetweenTagsAndTruncate Function");
+    EXPECT_EQ(e.Description(), "Start Tag <td> Does not exist in text.");
+  }
+  text = "<td>x";
+  try {
+    GetStringBetweenTagsAndTruncate("<td>", "</td>", text);
+    FAIL();
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), errnum::kEndTagNotFound);
+    EXPECT_EQ(e.Description(), "End Tag </td> Does not exist in text.");
+  }
+  EXPECT_EQ(text, "<td>x");
+
+  text = "aXbYc";
+  EXPECT_EQ(TruncateAfterString("xB", text), "Yc");
+  EXPECT_EQ(TruncateAfterString("zz", text), "Yc");
+}
+
+}  // namespace
+}  // namespace gw::filters
