@@ -1,6 +1,7 @@
 #include "extraction/column_filter.h"
 
 #include "platform/text.h"
+#include "text/filters/text_filter.h"
 
 namespace gw {
 
@@ -31,9 +32,41 @@ ColumnFilter ColumnFilterOf(std::string_view column_type) {
   return ColumnFilter::Raw;
 }
 
-std::string RunColumnFilter(ColumnFilter /*filter*/, std::string_view raw_text,
-                            std::string_view /*argument*/) {
-  return std::string(raw_text);
+std::string RunColumnFilter(ColumnFilter filter, std::string_view raw_text,
+                            std::string_view argument) {
+  namespace tf = filters::TextFilter;
+  std::string value(raw_text);
+  switch (filter) {
+    case ColumnFilter::Raw:
+      return value;
+    case ColumnFilter::FormattedText:
+      return tf::ConvertHtmlToText(value);
+    case ColumnFilter::TextToHtmlExcept:
+      return tf::ConvertHtmlToTextExcept(value, argument);
+    case ColumnFilter::RemoveHtmlAttribsExcept:
+      // The parameter says which tags survive; all attributes of every surviving tag go.
+      value = tf::ConvertHtmlToTextExcept(value, argument);
+      return tf::RemoveHtmlAttributesExcept(value, "");
+    case ColumnFilter::TextOnly:
+      return tf::RemoveAllHtml(value);
+    case ColumnFilter::NoLiterals:
+      return tf::RemoveHTMLLiterals(value);
+    case ColumnFilter::Url:
+      return tf::GetUrl(value, argument);
+    case ColumnFilter::Email:
+      return tf::GetEmails(value);
+    case ColumnFilter::UsPhone:
+      return tf::GetUSPhones(value);
+    case ColumnFilter::Number:
+      return tf::GetNumbers(value);
+    case ColumnFilter::RxMatch:
+      return tf::RunRegExMatch(value, argument, true);
+    case ColumnFilter::NoHtmlComments:
+      return tf::RemoveHtmlComments(value);
+    case ColumnFilter::BetterTextOnly:
+      return tf::BetterRemoveHtmlTags(value);
+  }
+  return value;
 }
 
 }  // namespace gw
