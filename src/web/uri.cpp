@@ -3,6 +3,7 @@
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
+#include <vector>
 
 #include "platform/error.h"
 #include "platform/text.h"
@@ -348,10 +349,20 @@ std::string Uri::CanonicalizePath(std::string_view P) {
 
   // The walk over the shrinking path, done as a copy: `out` holds the path before the current
   // position (1-based `idx` = out.size() + 1) and P[in...] the untouched rest. `beg` is the
-  // 1-based position below which ".." may not back up.
+  // 1-based position below which ".." may not back up. `slashes` holds the 0-based positions of
+  // the slashes in `out`, so that backing up to the previous "/" takes constant time.
   std::string out;
   out.reserve(len);
-  out.push_back(P[0]);
+  std::vector<std::size_t> slashes;
+  auto push = [&](char c) {
+    if (c == '/') slashes.push_back(out.size());
+    out.push_back(c);
+  };
+  auto truncate = [&](std::size_t size) {
+    out.resize(size);
+    while (!slashes.empty() && slashes.back() >= size) slashes.pop_back();
+  };
+  push(P[0]);
   std::size_t in = 1;
   std::size_t beg = 1;
   while (in < len) {
@@ -365,19 +376,18 @@ std::string Uri::CanonicalizePath(std::string_view P) {
       if (P[in + 1] == '.' && (in + 2 == len || P[in + 2] == '/')) {  // "/.." or "/../"
         if (idx < beg + 2) {
           beg = idx + 2;  // nothing to back up over: keep it and never back up past it
-        } else {
-          std::size_t j = idx - 2;
-          while (j > beg && out[j - 1] != '/') --j;
-          if (out[j - 1] == '/') {
-            // Remove from that "/" through the dots; when ".." ended the path a "/" stays.
-            out.resize(in + 2 == len ? j : j - 1);
-            in += 2;
-            continue;
-          }
+        } else if (slashes.size() >= 2 && slashes[slashes.size() - 2] + 1 >= beg) {
+          // The previous "/" (1-based j, not below `beg`) before the one in front of the dots.
+          // Remove from it through the dots; when ".." ended the path a "/" stays.
+          const std::size_t j = slashes[slashes.size() - 2] + 1;
+          truncate(in + 2 == len ? j : j - 1);
+          in += 2;
+          continue;
         }
+        // Otherwise no "/" lies between `beg` and the dots: the segment stays.
       }
     }
-    out.push_back(P[in]);
+    push(P[in]);
     ++in;
   }
   return out;
