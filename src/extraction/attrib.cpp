@@ -95,7 +95,7 @@ const std::string* Attrib::Cut(std::string_view& SrcHTML, Status& status) {
     SrcHTML.remove_prefix(end);
     // The value is built in a spare buffer and swapped in, so that cutting rows reuses the
     // field's buffers instead of allocating for every value.
-    if (filter_ == ColumnFilter::Raw) {
+    if (filter_ == filters::ColumnFilter::Raw) {
       spare_.assign(raw);
     } else {
       spare_ = FilterAsColumnType(raw);
@@ -119,10 +119,10 @@ void Attrib::RaiseParserAction(TokenTypeEnum type, long start_index, std::string
 }
 
 std::string Attrib::FilterAsColumnType(std::string_view rawText) {
-  if (filter_ == ColumnFilter::Raw) return std::string(rawText);
+  if (filter_ == filters::ColumnFilter::Raw) return std::string(rawText);
   return ReportAs("Attrib.FilterAsColumnType(rawText)", [&] {
-    if (filter_ != ColumnFilter::Url || !column_type_parameter_.empty()) {
-      return RunColumnFilter(filter_, rawText, column_type_parameter_);
+    if (filter_ != filters::ColumnFilter::Url || !column_type_parameter_.empty()) {
+      return filters::RunColumnFilter(filter_, rawText, column_type_parameter_);
     }
     // Links resolve against the document being extracted when the whole chain is there.
     std::string base = column_type_parameter_;
@@ -131,7 +131,7 @@ std::string Attrib::FilterAsColumnType(std::string_view rawText) {
         if (const auto& doc = page->Doc()) base = doc->SourceUri();
       }
     }
-    return RunColumnFilter(filter_, rawText, base);
+    return filters::RunColumnFilter(filter_, rawText, base);
   });
 }
 
@@ -225,7 +225,7 @@ void Attrib::SetIsPK(bool value) {
 }
 
 void Attrib::SetColumnType(std::string value) {
-  filter_ = ColumnFilterOf(value);
+  filter_ = filters::ColumnFilterOf(value);
   column_type_ = std::move(value);
   is_dirty_ = true;
 }

@@ -17,7 +17,7 @@
 #include <string>
 #include <string_view>
 
-#include "extraction/column_filter.h"
+#include "text/filters/column_filter.h"
 #include "extraction/token_type.h"
 #include "platform/collection.h"
 #include "platform/error.h"
@@ -131,7 +131,7 @@ class Attrib : public Object {
   bool is_dirty_ = false;
   bool is_pk_ = false;
   std::string column_type_;
-  ColumnFilter filter_ = ColumnFilter::Raw;
+  filters::ColumnFilter filter_ = filters::ColumnFilter::Raw;
   std::int32_t column_size_ = 0;
   bool is_optional_ = false;
   std::string column_type_parameter_;

@@ -124,11 +124,11 @@ TEST(AttribExtract, EventsReportEachStepWithPositionsInTheTextOfTheMoment) {
 }
 
 TEST(ColumnType, NamesCompareWithoutCaseAndUnknownWordsAreRaw) {
-  EXPECT_EQ(ColumnFilterOf("textonly"), ColumnFilter::TextOnly);
-  EXPECT_EQ(ColumnFilterOf("RxMatch"), ColumnFilter::RxMatch);
-  EXPECT_EQ(ColumnFilterOf("url"), ColumnFilter::Url);
-  EXPECT_EQ(ColumnFilterOf(""), ColumnFilter::Raw);
-  EXPECT_EQ(ColumnFilterOf("shiny"), ColumnFilter::Raw);
+  EXPECT_EQ(filters::ColumnFilterOf("textonly"), filters::ColumnFilter::TextOnly);
+  EXPECT_EQ(filters::ColumnFilterOf("RxMatch"), filters::ColumnFilter::RxMatch);
+  EXPECT_EQ(filters::ColumnFilterOf("url"), filters::ColumnFilter::Url);
+  EXPECT_EQ(filters::ColumnFilterOf(""), filters::ColumnFilter::Raw);
+  EXPECT_EQ(filters::ColumnFilterOf("shiny"), filters::ColumnFilter::Raw);
 }
 
 TEST(ColumnType, StoredFormSplitsAtTheFirstCommaOnly) {

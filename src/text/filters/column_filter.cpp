@@ -5,27 +5,72 @@
 
 namespace gw::filters {
 
+ColumnFilter ColumnFilterOf(std::string_view column_type) {
+  struct Name {
+    std::string_view name;
+    ColumnFilter filter;
+  };
+  static constexpr Name kNames[] = {
+      {"FORMATTEDTEXT", ColumnFilter::FormattedText},
+      {"TEXTTOHTMLEXCEPT", ColumnFilter::TextToHtmlExcept},
+      {"REMOVEHTMLATTRIBSEXCEPT", ColumnFilter::RemoveHtmlAttribsExcept},
+      {"TEXTONLY", ColumnFilter::TextOnly},
+      {"NOLITERALS", ColumnFilter::NoLiterals},
+      {"URL", ColumnFilter::Url},
+      {"EMAIL", ColumnFilter::Email},
+      {"USPHONE", ColumnFilter::UsPhone},
+      {"NUMBER", ColumnFilter::Number},
+      {"RXMATCH", ColumnFilter::RxMatch},
+      {"NOHTMLCOMMENTS", ColumnFilter::NoHtmlComments},
+      {"BETTERTEXTONLY", ColumnFilter::BetterTextOnly},
+  };
+  const std::string upper = text::ToUpper(column_type);
+  for (const Name& n : kNames) {
+    if (upper == n.name) return n.filter;
+  }
+  return ColumnFilter::Raw;  // "RAW", empty and unknown names
+}
+
+std::string RunColumnFilter(ColumnFilter filter, std::string_view raw, std::string_view argument) {
+  std::string value(raw);
+  switch (filter) {
+    case ColumnFilter::Raw:
+      return value;
+    case ColumnFilter::FormattedText:
+      return TextFilter::ConvertHtmlToText(value);
+    case ColumnFilter::TextToHtmlExcept:
+      return TextFilter::ConvertHtmlToTextExcept(value, argument);
+    case ColumnFilter::RemoveHtmlAttribsExcept:
+      // The parameter says which tags survive; all attributes of every surviving tag go.
+      value = TextFilter::ConvertHtmlToTextExcept(value, argument);
+      return TextFilter::RemoveHtmlAttributesExcept(value, "");
+    case ColumnFilter::TextOnly:
+      return TextFilter::RemoveAllHtml(value);
+    case ColumnFilter::NoLiterals:
+      return TextFilter::RemoveHTMLLiterals(value);
+    case ColumnFilter::Url:
+      return TextFilter::GetUrl(value, argument);
+    case ColumnFilter::Email:
+      return TextFilter::GetEmails(value);
+    case ColumnFilter::UsPhone:
+      return TextFilter::GetUSPhones(value);
+    case ColumnFilter::Number:
+      return TextFilter::GetNumbers(value);
+    case ColumnFilter::RxMatch:
+      return TextFilter::RunRegExMatch(value, argument, true);
+    case ColumnFilter::NoHtmlComments:
+      return TextFilter::RemoveHtmlComments(value);
+    case ColumnFilter::BetterTextOnly:
+      return TextFilter::BetterRemoveHtmlTags(value);
+  }
+  return value;
+}
+
 std::string ApplyColumnFilter(std::string_view column_type, std::string_view parameter,
                               std::string_view raw, std::string_view base_uri) {
-  const std::string type = text::ToUpper(column_type);
-  std::string value(raw);
-  if (type == "FORMATTEDTEXT") return TextFilter::ConvertHtmlToText(value);
-  if (type == "TEXTTOHTMLEXCEPT") return TextFilter::ConvertHtmlToTextExcept(value, parameter);
-  if (type == "REMOVEHTMLATTRIBSEXCEPT") {
-    // The parameter says which tags survive; all attributes of every surviving tag go.
-    value = TextFilter::ConvertHtmlToTextExcept(value, parameter);
-    return TextFilter::RemoveHtmlAttributesExcept(value, "");
-  }
-  if (type == "TEXTONLY") return TextFilter::RemoveAllHtml(value);
-  if (type == "NOLITERALS") return TextFilter::RemoveHTMLLiterals(value);
-  if (type == "URL") return TextFilter::GetUrl(value, parameter.empty() ? base_uri : parameter);
-  if (type == "EMAIL") return TextFilter::GetEmails(value);
-  if (type == "USPHONE") return TextFilter::GetUSPhones(value);
-  if (type == "NUMBER") return TextFilter::GetNumbers(value);
-  if (type == "RXMATCH") return TextFilter::RunRegExMatch(value, parameter, true);
-  if (type == "NOHTMLCOMMENTS") return TextFilter::RemoveHtmlComments(value);
-  if (type == "BETTERTEXTONLY") return TextFilter::BetterRemoveHtmlTags(value);
-  return value;  // "RAW", empty and unknown names
+  const ColumnFilter filter = ColumnFilterOf(column_type);
+  const bool url_without_base = filter == ColumnFilter::Url && parameter.empty();
+  return RunColumnFilter(filter, raw, url_without_base ? base_uri : parameter);
 }
 
 }  // namespace gw::filters
