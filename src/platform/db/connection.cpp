@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "platform/db/recordset.h"
+#include "platform/db/write_batch.h"
 #include "platform/text.h"
 
 namespace gw::db {
@@ -22,6 +23,11 @@ std::vector<Registration>& Registry() {
 
 void RegisterBuiltins();
 
+void EnsureBuiltins() {
+  static std::once_flag once;
+  std::call_once(once, RegisterBuiltins);
+}
+
 }  // namespace
 
 void RegisterDriver(std::string name, DriverAccepts accepts, DriverFactory factory) {
@@ -29,16 +35,30 @@ void RegisterDriver(std::string name, DriverAccepts accepts, DriverFactory facto
 }
 
 std::unique_ptr<Driver> OpenDriver(const ConnectionProperties& props) {
-  static std::once_flag once;
-  std::call_once(once, RegisterBuiltins);
+  EnsureBuiltins();
   const auto& reg = Registry();
   for (auto it = reg.rbegin(); it != reg.rend(); ++it) {
     if (it->accepts(props)) return it->factory(props);
   }
   const std::string provider = props.Get("Provider");
+  if (text::StartsWithNoCase(provider, "SQLOLEDB")) {
+    throw Error(dberr::kProviderNotFound, "Connection.Open",
+                "SQL Server (Provider=" + provider +
+                    ") cannot be reached from this platform yet. Use a SQLite, MySQL/MariaDB, "
+                    "Access or Excel target instead.");
+  }
   throw Error(dberr::kProviderNotFound, "Connection.Open",
               "Provider cannot be found. It may not be properly installed. (Provider=" +
                   (provider.empty() ? std::string("MSDASQL.1") : provider) + ")");
+}
+
+std::string DriverNameFor(const ConnectionProperties& props) {
+  EnsureBuiltins();
+  const auto& reg = Registry();
+  for (auto it = reg.rbegin(); it != reg.rend(); ++it) {
+    if (it->accepts(props)) return it->name;
+  }
+  return {};
 }
 
 // Defined by the driver sources of this folder.
@@ -101,7 +121,27 @@ void Connection::Open(std::string_view cn_str, std::string_view user, std::strin
   driver_ = OpenDriver(props_);
 }
 
+void Connection::OpenPooled(std::string_view cn_str) {
+  if (!WriteBatch::IsActive()) {
+    Open(cn_str);
+    return;
+  }
+  if (IsOpen()) {
+    throw Error(dberr::kObjectOpen, "Connection.Open",
+                "Operation is not allowed when the object is open.");
+  }
+  props_ = ConnectionProperties::Parse(cn_str);
+  driver_ = write_batch_internal::TakeDriver(cn_str, props_);
+  pooled_ = true;
+}
+
 void Connection::Close() {
+  if (pooled_) {
+    // The batch owns the physical connection and its transaction.
+    driver_.reset();
+    pooled_ = false;
+    return;
+  }
   if (driver_ && driver_->InTransaction()) {
     try {
       driver_->Rollback();

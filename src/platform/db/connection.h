@@ -37,6 +37,13 @@ class Connection : public Object {
   // "User ID" and "Password" parameters.
   void Open(std::string_view cn_str = {}, std::string_view user = {},
             std::string_view password = {});
+  // Opens on `cn_str` like `Open`, but while a `WriteBatch` is alive the physical connection is
+  // the batch's one for that store, inside the batch's transaction (see write_batch.h); `Close`
+  // then hands it back. Outside a batch this is `Open`. `BeginTrans` and its kin must not be used
+  // on such a connection. Never use it on the rules database.
+  void OpenPooled(std::string_view cn_str);
+  // Closes the connection, rolling back a transaction begun on it; a pooled connection is handed
+  // back to its batch instead, its transaction untouched.
   void Close();
   bool IsOpen() const { return driver_ != nullptr; }
   ObjectState State() const { return IsOpen() ? ObjectState::Open : ObjectState::Closed; }
@@ -66,7 +73,9 @@ class Connection : public Object {
   Connection() = default;
 
   ConnectionProperties props_;
-  std::unique_ptr<Driver> driver_;
+  // Shared with the write batch when pooled.
+  std::shared_ptr<Driver> driver_;
+  bool pooled_ = false;
   int command_timeout_ = 30;
 };
 

@@ -54,6 +54,9 @@ void RegisterDriver(std::string name, DriverAccepts accepts, DriverFactory facto
 
 // Opens a physical connection for `props`; fails with 0x800A0E7A when no driver serves it.
 std::unique_ptr<Driver> OpenDriver(const ConnectionProperties& props);
+// The name of the registered driver that serves `props` ("SQLite", "Access", "Excel",
+// "MariaDB", ...), or "" when none does.
+std::string DriverNameFor(const ConnectionProperties& props);
 
 // Stores that keep appended rows in memory (workbooks) write them to disk now. The extraction
 // engine calls this when the extraction of a document ends; it also runs at a normal exit.
