@@ -324,7 +324,15 @@ class WorkbookCache {
 
   void FlushAll() {
     for (auto& [path, book] : books_) {
-      if (book->dirty) book->Write();
+      if (!book->dirty) continue;
+      if (StatFile(path) != book->seen) {
+        // Deleted or replaced since it was last read or written: what is on disk wins, so a
+        // deleted workbook is not brought back by rows that were appended to it.
+        book->sheets.clear();
+        book->dirty = false;
+        continue;
+      }
+      book->Write();
     }
   }
 
