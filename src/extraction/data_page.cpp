@@ -5,6 +5,7 @@
 #include "extraction/text_search.h"
 #include "infra/c_guid_gen.h"
 #include "platform/db/driver.h"
+#include "platform/db/write_batch.h"
 #include "platform/event_loop.h"
 #include "rules/template_data_access.h"
 
@@ -152,6 +153,9 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
     page.erase(0, page.size() - rest.size());
     SrcHTML = std::move(page);
   };
+  // Rows of this document share one connection and one transaction per store; every row is
+  // committed when the document ends, also when a failure ends it.
+  db::WriteBatch batch;
   try {
     ReportAs(kExtractLogName, [&] {
       extracted_entity_counts_ = Dictionary<long>();
@@ -188,12 +192,18 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
         DoEvents();
       }
       if (meta) meta->SetExtractionComplete(DateTime::Now());
+      batch.Commit();
       // Stores that buffer appended rows (workbooks) write this document's rows now.
       db::FlushBufferedStores();
       OnExtractionComplete.Emit();
     });
   } catch (...) {
     write_back();
+    try {
+      db::FlushBufferedStores();
+    } catch (const Error&) {
+      // The failure that ends the document is the one to report.
+    }
     throw;
   }
   write_back();

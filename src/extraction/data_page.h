@@ -56,6 +56,18 @@ class DataPage : public Object {
       const std::shared_ptr<db::Recordset>& StaticColumns = nullptr,
       std::string_view OverrideDBConnStr = {}, std::string_view UniqueTblPrefix = {});
 
+  // Makes the target database and every dataset's table, roots first and each with its
+  // descendants. With `OverrideConnStr` every dataset's table goes there (the database is made
+  // first and its connection string is the result); without, each dataset's own `DBConnStr` is
+  // used and the result is "". `OverrideDBName` replaces `DBName`. With `UseTmpTbls` the datasets
+  // are kept, and with them their temporary tables, until the next `CreateDB` or the page's end.
+  // Reports under "DataPage.CreateDB(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)".
+  std::string CreateDB(bool UseTmpTbls, std::string_view OverrideConnStr = {},
+                       std::string_view OverrideDBName = {}, std::string_view UniqueTblPrefix = {});
+  // Raises 0x8088D1B1 for a page without datasets, 0x808BDEF1 for one without an id (source
+  // "Datapage.Validate"), then validates every root dataset.
+  void Validate();
+
   // All datasets of the page, and those without a parent, in their order.
   Entities& GetEntities();
   Entities& RootEntities();
@@ -113,6 +125,10 @@ class DataPage : public Object {
   void SetId(std::string value) { id_ = std::move(value); }
   // Reads the root datasets afresh from the rules store.
   void SetRootEntitiesFromDB();
+  // Drops the target database (`Database.Drop`) named by `OverrideDBName`, or by `DBName`.
+  void DropDB(std::string_view DBConnStr, std::string_view OverrideDBName = {});
+  // Empties the table of every dataset of the page.
+  void DeleteExistingTableData();
 
  private:
   DataPage();
@@ -136,6 +152,8 @@ class DataPage : public Object {
   bool entities_loaded_ = false;
   std::shared_ptr<RowSink> row_sink_;
   Status static_failure_;  // the last failure of the static columns; it does not unwind
+  // The roots that `CreateDB` made temporary tables for, kept so that the tables last.
+  std::vector<EntityPtr> temporary_roots_;
 };
 
 }  // namespace gw

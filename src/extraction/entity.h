@@ -39,6 +39,8 @@
 #include "platform/db/recordset.h"
 #include "platform/error.h"
 #include "platform/signal.h"
+#include "targets/table_description.h"
+#include "targets/tbl.h"
 
 namespace gw {
 
@@ -106,6 +108,19 @@ class Entity : public Object {
                                          long ParentOrderOnPage = 0,
                                          long* SrcLengthAfterFindingInitString = nullptr);
 
+  // Makes the target database (on demand) and this dataset's table, after its parent's and before
+  // its children's (see `Tbl` for what each store gets). Without overrides, `DBConnStr` takes the
+  // connection string the database was made under. With `UseTmpTbls` the temporary tables live as
+  // long as this dataset. A failure unwinds with "Error creating table for <datapage>.<dataset>:"
+  // in front of its description, under the log name
+  // "Entity.CreateTable(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)".
+  bool CreateTable(bool UseTmpTbls, std::string_view OverrideConnStr = {},
+                   std::string_view OverrideDBName = {}, std::string_view UniqueTblPrefix = {});
+  // Raises the first problem that would stop extraction (numbers 0x8524E4F5 to 0x8524E4FA, source
+  // "Entity.Validate"): no datapage, initialization string, fields, connection string or table
+  // name; a table that cannot be created (a provider that cannot create tables, 0xBCD023A1, is no
+  // problem); a store or table that cannot be opened. Creates the table as a side effect.
+  void Validate();
   bool Transform() { return true; }
   bool DisownChild(const EntityPtr&) { return false; }
   bool AdoptChild(const EntityPtr&) { return false; }
@@ -208,6 +223,12 @@ class Entity : public Object {
   // `CString.GetFindCount` counts (no limit).
   long GetOccurCount(std::string_view Text) const;
   void CalcAttributeOrder() {}
+  // Empties this dataset's table (`Tbl.DeleteAllRows` on `DBConnStr`).
+  void DeleteExistingTableData();
+  // What the target store needs to build this dataset's table. Probes the parent as
+  // `CreateTable` does; a parent whose key is a field that no field of the parent carries fails
+  // with 91.
+  TableDescription DescribeTable();
 
   // Skip maps (see skip_map.h).
   SkipMap GetBaseSkipMap();
@@ -282,6 +303,8 @@ class Entity : public Object {
   Status pending_;
   // The datapage re-raising this dataset's events while it cuts a root row.
   DataPage* relay_page_ = nullptr;
+  // Keeps the temporary tables made by `CreateTable` alive while this dataset lives.
+  std::shared_ptr<Tbl> temporary_tables_;
 };
 
 }  // namespace gw

@@ -21,5 +21,15 @@ inline constexpr ErrorNumber kNoSuchEntity = 0x80040412;
 inline constexpr ErrorNumber kDuplicateEntity = 0x80040413;
 inline constexpr ErrorNumber kNoSuchDataPage = 0x8004285C;
 inline constexpr ErrorNumber kDuplicateDataPage = 0x8004285D;
+// Entity.Validate: the first problem found.
+inline constexpr ErrorNumber kNoDatapageOrInitString = 0x8524E4F5;
+inline constexpr ErrorNumber kNoFields = 0x8524E4F6;
+inline constexpr ErrorNumber kNoDatasetConnectionString = 0x8524E4F7;
+inline constexpr ErrorNumber kNoTableNameOrTable = 0x8524E4F8;
+inline constexpr ErrorNumber kCannotConnect = 0x8524E4F9;
+inline constexpr ErrorNumber kCannotOpenTable = 0x8524E4FA;
+// DataPage.Validate.
+inline constexpr ErrorNumber kNoDatasets = 0x8088D1B1;
+inline constexpr ErrorNumber kNoDatapageId = 0x808BDEF1;
 
 }  // namespace gw::exerr

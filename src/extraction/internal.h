@@ -6,11 +6,14 @@
 
 namespace gw::extraction_internal {
 
-// The target store's rewrite of a dataset's connection string on the way to its row sink. Until
-// the target store is linked it hands the string back as it is, which is what it does for the
-// file-based providers anyway.
+// The target store's rewrites of a dataset's connection string on the way to its row sink
+// (`Database.ChangeDefaultDB` and the MySQL repair).
 std::string ChangeDefaultDB(const std::string& cn_str, const std::string& db_name);
 // `modConnectionString::ReformatMySQLCnStr` for a table in the database (flag false).
 std::string ReformatMySQLCnStr(const std::string& cn_str);
+
+// True when `cn_str` reaches the store that holds the rules database. Meant for rows written in a
+// write batch: the answer is worked out once per batch.
+bool AddressesRulesStore(std::string_view cn_str);
 
 }  // namespace gw::extraction_internal

@@ -1,6 +1,9 @@
 #include "extraction/row_sink.h"
 
+#include "extraction/internal.h"
 #include "platform/db/connection.h"
+#include "platform/db/write_batch.h"
+#include "targets/temporary_tables.h"
 
 namespace gw {
 
@@ -34,8 +37,18 @@ class DatabaseSinkRow final : public SinkRow {
 }  // namespace
 
 std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::string_view table) {
+  // A live "##" table is in the temporary store, whichever target the dataset names.
+  if (table.starts_with("##") && IsLiveTemporaryTable(table)) {
+    cn_str = TemporaryStoreConnectionString();
+  }
   auto cn = db::Connection::Create();
-  cn->Open(cn_str, "", "");
+  // Inside a document's write batch, rows share one physical connection and transaction per
+  // store; never on the rules database, whose write lock the batch would hold.
+  if (db::WriteBatch::IsActive() && !extraction_internal::AddressesRulesStore(cn_str)) {
+    cn->OpenPooled(cn_str);
+  } else {
+    cn->Open(cn_str, "", "");
+  }
   auto rs = db::Recordset::Create();
   // The recordset exists to append: two rows at most come back from the table.
   rs->SetCacheSize(2);

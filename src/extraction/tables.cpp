@@ -1,0 +1,227 @@
+// Datasets and datapages meet the target store: creating, emptying and checking target tables.
+#include "extraction/data_page.h"
+#include "extraction/entity.h"
+#include "extraction/failures.h"
+#include "platform/db/connection.h"
+#include "targets/database.h"
+
+namespace gw {
+
+namespace {
+
+constexpr std::string_view kCreateTableLogName =
+    "Entity.CreateTable(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)";
+
+// A parent counts when it has an id: only a real, stored or generated, dataset has one.
+bool HasRealId(std::string_view id) {
+  return id.find_first_not_of("0-{} ") != std::string_view::npos;
+}
+
+// The texts of the last checks of `Entity.Validate`, which share their advice.
+constexpr std::string_view kConnectionAdvice =
+    "Ensure that the connection string is set properly and that the username and password (if "
+    "any) are included in the connection string.  ";
+constexpr std::string_view kFileAndKeywordAdvice =
+    "If you are connecting to Excel or Access, make sure that the file is not opened or otherwise "
+    "locked by another application.  Double check that none of your field or table names are "
+    "reserved keywords such as DATE or TIME for the database that you are using.  ";
+constexpr std::string_view kProviderAdvice =
+    "Check file or folder permissions when using Excel or Access.  You should not use the ODBC "
+    "Provider for connecting to SQL, Access, Excel, or any other database for which there is an "
+    "equivalent OLEDB Provider.  ";
+constexpr std::string_view kManualCreationAdvice =
+    "If the database that you are connecting to is not SQL, Access, or Excel, the tables and "
+    "database will not be created automatically and you will need to do it manuall.  ";
+constexpr std::string_view kLastResortAdvice =
+    "If all else fails, delete or rename the existing database or file and try again.  ";
+
+std::string ConnectAdvice(const std::string& description) {
+  return std::string(kConnectionAdvice) + std::string(kFileAndKeywordAdvice) +
+         std::string(kProviderAdvice) + std::string(kManualCreationAdvice) +
+         std::string(kLastResortAdvice) + "Original Error: " + description;
+}
+
+}  // namespace
+
+// ---- Entity ----------------------------------------------------------------------------------
+
+TableDescription Entity::DescribeTable() {
+  TableDescription d;
+  d.table_name = table_name_;
+  for (const AttribPtr& a : GetAttributes()) d.fields.push_back({a->ColumnName(), a->ColumnSize()});
+  const auto custom = CustomColumns();
+  for (db::Field& f : custom->GetFields()) d.custom_columns.push_back({f.Name(), f.DefinedSize()});
+  d.pk_column = pk_column_;
+  d.is_pk_surrogate = is_pk_surrogate_;
+  // The parent is probed without unwinding: one that cannot be loaded is no parent.
+  EntityPtr parent;
+  try {
+    parent = ParentEntity();
+    if (parent) parent->SetEntityName(parent->EntityName());
+  } catch (const Error&) {
+    parent.reset();
+  }
+  if (parent && HasRealId(parent->Id())) {
+    ParentKey key;
+    key.table_name = parent->TableName();
+    key.pk_column = parent->PKColumn();
+    key.is_pk_surrogate = parent->IsPKSurrogate();
+    if (!key.is_pk_surrogate && !key.pk_column.empty()) {
+      const AttribPtr pk = parent->PKAttribute();
+      if (!pk) {
+        throw Error(errnum::kObjectNotSet, "Entity.CreateTable",
+                    "Object variable or With block variable not set");
+      }
+      key.pk_size = pk->ColumnSize();
+    }
+    d.parent = std::move(key);
+  }
+  return d;
+}
+
+bool Entity::CreateTable(bool UseTmpTbls, std::string_view OverrideConnStr,
+                         std::string_view OverrideDBName, std::string_view UniqueTblPrefix) {
+  try {
+    std::string cn_str(!OverrideConnStr.empty() ? OverrideConnStr : db_conn_str_);
+    if (cn_str.empty()) {
+      throw Error(targeterr::kNoConnectionString, "Entity.CreateTable",
+                  "Connection string not specified, or invalid connection string");
+    }
+    const std::string db_name(!OverrideDBName.empty() ? OverrideDBName
+                                                      : std::string_view(GetDataPage()->DBName()));
+    cn_str = Database::Create(cn_str, db_name);
+    // A template remembers its database.
+    if (OverrideConnStr.empty() && OverrideDBName.empty()) SetDBConnStr(cn_str);
+
+    auto tbl = std::make_shared<Tbl>();
+    // The parent's table always exists before its child's.
+    const TableDescription mine = DescribeTable();
+    if (mine.parent) {
+      const EntityPtr parent = ParentEntity();
+      tbl->Create(cn_str, parent->DescribeTable(), UseTmpTbls, UniqueTblPrefix);
+      parent->SetDBConnStr(db_conn_str_);
+    }
+    tbl->Create(cn_str, mine, UseTmpTbls, UniqueTblPrefix);
+    for (const EntityPtr& child : AllChildren()) {
+      child->CreateTable(UseTmpTbls, cn_str, db_name, UniqueTblPrefix);
+      child->SetDBConnStr(db_conn_str_);
+    }
+    // A temporary table lasts as long as the `Tbl` that made it.
+    if (UseTmpTbls) temporary_tables_ = std::move(tbl);
+    return true;
+  } catch (Error& e) {
+    const auto page = DataPageIfSet();
+    e.SetDescription("Error creating table for " + (page ? page->DisplayName() : std::string()) +
+                     "." + entity_name_ + ":  \n\t" + e.Description());
+    RethrowWithCallStack(kCreateTableLogName);
+  } catch (...) {
+    RethrowWithCallStack(kCreateTableLogName);
+  }
+}
+
+void Entity::DeleteExistingTableData() {
+  ReportAs("Entity.DeleteExistingTableData()",
+           [&] { Tbl().DeleteAllRows(db_conn_str_, DescribeTable()); });
+}
+
+void Entity::Validate() {
+  ReportAs("Entity.Validate()", [&] {
+    const auto fail = [](ErrorNumber number, std::string text) {
+      throw Error(number, "Entity.Validate", std::move(text));
+    };
+    const std::string& en = entity_name_;
+    if (datapage_id_.empty())
+      fail(exerr::kNoDatapageOrInitString, "No datapage associated with " + en + ".");
+    const std::string dp = GetDataPage()->DisplayName();
+    const std::string where = " for dataset " + en + " in datapage " + dp + ".";
+    if (InitString().empty()) {
+      fail(exerr::kNoDatapageOrInitString, "No intialization string was specified" + where);
+    }
+    if (GetAttributes().Count() < 1) {
+      fail(exerr::kNoFields, "There are no fields specified" + where);
+    }
+    if (db_conn_str_.empty()) {
+      fail(exerr::kNoDatasetConnectionString, "There is no connection string specified" + where);
+    }
+    if (table_name_.empty()) {
+      fail(exerr::kNoTableNameOrTable, "There is no table name specified" + where);
+    }
+    try {
+      CreateTable(false, {}, GetDataPage()->DBName(), {});
+    } catch (const Error& e) {
+      // A store the program cannot make tables in may still take rows.
+      if (e.Number() != targeterr::kTableNotSupported) {
+        fail(exerr::kNoTableNameOrTable,
+             "Could not create the table " + table_name_ + where + "  " +
+                 std::string(kConnectionAdvice) + std::string(kFileAndKeywordAdvice) +
+                 std::string(kProviderAdvice) + std::string(kLastResortAdvice) +
+                 "Original Error: " + e.Description());
+      }
+    }
+    auto cn = db::Connection::Create();
+    try {
+      cn->Open(db_conn_str_);
+    } catch (const Error& e) {
+      fail(exerr::kCannotConnect, "Could not connect using the following connection string: " +
+                                      db_conn_str_ + where + "  " + ConnectAdvice(e.Description()));
+    }
+    try {
+      cn->Execute("SELECT * FROM " + table_name_);
+    } catch (const Error& e) {
+      fail(exerr::kCannotOpenTable, "Could not connect to the table " + table_name_ +
+                                        "using the following connection string: " + db_conn_str_ +
+                                        where + "  " + ConnectAdvice(e.Description()));
+    }
+    cn->Close();
+  });
+}
+
+// ---- DataPage --------------------------------------------------------------------------------
+
+std::string DataPage::CreateDB(bool UseTmpTbls, std::string_view OverrideConnStr,
+                               std::string_view OverrideDBName, std::string_view UniqueTblPrefix) {
+  return ReportAs("DataPage.CreateDB(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)",
+                  [&] {
+                    const std::string db_name(!OverrideDBName.empty() ? OverrideDBName
+                                                                      : std::string_view(db_name_));
+                    std::string cn_str;
+                    if (!OverrideConnStr.empty())
+                      cn_str = Database::Create(OverrideConnStr, db_name);
+                    // The roots are read fresh from the rules store (a page made in memory keeps
+                    // its own).
+                    if (is_stored_) SetRootEntitiesFromDB();
+                    temporary_roots_.clear();
+                    for (const EntityPtr& root : RootEntities()) {
+                      root->CreateTable(UseTmpTbls, OverrideConnStr, db_name, UniqueTblPrefix);
+                      if (UseTmpTbls) temporary_roots_.push_back(root);
+                    }
+                    return cn_str;
+                  });
+}
+
+void DataPage::DropDB(std::string_view DBConnStr, std::string_view OverrideDBName) {
+  ReportAs("DataPage.DropDB(DBConnStr,OverrideDBName)",
+           [&] { Database::Drop(DBConnStr, !OverrideDBName.empty() ? OverrideDBName : db_name_); });
+}
+
+void DataPage::DeleteExistingTableData() {
+  ReportAs("DataPage.DeleteExistingTableData()", [&] {
+    for (const EntityPtr& e : GetEntities()) e->DeleteExistingTableData();
+  });
+}
+
+void DataPage::Validate() {
+  ReportAs("DataPage.Validate()", [&] {
+    if (GetEntities().Count() < 1) {
+      throw Error(exerr::kNoDatasets, "Datapage.Validate",
+                  "The datapage " + display_name_ + " does not have a dataset associated with it.");
+    }
+    if (id_.empty()) {
+      throw Error(exerr::kNoDatapageId, "Datapage.Validate",
+                  "The datapage " + display_name_ + " does not have an Id.");
+    }
+    for (const EntityPtr& root : RootEntities()) root->Validate();
+  });
+}
+
+}  // namespace gw
