@@ -213,6 +213,7 @@ class MariaDbDriver final : public Driver {
   std::string_view Dialect() const override { return "mysql"; }
 
   ResultSet Execute(std::string_view sql, std::span<const Variant> params, long max_rows) override {
+    LimitSelectedRows(sql, max_rows);
     if (params.empty()) return ExecuteText(sql, max_rows);
     return ExecutePrepared(sql, params, max_rows);
   }
@@ -281,6 +282,19 @@ class MariaDbDriver final : public Driver {
   [[noreturn]] void FailStmt(MYSQL_STMT* st) {
     const unsigned int err = mysql_stmt_errno(st);
     throw Error(NumberFor(err), "MariaDB", mysql_stmt_error(st));
+  }
+
+  // A row limit is kept by the server, so that a table opened for appending does not send all of
+  // its rows: the session's sql_select_limit follows the limit of each SELECT (it applies to
+  // top-level SELECTs only), changed only when it differs from the last one.
+  void LimitSelectedRows(std::string_view sql, long max_rows) {
+    if (!text::StartsWithNoCase(text::TrimWhitespace(sql), "SELECT")) return;
+    const long wanted = max_rows > 0 ? max_rows : 0;
+    if (wanted == select_limit_) return;
+    ExecuteText(wanted > 0 ? "SET SESSION sql_select_limit = " + std::to_string(wanted)
+                           : std::string("SET SESSION sql_select_limit = DEFAULT"),
+                0);
+    select_limit_ = wanted;
   }
 
   static std::vector<std::string> SplitScript(std::string_view sql) {
@@ -473,6 +487,7 @@ class MariaDbDriver final : public Driver {
 
   MYSQL* db_ = nullptr;
   bool in_tx_ = false;
+  long select_limit_ = 0;  // the session's sql_select_limit; 0 is the default (none)
   my_ulonglong last_insert_id_ = 0;
   std::unordered_map<std::string, Prepared> cache_;
   std::list<std::string> lru_;
