@@ -190,6 +190,21 @@ void Recordset::Open(std::string_view sql, const ConnectionPtr& connection, Curs
   connection_ = lock == LockType::ReadOnly ? nullptr : connection;
 }
 
+void Recordset::OpenForAppending(std::string_view sql, const ConnectionPtr& connection,
+                                 std::vector<ColumnInfo> columns, CursorType cursor,
+                                 LockType lock) {
+  if (open_) Fail(dberr::kObjectOpen, "Open", "Operation is not allowed when the object is open.");
+  if (!connection || !connection->IsOpen()) Fail(dberr::kObjectClosed, "Open", ClosedText());
+  ResultSet result;
+  result.columns = std::move(columns);
+  result.has_columns = true;
+  source_ = std::string(sql);
+  cursor_type_ = cursor;
+  lock_type_ = lock;
+  Load(std::move(result));
+  connection_ = lock == LockType::ReadOnly ? nullptr : connection;
+}
+
 void Recordset::AppendField(std::string name, DataType type, std::int32_t defined_size,
                             bool nullable) {
   if (open_)

@@ -107,6 +107,12 @@ class Recordset : public Object {
   void Open(std::string_view sql, const ConnectionPtr& connection,
             CursorType cursor = CursorType::ForwardOnly, LockType lock = LockType::ReadOnly,
             std::span<const Variant> params = {});
+  // Opens an updatable recordset with `columns` and no rows, without running `sql` (kept as the
+  // source): for appending to a table whose columns the caller has already read through `Open`
+  // on the same statement and store. Rows added are written through `connection` as by `Open`.
+  void OpenForAppending(std::string_view sql, const ConnectionPtr& connection,
+                        std::vector<ColumnInfo> columns, CursorType cursor = CursorType::Keyset,
+                        LockType lock = LockType::Optimistic);
   // Columns of a recordset built in memory; then `OpenFabricated`.
   void AppendField(std::string name, DataType type, std::int32_t defined_size = 0,
                    bool nullable = true);
