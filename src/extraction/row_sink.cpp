@@ -1,5 +1,8 @@
 #include "extraction/row_sink.h"
 
+#include <unordered_map>
+#include <vector>
+
 #include "extraction/internal.h"
 #include "platform/db/connection.h"
 #include "platform/db/write_batch.h"
@@ -34,6 +37,43 @@ class DatabaseSinkRow final : public SinkRow {
   db::RecordsetPtr rs_;
 };
 
+// The columns of the tables that rows were appended to in the current write batch, by
+// connection string and table: within a document the table is read once, not once per row.
+class BatchTableColumns {
+ public:
+  const std::vector<db::ColumnInfo>* Find(std::string_view cn_str, std::string_view table) {
+    Renew();
+    const auto it = columns_.find(Key(cn_str, table));
+    return it == columns_.end() ? nullptr : &it->second;
+  }
+  void Remember(std::string_view cn_str, std::string_view table,
+                std::vector<db::ColumnInfo> columns) {
+    Renew();
+    columns_.insert_or_assign(Key(cn_str, table), std::move(columns));
+  }
+
+ private:
+  static std::string Key(std::string_view cn_str, std::string_view table) {
+    std::string key(cn_str);
+    key += '\0';
+    key += table;
+    return key;
+  }
+  void Renew() {
+    if (serial_ == db::WriteBatch::Serial()) return;
+    serial_ = db::WriteBatch::Serial();
+    columns_.clear();
+  }
+
+  std::uint64_t serial_ = 0;
+  std::unordered_map<std::string, std::vector<db::ColumnInfo>> columns_;
+};
+
+BatchTableColumns& TableColumns() {
+  static BatchTableColumns columns;
+  return columns;
+}
+
 }  // namespace
 
 std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::string_view table) {
@@ -44,7 +84,9 @@ std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::
   auto cn = db::Connection::Create();
   // Inside a document's write batch, rows share one physical connection and transaction per
   // store; never on the rules database, whose write lock the batch would hold.
-  if (db::WriteBatch::IsActive() && !extraction_internal::AddressesRulesStore(cn_str)) {
+  const bool pooled =
+      db::WriteBatch::IsActive() && !extraction_internal::AddressesRulesStore(cn_str);
+  if (pooled) {
     cn->OpenPooled(cn_str);
   } else {
     cn->Open(cn_str, "", "");
@@ -57,7 +99,13 @@ std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::
   std::string sql = "SELECT * ";
   sql += "FROM ";
   sql += table;
-  rs->Open(sql, cn, db::CursorType::Keyset, db::LockType::Optimistic);
+  const std::vector<db::ColumnInfo>* known = pooled ? TableColumns().Find(cn_str, table) : nullptr;
+  if (known) {
+    rs->OpenForAppending(sql, cn, *known, db::CursorType::Keyset, db::LockType::Optimistic);
+  } else {
+    rs->Open(sql, cn, db::CursorType::Keyset, db::LockType::Optimistic);
+    if (pooled) TableColumns().Remember(cn_str, table, rs->Columns());
+  }
   rs->AddNew();
   return std::make_unique<DatabaseSinkRow>(std::move(cn), std::move(rs));
 }
