@@ -152,6 +152,11 @@ std::string Database::ChangeDefaultDB(std::string_view CnStr, std::string_view D
 
 void Database::DropJet(std::string_view CnStr) {
   ReportAs("Database.DropJet(CnStr)", [&] {
+    // A file store that is not there cannot be opened (here opening would make it).
+    const std::string named = db::ConnectionProperties::Parse(CnStr).Get("Data Source");
+    if (!IsFile(named)) {
+      throw Error(errnum::kFileNotFound, "Database.DropJet", "File not found: " + named);
+    }
     auto cn = db::Connection::Create();
     cn->Open(CnStr);
     const std::string file = cn->Property("Data Source");
