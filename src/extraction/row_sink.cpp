@@ -78,9 +78,8 @@ BatchTableColumns& TableColumns() {
 
 std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::string_view table) {
   // A live "##" table is in the temporary store, whichever target the dataset names.
-  if (table.starts_with("##") && IsLiveTemporaryTable(table)) {
-    cn_str = TemporaryStoreConnectionString();
-  }
+  const bool temporary = table.starts_with("##") && IsLiveTemporaryTable(table);
+  if (temporary) cn_str = TemporaryStoreConnectionString();
   auto cn = db::Connection::Create();
   // Inside a document's write batch, rows share one physical connection and transaction per
   // store; never on the rules database, whose write lock the batch would hold.
@@ -98,7 +97,8 @@ std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::
   rs->SetCursorLocation(db::CursorLocation::Client);
   std::string sql = "SELECT * ";
   sql += "FROM ";
-  sql += table;
+  // "#" is no identifier character of the temporary store's dialect.
+  sql += temporary ? cn->GetDriver().QuoteIdentifier(table) : std::string(table);
   const std::vector<db::ColumnInfo>* known = pooled ? TableColumns().Find(cn_str, table) : nullptr;
   if (known) {
     rs->OpenForAppending(sql, cn, *known, db::CursorType::Keyset, db::LockType::Optimistic);
