@@ -99,7 +99,8 @@ bool Entity::CreateTable(bool UseTmpTbls, std::string_view OverrideConnStr,
     if (mine.parent) {
       const EntityPtr parent = ParentEntity();
       tbl->Create(cn_str, parent->DescribeTable(), UseTmpTbls, UniqueTblPrefix);
-      parent->SetDBConnStr(db_conn_str_);
+      // The parent points at the database its table was just made in.
+      parent->SetDBConnStr(cn_str);
     }
     tbl->Create(cn_str, mine, UseTmpTbls, UniqueTblPrefix);
     for (const EntityPtr& child : AllChildren()) {
