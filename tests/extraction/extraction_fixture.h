@@ -62,6 +62,8 @@ class ExtractionTest : public ::testing::Test {
   AttribPtr AddField(const EntityPtr& entity, const std::string& column, const std::string& start,
                      const std::string& end, bool optional = false, std::int32_t size = 0);
 
+  // The program's files (registry, rules store) stay in a folder of the test's own.
+  testing::ScopedHome home_;
   testing::TempDir dir_;
   std::string cn_str_;
   std::shared_ptr<TestDoc> doc_;

@@ -2,6 +2,8 @@
 // lost rows must not depend on the store.
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "extraction_fixture.h"
 #include "support/mariadb_server.h"
 
@@ -40,6 +42,14 @@ const Store kStores[] = {
        return server.ConnectionString(server.CreateDatabase("gwextract"));
      },
      "Gear"},
+    {"MySqlThroughOdbc",
+     [](const gw::testing::TempDir&) {
+       auto& server = gw::testing::MariaDbServer::Shared();
+       return "Provider=MSDASQL;Initial Catalog=" + server.CreateDatabase("gwodbc") +
+              ";Extended Properties=\"DRIVER={MySQL ODBC 3.51 Driver};SERVER=127.0.0.1;PORT=" +
+              std::to_string(server.Port()) + ";UID=root;PWD=;\"";
+     },
+     "Gear"},
 };
 
 class TargetStores : public ExtractionTest, public ::testing::WithParamInterface<Store> {
@@ -74,6 +84,63 @@ TEST_P(TargetStores, RowsWidthsAndLostRowsAreTheSameInEveryStore) {
   page_->Extract(text, false);
   EXPECT_EQ(Rows("SELECT * FROM prods").size(), 3u);
   EXPECT_EQ(prods->PendingFailure().Number(), exerr::kColumnMismatch);
+}
+
+TEST_P(TargetStores, TheSameTemplateMakesItsTablesAndWritesTheSameRows) {
+  cn_str_ = GetParam().connection_string(dir_);
+  auto orders = AddRoot("Orders", "<order>", "orders");
+  AddField(orders, "ref", "<ref>", "</ref>", false, 20);
+  AddField(orders, "city", "<city>", "</city>", true, 20);
+  auto lines = AddChild(orders, "Lines", "<line>", "order_lines");
+  AddField(lines, "item", "<item>", "</item>", false, 30);
+  AddField(lines, "qty", "<qty>", "</qty>", false, 5);
+  page_->CreateDB(false);
+  page_->CreateDB(false);  // again: the tables are there, nothing fails
+
+  std::string first =
+      "<order><ref>A-1</ref><city>Zürich</city><line><item>Écrou</item><qty>2</qty>"
+      "<line><item>Gear 齿轮</item><qty>10</qty>";
+  std::string second =
+      "<order><ref>B-2</ref><line><item>Bolt</item><qty>1</qty><order><ref>C-3</ref>";
+  page_->Extract(first, false);
+  page_->Extract(second, false);
+
+  // A workbook answers only "SELECT * FROM": the columns come in the order the tables were made.
+  EXPECT_EQ(Texts("SELECT * FROM orders"), (RowList{{"A-1", "Zürich"}, {"B-2", ""}, {"C-3", ""}}));
+  EXPECT_EQ(Texts("SELECT * FROM order_lines"),
+            (RowList{{"Écrou", "2"}, {"Gear 齿轮", "10"}, {"Bolt", "1"}}));
+}
+
+// Runs Debian's python3 with openpyxl, a reader of workbooks that shares nothing with ours.
+std::string Python(const gw::testing::TempDir& dir, const std::string& script) {
+  const auto file = dir / "read.py";
+  gw::testing::WriteFile(file, script);
+  std::string out;
+  FILE* p = ::popen(("/usr/bin/python3 " + file.string() + " 2>&1").c_str(), "r");
+  char buf[4096];
+  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
+  if (p) ::pclose(p);
+  return out;
+}
+
+TEST_F(ExtractionTest, AWorkbookWrittenByADocumentOpensInAnotherReader) {
+  const auto book = dir_ / "rows.xlsx";
+  cn_str_ = "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + book.string() +
+            ";Extended Properties=\"Excel 8.0;HDR=Yes\"";
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  AddField(prods, "price", "<p>", "</p>", false, 20);
+  page_->CreateDB(false);
+  std::string text = "<tr><n>Écrou</n><p>1.50</p><tr><n>Gear 齿轮</n><p>12</p>";
+  page_->Extract(text, false);
+  // On disk when the document ends, without waiting for the program to exit.
+  EXPECT_EQ(Python(dir_,
+                   "import openpyxl\n"
+                   "ws = openpyxl.load_workbook('" +
+                       book.string() +
+                       "')['prods']\n"
+                       "for row in ws.iter_rows(values_only=True): print('|'.join(row))\n"),
+            "name|price\nÉcrou|1.50\nGear 齿轮|12\n");
 }
 
 INSTANTIATE_TEST_SUITE_P(Extraction, TargetStores, ::testing::ValuesIn(kStores),

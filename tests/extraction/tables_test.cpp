@@ -1,0 +1,368 @@
+// Datasets and datapages make, check and empty their target tables, and write each document's
+// rows in one batch.
+#include <gtest/gtest.h>
+
+#include "extraction_fixture.h"
+#include "platform/db/driver.h"
+#include "platform/db/write_batch.h"
+#include "rules/connection_string.h"
+#include "targets/database.h"
+#include "targets/temporary_tables.h"
+
+namespace gw::extraction_test {
+namespace {
+
+using RowList = std::vector<std::vector<std::string>>;
+
+class TablesTest : public ExtractionTest {
+ protected:
+  // Orders (with a surrogate key when `keyed`) with Lines on the page.
+  void MakeOrders(bool keyed = true) {
+    orders_ = AddRoot("Orders", "<order>", "orders");
+    AddField(orders_, "ref", "<ref>", "</ref>", false, 10);
+    if (keyed) {
+      orders_->SetPKColumn("order_id");
+      orders_->SetIsPKSurrogate(true);
+    }
+    lines_ = AddChild(orders_, "Lines", "<line>", "lines");
+    page_->GetEntities().Add(lines_, lines_->Id());
+    AddField(lines_, "qty", "<qty>", "</qty>", false, 5);
+  }
+  std::vector<std::string> ColumnNames(const std::string& table) {
+    auto cn = db::Connection::Create();
+    cn->Open(cn_str_);
+    std::vector<std::string> out;
+    const auto rs = cn->Execute("SELECT * FROM " + table);
+    for (const auto& c : rs->Columns()) out.push_back(c.name);
+    return out;
+  }
+  EntityPtr orders_;
+  EntityPtr lines_;
+};
+
+TEST_F(TablesTest, ARootMakesItsTableAndItsChildrensWithTheParentKey) {
+  MakeOrders();
+  ASSERT_TRUE(orders_->CreateTable(false));
+  EXPECT_EQ(ColumnNames("orders"), (std::vector<std::string>{"ref", "order_id"}));
+  EXPECT_EQ(ColumnNames("lines"), (std::vector<std::string>{"qty", "order_id"}));
+  // Without overrides the template remembers the database it was made in; children take it.
+  const std::string made = Database::Create(cn_str_);
+  EXPECT_EQ(orders_->DBConnStr(), made);
+  EXPECT_EQ(lines_->DBConnStr(), made);
+  // Again: nothing fails, nothing changes.
+  ASSERT_TRUE(orders_->CreateTable(false));
+  EXPECT_EQ(ColumnNames("lines"), (std::vector<std::string>{"qty", "order_id"}));
+}
+
+TEST_F(TablesTest, AChildMakesItsParentsTableFirst) {
+  MakeOrders();
+  ASSERT_TRUE(lines_->CreateTable(false, cn_str_));
+  EXPECT_EQ(ColumnNames("orders"), (std::vector<std::string>{"ref", "order_id"}));
+  EXPECT_EQ(ColumnNames("lines"), (std::vector<std::string>{"qty", "order_id"}));
+  // An override leaves the dataset's own string alone.
+  EXPECT_EQ(lines_->DBConnStr(), cn_str_);
+}
+
+TEST_F(TablesTest, AFailureSaysWhichTableAndKeepsItsNumber) {
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  prods->CreateTable(false);
+  Exec("INSERT INTO prods (name) VALUES ('Gearwheel')");
+  prods->GetAttributes().Item(1L)->SetColumnSize(4);
+  const Error e = FailureOf([&] { prods->CreateTable(false); });
+  EXPECT_EQ(e.Number(), db::dberr::kDataTruncated);
+  EXPECT_EQ(e.Description().rfind("Error creating table for Listing.Products:  \n\t", 0), 0u)
+      << e.Description();
+  EXPECT_EQ(e.CallStack().back(),
+            "Entity.CreateTable(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)");
+
+  prods->SetDBConnStr("");
+  const Error none = FailureOf([&] { prods->CreateTable(false); });
+  EXPECT_EQ(none.Number(), targeterr::kNoConnectionString);
+  EXPECT_EQ(none.Source(), "Entity.CreateTable");
+}
+
+TEST_F(TablesTest, AParentWithAKeyFieldButNoSuchFieldCannotBeDescribed) {
+  MakeOrders();
+  orders_->SetIsPKSurrogate(false);  // the key is "order_id", which no field carries
+  EXPECT_EQ(FailureOf([&] { lines_->CreateTable(false, cn_str_); }).Number(),
+            errnum::kObjectNotSet);
+}
+
+// ---- Validate ----------------------------------------------------------------------------------
+
+constexpr const char* kAdvice =
+    "Ensure that the connection string is set properly and that the username and password (if "
+    "any) are included in the connection string.  If you are connecting to Excel or Access, make "
+    "sure that the file is not opened or otherwise locked by another application.  Double check "
+    "that none of your field or table names are reserved keywords such as DATE or TIME for the "
+    "database that you are using.  Check file or folder permissions when using Excel or Access.  "
+    "You should not use the ODBC Provider for connecting to SQL, Access, Excel, or any other "
+    "database for which there is an equivalent OLEDB Provider.  ";
+
+TEST_F(TablesTest, ValidateNamesTheFirstThingMissing) {
+  const struct {
+    const char* what;
+    std::function<void(Entity&)> spoil;
+    ErrorNumber number;
+    std::string text;
+  } cases[] = {
+      {"init string", [](Entity& e) { e.SetInitString(""); }, 0x8524E4F5,
+       "No intialization string was specified for dataset Products in datapage Listing."},
+      {"fields", [](Entity& e) { e.GetAttributes().Remove(1L); }, 0x8524E4F6,
+       "There are no fields specified for dataset Products in datapage Listing."},
+      {"connection", [](Entity& e) { e.SetDBConnStr(""); }, 0x8524E4F7,
+       "There is no connection string specified for dataset Products in datapage Listing."},
+      {"table", [](Entity& e) { e.SetTableName(""); }, 0x8524E4F8,
+       "There is no table name specified for dataset Products in datapage Listing."},
+      {"creation", [](Entity& e) { e.SetDBConnStr("Provider=Foo;Data Source=x"); }, 0x8524E4F8,
+       std::string("Could not create the table prods for dataset Products in datapage Listing.  ") +
+           kAdvice +
+           "If all else fails, delete or rename the existing database or file and try again.  "
+           "Original Error: Error creating table for Listing.Products:  \n\tThe Database provider "
+           "Foo not supported for automatic creation.  You may still be able to extract to it, "
+           "but you must create it yourself."},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    page_ = DataPage::Create();
+    page_->SetDisplayName("Listing");
+    auto prods = AddRoot("Products", "<tr>", "prods");
+    AddField(prods, "name", "<n>", "</n>", false, 20);
+    c.spoil(*prods);
+    const Error e = FailureOf([&] { prods->Validate(); });
+    EXPECT_EQ(e.Number(), c.number);
+    EXPECT_EQ(e.Source(), "Entity.Validate");
+    EXPECT_EQ(e.Description(), c.text);
+  }
+  // A dataset on no datapage.
+  auto alone = Entity::Create();
+  alone->SetEntityName("Loose");
+  const Error e = FailureOf([&] { alone->Validate(); });
+  EXPECT_EQ(e.Number(), 0x8524E4F5u);
+  EXPECT_EQ(e.Description(), "No datapage associated with Loose.");
+}
+
+TEST_F(TablesTest, ValidateMakesTheTableAndPassesAgainOnceItExists) {
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  prods->Validate();
+  prods->Validate();
+  EXPECT_EQ(ColumnNames("prods"), (std::vector<std::string>{"name"}));
+}
+
+TEST_F(TablesTest, ValidateReportsATableThatCannotBeOpened) {
+  // A workbook's sheet cannot have a blank in its name: the sheet is never made.
+  cn_str_ = "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + (dir_ / "v.xlsx").string() +
+            ";Extended Properties=\"Excel 8.0;HDR=Yes\"";
+  auto prods = AddRoot("Products", "<tr>", "my prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  const Error e = FailureOf([&] { prods->Validate(); });
+  EXPECT_EQ(e.Number(), 0x8524E4FAu);
+  EXPECT_EQ(e.Description().rfind("Could not connect to the table my prodsusing the following "
+                                  "connection string: " +
+                                      prods->DBConnStr() +
+                                      " for dataset Products in datapage Listing.  " + kAdvice +
+                                      "If the database that you are connecting to is not SQL, "
+                                      "Access, or Excel, the tables and database will not be "
+                                      "created automatically and you will need to do it manuall.  "
+                                      "If all else fails, delete or rename the existing database "
+                                      "or file and try again.  Original Error: ",
+                                  0),
+            0u)
+      << e.Description();
+}
+
+// A store that takes its tables and then goes away: no server here can be made to do that.
+int g_vanishing_opens = 0;
+
+TEST_F(TablesTest, ValidateReportsAStoreThatCannotBeReached) {
+  static bool registered = false;
+  if (!registered) {
+    registered = true;
+    db::RegisterDriver(
+        "Vanishing",
+        [](const db::ConnectionProperties& p) { return p.Get("Provider") == "Vanishing"; },
+        [](const db::ConnectionProperties& p) -> std::unique_ptr<db::Driver> {
+          if (++g_vanishing_opens > 2) {
+            throw Error(db::dberr::kProvider, "Vanishing", "The server has gone away");
+          }
+          return db::OpenDriver(db::ConnectionProperties::Parse("Provider=SQLite;Data Source=" +
+                                                                p.Get("Data Source")));
+        });
+  }
+  g_vanishing_opens = 0;
+  // "MySQL" in the string: made by the MySQL statements, through the store above.
+  cn_str_ = "Provider=Vanishing;Data Source=" + (dir_ / "g.db").string() + ";Server=MySQL";
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  const Error e = FailureOf([&] { prods->Validate(); });
+  EXPECT_EQ(e.Number(), 0x8524E4F9u);
+  EXPECT_EQ(e.Description(),
+            "Could not connect using the following connection string: " + prods->DBConnStr() +
+                " for dataset Products in datapage Listing.  " + kAdvice +
+                "If the database that you are connecting to is not SQL, Access, or Excel, the "
+                "tables and database will not be created automatically and you will need to do it "
+                "manuall.  If all else fails, delete or rename the existing database or file and "
+                "try again.  Original Error: The server has gone away");
+}
+
+TEST_F(TablesTest, ADatapageNeedsDatasetsAndAnId) {
+  Error e = FailureOf([&] { page_->Validate(); });
+  EXPECT_EQ(e.Number(), 0x8088D1B1u);
+  EXPECT_EQ(e.Source(), "Datapage.Validate");
+  EXPECT_EQ(e.Description(), "The datapage Listing does not have a dataset associated with it.");
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  page_->SetId("");
+  e = FailureOf([&] { page_->Validate(); });
+  EXPECT_EQ(e.Number(), 0x808BDEF1u);
+  EXPECT_EQ(e.Description(), "The datapage Listing does not have an Id.");
+  page_->SetId("some-id");
+  EXPECT_EQ(FailureOf([&] { page_->Validate(); }).Number(), 0x8524E4F6u);  // the root's check
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  page_->Validate();
+}
+
+// ---- CreateDB, DeleteExistingTableData, DropDB --------------------------------------------------
+
+TEST_F(TablesTest, CreateDBMakesEveryTableInTheDatasetsStoresOrInTheOverride) {
+  MakeOrders();
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  EXPECT_EQ(page_->CreateDB(false), "");
+  EXPECT_EQ(ColumnNames("lines"), (std::vector<std::string>{"qty", "order_id"}));
+  EXPECT_EQ(ColumnNames("prods"), (std::vector<std::string>{"name"}));
+
+  const std::string other = "Provider=SQLite;Data Source=" + (dir_ / "other.db").string();
+  const std::string before = prods->DBConnStr();
+  EXPECT_EQ(page_->CreateDB(false, other), Database::Create(other));
+  EXPECT_EQ(prods->DBConnStr(), before);
+  auto cn = db::Connection::Create();
+  cn->Open(other);
+  EXPECT_FALSE(cn->Execute("SELECT * FROM lines")->Columns().empty());
+}
+
+TEST_F(TablesTest, AChildOfAKeyedParentCannotStoreRowsWithoutTheKey) {
+  MakeOrders();
+  page_->CreateDB(false);
+  std::string text = "<order><ref>A1</ref><line><qty>2</qty>";
+  page_->Extract(text, false);
+  // Nothing fills the parent's key in a child row, and the key column takes no null.
+  EXPECT_EQ(Rows("SELECT ref, order_id FROM orders"), (RowList{{"A1", "1"}}));
+  EXPECT_TRUE(Rows("SELECT * FROM lines").empty());
+  EXPECT_EQ(lines_->PendingFailure().Number(), exerr::kUpdateRefused);
+}
+
+TEST_F(TablesTest, DeleteExistingTableDataEmptiesEveryTableAndDropDBTheFile) {
+  MakeOrders(false);
+  page_->CreateDB(false);
+  std::string text = "<order><ref>A1</ref><line><qty>2</qty><line><qty>3</qty>";
+  page_->Extract(text, false);
+  ASSERT_EQ(Rows("SELECT qty FROM lines"), (RowList{{"2"}, {"3"}}));
+  page_->DeleteExistingTableData();
+  EXPECT_TRUE(Rows("SELECT * FROM orders").empty());
+  EXPECT_TRUE(Rows("SELECT * FROM lines").empty());
+  page_->DropDB(orders_->DBConnStr());
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "target.db"));
+}
+
+TEST_F(TablesTest, TheProviderNameIsWhatTheConnectionStringSays) {
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  EXPECT_EQ(prods->DataProviderName(), "SQLite");
+  prods->SetDBConnStr("Driver={MySQL};Server=x");
+  EXPECT_EQ(prods->DataProviderName(), "MSDASQL.1");
+  prods->SetDBConnStr("");
+  EXPECT_EQ(prods->DataProviderName(), "");
+}
+
+// ---- temporary tables -------------------------------------------------------------------------
+
+TEST_F(TablesTest, RowsOfATryOutGoToTemporaryTablesThatLastWithTheDatasets) {
+  // The dataset's own target is never touched.
+  cn_str_ = "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + (dir_ / "never.xlsx").string() +
+            ";Extended Properties=\"Excel 8.0;HDR=Yes\"";
+  MakeOrders(false);
+  page_->CreateDB(true, "", "", "t1_");
+  ASSERT_TRUE(IsLiveTemporaryTable("##t1_orders"));
+  ASSERT_TRUE(IsLiveTemporaryTable("##t1_lines"));
+  std::string text = "<order><ref>A1</ref><line><qty>2</qty><order><ref>B2</ref>";
+  page_->Extract(text, true, nullptr, "", "t1_");
+  const std::string temp = TemporaryStoreConnectionString();
+  auto cn = db::Connection::Create();
+  cn->Open(temp);
+  const auto rows = [&](const std::string& sql) {
+    RowList out;
+    for (auto rs = cn->Execute(sql); !rs->IsEOF(); rs->MoveNext()) {
+      out.push_back({rs->GetFields().Item(0L).Value().ToText()});
+    }
+    return out;
+  };
+  EXPECT_EQ(rows("SELECT ref FROM \"##t1_orders\""), (RowList{{"A1"}, {"B2"}}));
+  EXPECT_EQ(rows("SELECT qty FROM \"##t1_lines\""), (RowList{{"2"}}));
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "never.xlsx"));
+  // Making the tables for real, and letting the datasets go, lets the temporary ones go.
+  cn_str_ = "Provider=SQLite;Data Source=" + (dir_ / "real.db").string();
+  for (const auto& e : page_->RootEntities()) e->SetDBConnStr(cn_str_);
+  for (const auto& e : orders_->AllChildren()) e->SetDBConnStr(cn_str_);
+  page_->CreateDB(false);
+  orders_.reset();
+  lines_.reset();
+  page_.reset();
+  EXPECT_FALSE(IsLiveTemporaryTable("##t1_orders"));
+  EXPECT_EQ(rows("SELECT count(*) FROM sqlite_master WHERE name LIKE '##t1_%'"), (RowList{{"0"}}));
+}
+
+// ---- one batch per document -----------------------------------------------------------------
+
+TEST_F(TablesTest, EveryRowOfADocumentIsCommittedWhenItEnds) {
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  page_->CreateDB(false);
+  std::vector<long> seen_while_running;
+  std::vector<std::size_t> stores_while_running;
+  auto progress = page_->OnProgressChange.Connect([&](long, long) {
+    seen_while_running.push_back(static_cast<long>(Rows("SELECT * FROM prods").size()));
+    stores_while_running.push_back(db::WriteBatch::OpenStoreCount());
+  });
+  long seen_at_end = -1;
+  auto complete = page_->OnExtractionComplete.Connect(
+      [&] { seen_at_end = static_cast<long>(Rows("SELECT * FROM prods").size()); });
+  std::string text = "<tr><n>a</n><tr><n>b</n><tr><n>c</n>";
+  page_->Extract(text, false);
+  EXPECT_EQ(seen_while_running, (std::vector<long>{0, 0, 0}));
+  EXPECT_EQ(stores_while_running, (std::vector<std::size_t>{1, 1, 1}));
+  EXPECT_EQ(seen_at_end, 3);
+}
+
+TEST_F(TablesTest, RowsWrittenBeforeAFailureEndsTheDocumentAreKept) {
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  page_->CreateDB(false);
+  auto progress = page_->OnProgressChange.Connect(
+      [&](long, long) { throw Error(errnum::kProviderError, "Host", "the host gave up"); });
+  std::string text = "<tr><n>a</n><tr><n>b</n>";
+  EXPECT_EQ(FailureOf([&] { page_->Extract(text, false); }).Number(), errnum::kProviderError);
+  EXPECT_FALSE(db::WriteBatch::IsActive());
+  EXPECT_EQ(Rows("SELECT * FROM prods"), (RowList{{"a"}}));
+}
+
+TEST_F(TablesTest, RowsIntoTheRulesDatabaseAreNeverHeldInABatch) {
+  SetRulesConnectionOverride(cn_str_);  // the target is the rules database itself
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  page_->CreateDB(false);
+  std::vector<std::size_t> stores;
+  auto progress = page_->OnProgressChange.Connect([&](long, long) {
+    stores.push_back(db::WriteBatch::OpenStoreCount());
+    // Another writer is not kept waiting.
+    Exec("CREATE TABLE IF NOT EXISTS other (a INT); INSERT INTO other VALUES (1)");
+  });
+  std::string text = "<tr><n>a</n><tr><n>b</n>";
+  page_->Extract(text, false);
+  SetRulesConnectionOverride({});
+  EXPECT_EQ(stores, (std::vector<std::size_t>{0, 0}));
+  EXPECT_EQ(Rows("SELECT count(*) FROM other"), (RowList{{"2"}}));
+}
+
+}  // namespace
+}  // namespace gw::extraction_test
