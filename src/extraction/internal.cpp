@@ -1,5 +1,6 @@
 #include "extraction/internal.h"
 
+#include <limits>
 #include <unordered_map>
 
 #include "extraction/failures.h"
@@ -20,10 +21,10 @@ std::string ReformatMySQLCnStr(const std::string& cn_str) {
 
 bool AddressesRulesStore(std::string_view cn_str) {
   // Worked out once per write batch: the rules connection string does not change within one.
-  static std::uint64_t serial = 0;
+  static std::uint64_t serial = std::numeric_limits<std::uint64_t>::max();
   static std::string rules_key;
   static std::unordered_map<std::string, bool> answers;
-  if (serial != db::WriteBatch::Serial() || serial == 0) {
+  if (serial != db::WriteBatch::Serial()) {
     serial = db::WriteBatch::Serial();
     answers.clear();
     try {

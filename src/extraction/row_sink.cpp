@@ -1,5 +1,6 @@
 #include "extraction/row_sink.h"
 
+#include <limits>
 #include <unordered_map>
 #include <vector>
 
@@ -65,7 +66,7 @@ class BatchTableColumns {
     columns_.clear();
   }
 
-  std::uint64_t serial_ = 0;
+  std::uint64_t serial_ = std::numeric_limits<std::uint64_t>::max();
   std::unordered_map<std::string, std::vector<db::ColumnInfo>> columns_;
 };
 
