@@ -102,7 +102,21 @@ std::string XmlSerializer::UnescapeReversible(std::string_view value) {
 }
 
 std::string XmlSerializer::EscapeValue(std::string_view value) const {
-  return escape_ == ValueEscape::Reversible ? EscapeReversible(value) : Escape(value);
+  if (escape_ == ValueEscape::Program) return Escape(value);
+  if (!text::IsValidUtf8(value)) {
+    throw Error(errnum::kInvalidProcedureCall, "XmlSerializer",
+                "A value is not valid UTF-8 and cannot be written.");
+  }
+  for (const char c : value) {
+    const auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 && c != '\t' && c != '\n' && c != '\r') {
+      throw Error(
+          errnum::kInvalidProcedureCall, "XmlSerializer",
+          "A value holds the control character " + std::to_string(u) + ", which XML cannot carry.");
+    }
+  }
+  // A carriage return written as it is would read back as a line feed.
+  return text::ReplaceAll(EscapeReversible(value), "\r", "&#13;");
 }
 
 std::string XmlSerializer::UnescapeValue(std::string_view value) const {
@@ -318,7 +332,7 @@ void OnCharacters(void* ctx, const xmlChar* ch, int len) {
   if (st->failure) return;
   const std::string_view piece(reinterpret_cast<const char*>(ch), static_cast<std::size_t>(len));
   try {
-    if (IsReferenceExpansion(st->ctxt, ch)) {
+    if (st->self->GetValueEscape() == ValueEscape::Program && IsReferenceExpansion(st->ctxt, ch)) {
       st->FlushPlainText();
       st->SetPiece(piece);
     } else {

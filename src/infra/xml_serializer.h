@@ -9,9 +9,14 @@
 //
 // Values pass through the program's own escape before they are written: "&" -> "%26", then
 // ">" -> "%3E", then "<" -> "%3C"; reading reverses the three pairs in the same order, so a value
-// that really held "%26" comes back as "&". `ValueEscape::Reversible` (for files that must come
-// back exactly) also writes a "%" that begins "25", "26", "3E" or "3C" as "%25" and reads the four
-// sequences back in one pass; a value without those sequences is written the same either way.
+// that really held "%26" comes back as "&". Line ends are written as they are and read as "\n".
+//
+// `ValueEscape::Reversible` is for files that must give every value back exactly: it also writes
+// a "%" that begins "25", "26", "3E" or "3C" as "%25" and reads the four codes back in one pass,
+// writes a carriage return as "&#13;", reads the text of an element as one piece, and refuses to
+// write a value that XML cannot carry (invalid UTF-8, control characters other than tab, line feed
+// and carriage return) with 5. A value without those codes and characters is written the same in
+// both modes.
 //
 // Writing leaves out the properties of the ignore list (entries "Class.Property", matched without
 // regard to case against the type name of the object being written), values that are Null or
@@ -30,7 +35,7 @@
 //    text. An empty or blank text sets nothing;
 //  - the text of an element is set piece by piece: plain text is one piece however long, and
 //    every character or entity reference ("&amp;", "&#13;") is a piece of its own, so
-//    "a&amp;b" sets "a", then "&", then "b", the last piece winning. Line ends read as "\n";
+//    "a&amp;b" sets "a", then "&", then "b", the last piece winning (`Reversible`: one piece);
 //  - an unknown property, a read-only one, a missing add method or a value its setter refuses
 //    ends the parse with that failure (438 for the first three), leaving the object half filled.
 //    A document that is not well-formed, or any warning of the parser, fails with the parser's

@@ -295,6 +295,33 @@ TEST(XmlSerializer, ReversibleEscapeBringsEveryValueBack) {
   }
 }
 
+TEST(XmlSerializer, ReversibleModeKeepsLineEndsAndRefusesWhatXmlCannotCarry) {
+  XmlSerializer s;
+  s.SetIgnoreList("Items.Count");
+  s.SetValueEscape(ValueEscape::Reversible);
+  Job job;
+  job.SetName("</td>\r\n<td>&amp; " + std::string(600, 'y') + "\r");
+  const std::string xml = s.Serialize(job);
+  EXPECT_NE(xml.find("%3C/td%3E&#13;\n%3Ctd%3E%26amp;"), std::string::npos) << xml;
+  Job back;
+  back.name_sets = 0;
+  s.Deserialize(back, xml);
+  EXPECT_EQ(back.Name(), job.Name());
+  EXPECT_EQ(back.name_sets, 1);
+  for (const std::string& bad :
+       {std::string("a\x01b"), std::string("\xC3"), std::string("x\x1B[0m")}) {
+    job.SetName(bad);
+    try {
+      s.Serialize(job);
+      ADD_FAILURE() << "written: " << bad;
+    } catch (const Error& e) {
+      EXPECT_EQ(e.Number(), errnum::kInvalidProcedureCall);
+    }
+  }
+  job.SetName("tab\there");
+  EXPECT_NO_THROW(s.Serialize(job));
+}
+
 TEST(XmlSerializer, EmptyCollectionsAndMissingObjectsWriteLittle) {
   Job job;
   XmlSerializer s;
