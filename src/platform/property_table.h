@@ -26,11 +26,12 @@
 //    derived class inherits works and a table handed to the wrong object cannot do harm.
 //
 // Getters may be member functions or callables taking `const T&`; setters may be member functions
-// or callables taking `T&` and the value. Getters return plain values (text, numbers, Booleans,
-// enumerations, dates, `Variant`) or objects. Setters receive the value converted to their own
-// parameter type with the runtime's rules (a number given to a text setter arrives as its text; a
-// text that is not a number given to a number setter fails with 13). A setter taking
-// `std::string_view` receives a view of a text that lives until it returns.
+// or callables taking `T&` and the value; `Member` makes both from a data member. Getters return
+// plain values (text, numbers, Booleans, enumerations, dates, `Variant`) or objects. Setters
+// receive the value converted to their own parameter type with the runtime's rules (a number
+// given to a text setter arrives as its text; a text that is not a number given to a number
+// setter fails with 13). A setter taking `std::string_view` receives a view of a text that lives
+// until it returns.
 #pragma once
 
 #include <cstdint>
@@ -210,6 +211,21 @@ class PropertyTableBuilder {
         std::invoke(setter, Self(o), detail::FromVariant<detail::SetterValue<Arg>>(v));
       };
     }
+    table_.properties.push_back(std::move(p));
+    return *this;
+  }
+
+  // A value property read and written straight through a data member (for plain record classes):
+  // `.Member("Name", &Record::name)`.
+  template <typename M>
+  PropertyTableBuilder& Member(std::string name, M T::*member) {
+    static_assert(!std::is_member_function_pointer_v<M T::*>, "Member takes a data member");
+    static_assert(!detail::IsSharedPtr<M>::value, "an object member belongs in Child");
+    PropertyInfo p;
+    p.name = std::move(name);
+    p.kind = PropertyKind::Value;
+    p.get = [member](const Object& o) { return detail::ToVariant(Self(o).*member); };
+    p.set = [member](Object& o, const Variant& v) { Self(o).*member = detail::FromVariant<M>(v); };
     table_.properties.push_back(std::move(p));
     return *this;
   }

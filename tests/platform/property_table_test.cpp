@@ -22,6 +22,7 @@ class Widget : public Object {
                 [](Widget& w, bool v) { w.shown = v; })
             .Value("When", &Widget::When, &Widget::SetWhen)
             .Value("Id", &Widget::Id)
+            .Member("Weight", &Widget::weight)
             .Child("Next", &Widget::Next)
             .Build();
     return &table;
@@ -38,6 +39,7 @@ class Widget : public Object {
   std::shared_ptr<Widget> Next() const { return next; }
 
   bool shown = false;
+  double weight = 0;
   std::shared_ptr<Widget> next;
 
  private:
@@ -70,6 +72,9 @@ TEST(PropertyTable, SettersReceiveTheirOwnTypes) {
   EXPECT_EQ(w.GetColour(), Colour::Green);
   Set(w, "Shown", Variant("True"));
   EXPECT_TRUE(w.shown);
+  Set(w, "Weight", Variant("2.5"));
+  EXPECT_EQ(w.weight, 2.5);
+  EXPECT_EQ(w.GetPropertyTable()->Find("weight")->get(w), Variant(2.5));
   Set(w, "When", Variant("2024-03-05 10:11:12"));
   EXPECT_EQ(w.When(), DateTime::FromParts(2024, 3, 5, 10, 11, 12));
   try {
