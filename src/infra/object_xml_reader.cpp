@@ -151,6 +151,7 @@ struct ObjectXmlReaderWalk {
       }
       if (!p->set) Fail(line, name + " of a " + obj.TypeName() + " cannot be set");
       if (!seen.insert(Folded(name)).second) Fail(line, name + " is given twice");
+      reader.property_lines_[{&obj, Folded(name)}] = line;
       const std::string raw = TextOf(el);
       if (raw.empty()) return;  // an element with no text sets nothing
       const std::string value = reader.escape_ == ValueEscape::Reversible
@@ -161,7 +162,6 @@ struct ObjectXmlReaderWalk {
       } catch (const Error& e) {
         Fail(line, "the value \"" + value + "\" does not fit " + name + ": " + e.Description());
       }
-      reader.property_lines_[{&obj, Folded(name)}] = line;
       return;
     }
     if (p && p->kind == PropertyKind::Object && !has_index) {

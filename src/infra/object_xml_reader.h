@@ -44,7 +44,8 @@ class ObjectXmlReader {
   // Fills `root` from `xml`; `source_name` (a file name) starts every message.
   void Read(Object& root, std::string_view xml, std::string_view source_name);
 
-  // The document gave the property (a value with text, or an object element) on `obj`.
+  // The document has an element for the property of `obj` (a value element, even one with no
+  // text, or an object element).
   bool Has(const Object& obj, std::string_view property) const;
   // The line of the element of `obj`, or of its property (0 when the document had none).
   long LineOf(const Object& obj) const;

@@ -83,7 +83,7 @@ TEST(ObjectXmlReader, GivesBackExactlyWhatTheReversibleSerializerWrote) {
   EXPECT_TRUE(reader.Has(back, "name"));
   EXPECT_TRUE(reader.Has(back, "Leaves"));
   EXPECT_FALSE(reader.Has(back, "Kind"));
-  EXPECT_FALSE(reader.Has(*back.leaves->items[0], "Text")) << "an empty element gives nothing";
+  EXPECT_TRUE(reader.Has(*back.leaves->items[0], "Text")) << "an empty element is there";
   EXPECT_EQ(reader.LineOf(back), 1);
   EXPECT_EQ(reader.LineOf(back, "Age"), 4);  // the name holds a line end
   EXPECT_EQ(reader.LineOf(*back.leaves->items[1]), 10);
@@ -106,6 +106,11 @@ TEST(ObjectXmlReader, HandWrittenFormsAreAccepted) {
   ASSERT_EQ(tree.leaves->items.size(), 2u);
   EXPECT_EQ(tree.leaves->items[0]->text, "<b> & x");
   EXPECT_EQ(tree.leaves->items[1]->count, 4);
+  // An empty element sets nothing: a number keeps its value rather than failing.
+  Tree other;
+  other.age = 9;
+  ObjectXmlReader().Read(other, "<Tree Object=\"True\"><Age></Age></Tree>", "e.xml");
+  EXPECT_EQ(other.age, 9);
 }
 
 TEST(ObjectXmlReader, RefusalsNameTheSourceAndTheLine) {
