@@ -3,6 +3,7 @@
 #include "platform/text.h"
 #include "rules/procedures.h"
 #include "rules/rules_schema.h"
+#include "rules/rules_transaction.h"
 #include "rules/sql_dialect.h"
 
 namespace gw {
@@ -14,7 +15,13 @@ constexpr int kCommandTimeoutSeconds = 300;
 db::RecordsetPtr CDisconnRS::RunQuery(std::string_view SQLStatement, bool ReadOnly,
                                       const std::vector<Variant>& params) const {
   return ReportAs("CDisconnRS.RunQuery(SQLStatement,ReadOnly)", [&]() -> db::RecordsetPtr {
-    db::ConnectionPtr cn = OpenRulesConnection(rules_db_conn_str_);
+    // Inside a rules transaction the statement runs on its connection, which stays open.
+    db::ConnectionPtr cn = RulesTransaction::ActiveConnection(rules_db_conn_str_);
+    const bool own_connection = cn == nullptr;
+    if (own_connection) cn = OpenRulesConnection(rules_db_conn_str_);
+    const auto close = [&] {
+      if (own_connection) cn->Close();
+    };
     cn->SetCommandTimeout(kCommandTimeoutSeconds);
     const std::string dialect(cn->GetDriver().Dialect());
 
@@ -39,13 +46,13 @@ db::RecordsetPtr CDisconnRS::RunQuery(std::string_view SQLStatement, bool ReadOn
     auto rs = db::Recordset::Create();
     if (sql.empty() || !IsRowStatement(sql)) {
       if (!sql.empty()) cn->ExecuteNonQuery(sql, bound);
-      cn->Close();
+      close();
       return rs;
     }
     if (ReadOnly) {
       rs->Open(sql, cn, db::CursorType::Static, db::LockType::ReadOnly, bound);
       rs->SetActiveConnection(nullptr);
-      cn->Close();
+      close();
     } else {
       rs->Open(sql, cn, db::CursorType::Keyset, db::LockType::Optimistic, bound);
     }

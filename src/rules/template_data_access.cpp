@@ -288,6 +288,15 @@ db::RecordsetPtr D_CustCols::GetDefaults() {
                   [&] { return Query().RunQuery("Exec usp_CustCol_GetDefaults", true); });
 }
 
+db::RecordsetPtr D_CustCols::GetAll() {
+  return ReportAs("D_CustCols.GetAll", [&] {
+    return Query().RunQuery(
+        "SELECT custom_col_id, column_name, class_member_name, display_name FROM Custom_Columns "
+        "ORDER BY group_id, appearance_order, custom_col_id",
+        true);
+  });
+}
+
 db::RecordsetPtr D_CustCols::Selectx(long CustColId) {
   return ReportAs("D_CustCols.Selectx(CustColId)", [&] {
     return Query().RunQuery("Exec usp_CustCol_Get ?", true, {Variant(CustColId)});

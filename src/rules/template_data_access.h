@@ -106,6 +106,9 @@ class D_CustCols : public RulesDataAccess {
   db::RecordsetPtr GetCustColsForEnt(const std::string& EntityId);
   // custom_col_id of the columns selected by default.
   db::RecordsetPtr GetDefaults();
+  // The catalogue: custom_col_id, column_name, class_member_name, display_name of every column,
+  // by group and order of appearance.
+  db::RecordsetPtr GetAll();
   db::RecordsetPtr Selectx(long CustColId);
 };
 

@@ -4,6 +4,7 @@
 
 #include "platform/collection.h"
 #include "platform/property_table.h"
+#include "support/test_support.h"
 
 namespace gw {
 namespace {
@@ -53,6 +54,7 @@ class Job : public Object {
                                            .Value("Secret", &Job::Secret, &Job::SetSecret)
                                            .Value("Attachment", &Job::Attachment)
                                            .Child("Items", &Job::GetItems)
+                                           .Child("Spare", &Job::GetSpare)
                                            .Build();
     return &table;
   }
@@ -69,9 +71,11 @@ class Job : public Object {
   void SetSecret(const std::string& v) { secret_ = v; }
   Variant Attachment() const { return attachment; }  // an object held in a value: skipped
   std::shared_ptr<Items> GetItems() const { return items_; }
+  std::shared_ptr<Items> GetSpare() const { return spare; }
 
   int name_sets = 0;
   Variant attachment;
+  std::shared_ptr<Items> spare;  // held under a name that is not its type's
 
  private:
   std::string name_;
@@ -196,6 +200,172 @@ TEST(XmlSerializer, FailuresEndTheParse) {
     EXPECT_NE(e.Number(), 0u);
     EXPECT_NE(s.LastError().find("line 1"), std::string::npos) << s.LastError();
   }
+}
+
+}  // namespace
+}  // namespace gw
+
+namespace gw {
+namespace {
+
+TEST(XmlSerializer, PlainTextIsOnePieceHoweverLongAndLineEndsReadAsNewLines) {
+  // The parser cuts long texts with non-ASCII characters at its buffer size; that must not cut
+  // the value.
+  std::string long_value;
+  for (int k = 0; k < 400; ++k) long_value += "é" + std::to_string(k);
+  struct Case {
+    std::string value;
+    std::string expected;
+  };
+  const Case cases[] = {
+      {long_value, long_value},
+      {std::string(5000, 'x'), std::string(5000, 'x')},
+      {"first\r\nsecond\rthird", "first\nsecond\nthird"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.value.substr(0, 20));
+    Job job;
+    job.SetName(c.value);
+    XmlSerializer s;
+    s.SetIgnoreList("Items.Count");
+    const std::string xml = s.Serialize(job);
+    EXPECT_EQ(xml.find("&#13;"), std::string::npos) << xml;
+    Job back;
+    back.name_sets = 0;
+    s.Deserialize(back, xml);
+    EXPECT_EQ(back.Name(), c.expected);
+    EXPECT_EQ(back.name_sets, 1);
+  }
+}
+
+TEST(XmlSerializer, EveryReferenceIsAPieceOfItsOwn) {
+  struct Case {
+    const char* text;
+    const char* last;
+    int sets;
+  };
+  const Case cases[] = {
+      {"a&amp;b", "b", 3},    {"a&amp;", "&", 2},
+      {"&lt;é&gt;", ">", 3},  {"x&#13;y", "y", 2},  // the carriage return alone is blank: not set
+      {"&#65;&#66;", "B", 2}, {"caf&#233;s", "s", 3},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    Job job;
+    job.name_sets = 0;
+    XmlSerializer().Deserialize(
+        job, std::string("<Job Object=\"True\"><Name>") + c.text + "</Name></Job>");
+    EXPECT_EQ(job.Name(), c.last);
+    EXPECT_EQ(job.name_sets, c.sets);
+  }
+}
+
+TEST(XmlSerializer, ReversibleEscapeBringsEveryValueBack) {
+  const std::string values[] = {"%26",      "a%3Eb%3c", "%25%2526", "100%",       "%",
+                                "<a&b>%3C", "%%26",     "50% off",  "%26amp;%3E<"};
+  for (const std::string& v : values) {
+    SCOPED_TRACE(v);
+    EXPECT_EQ(XmlSerializer::UnescapeReversible(XmlSerializer::EscapeReversible(v)), v);
+  }
+  // Texts without the four codes are written as the program writes them, and read the same.
+  for (const std::string v : {"a&b", "<td class=x>", "100% & more", "%3c lower case"}) {
+    SCOPED_TRACE(v);
+    EXPECT_EQ(XmlSerializer::EscapeReversible(v), XmlSerializer::Escape(v));
+    EXPECT_EQ(XmlSerializer::UnescapeReversible(XmlSerializer::Escape(v)),
+              XmlSerializer::Unescape(XmlSerializer::Escape(v)));
+  }
+  // Object XML nested as a value survives only the reversible escape.
+  Job inner;
+  inner.SetName("q=1&r=2");
+  const std::string nested = XmlSerializer().Serialize(inner);
+  Job outer;
+  outer.SetName(nested);
+  for (ValueEscape mode : {ValueEscape::Program, ValueEscape::Reversible}) {
+    XmlSerializer s;
+    s.SetIgnoreList("Items.Count");
+    s.SetValueEscape(mode);
+    Job back;
+    s.Deserialize(back, s.Serialize(outer));
+    if (mode == ValueEscape::Reversible) {
+      EXPECT_EQ(back.Name(), nested);
+    } else {
+      EXPECT_NE(back.Name(), nested);
+      EXPECT_NE(back.Name().find("q=1&r=2"), std::string::npos);  // the inner escape is undone
+    }
+  }
+}
+
+TEST(XmlSerializer, ReversibleModeKeepsLineEndsAndRefusesWhatXmlCannotCarry) {
+  XmlSerializer s;
+  s.SetIgnoreList("Items.Count");
+  s.SetValueEscape(ValueEscape::Reversible);
+  Job job;
+  job.SetName("</td>\r\n<td>&amp; " + std::string(600, 'y') + "\r");
+  const std::string xml = s.Serialize(job);
+  EXPECT_NE(xml.find("%3C/td%3E&#13;\n%3Ctd%3E%26amp;"), std::string::npos) << xml;
+  Job back;
+  back.name_sets = 0;
+  s.Deserialize(back, xml);
+  EXPECT_EQ(back.Name(), job.Name());
+  EXPECT_EQ(back.name_sets, 1);
+  for (const std::string& bad :
+       {std::string("a\x01b"), std::string("\xC3"), std::string("x\x1B[0m")}) {
+    job.SetName(bad);
+    try {
+      s.Serialize(job);
+      ADD_FAILURE() << "written: " << bad;
+    } catch (const Error& e) {
+      EXPECT_EQ(e.Number(), errnum::kInvalidProcedureCall);
+    }
+  }
+  job.SetName("tab\there");
+  EXPECT_NO_THROW(s.Serialize(job));
+}
+
+TEST(XmlSerializer, EmptyCollectionsAndMissingObjectsWriteLittle) {
+  Job job;
+  XmlSerializer s;
+  s.SetIgnoreList("JOB.NAME;Job.Retries;job.enabled;Job.Secret;Items.Count");
+  EXPECT_EQ(s.Serialize(job),
+            "<Job Object=\"True\">\n"
+            "\t<Attachment></Attachment>\n"  // Empty is a value: an element with no text
+            "\t<Items Object=\"True\"></Items>\n"
+            "</Job>\n");
+}
+
+TEST(XmlSerializer, AnObjectUnderAnotherNameKeepsTheElementsThatFollowIt) {
+  // The end tag of a child is recognised by the child's type name only: "Spare" holds an Items,
+  // so after </Spare> the reader still fills the Items, which has no Name.
+  Job job;
+  job.spare = std::make_shared<Items>();
+  XmlSerializer s;
+  try {
+    s.Deserialize(job, "<Job Object=\"True\"><Spare Object=\"True\"></Spare><Name>x</Name></Job>");
+    FAIL() << "the name landed on the job";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), 438u);
+    EXPECT_NE(e.Description().find("Items.Name"), std::string::npos) << e.Description();
+    EXPECT_EQ(s.LastError(), e.Description());
+  }
+  // A property that holds no object leaves its contents on the object being filled.
+  Job other;
+  s.Deserialize(other, "<Job Object=\"True\"><Spare Object=\"True\"><Name>y</Name></Spare></Job>");
+  EXPECT_EQ(other.Name(), "y");
+}
+
+TEST(XmlSerializer, ExternalEntitiesAreNeverRead) {
+  testing::TempDir dir;
+  testing::WriteFile(dir / "secret.txt", "SECRET");
+  const std::string xml = "<!DOCTYPE Job [<!ENTITY e SYSTEM \"file://" +
+                          (dir / "secret.txt").string() +
+                          "\">]><Job Object=\"True\"><Name>&e;</Name></Job>";
+  Job job;
+  try {
+    XmlSerializer().Deserialize(job, xml);
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Source(), "SAXXMLReader");
+  }
+  EXPECT_EQ(job.Name().find("SECRET"), std::string::npos);
 }
 
 }  // namespace

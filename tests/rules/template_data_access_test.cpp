@@ -297,6 +297,11 @@ TEST_F(TemplateDataTest, CustomColumnsLinkInTheOrderChosen) {
   EXPECT_EQ(Col(col, "class_member_name").ToString(), "MetaEntity.OnPageOrder");
   EXPECT_EQ(Col(col, "column_name").ToString(), "ORDER_ON_PAGE");
   EXPECT_EQ(c.Selectx(999)->RecordCount(), 0);
+
+  // The catalogue starts with the package's columns and holds every row.
+  auto all = c.GetAll();
+  EXPECT_EQ(all->RecordCount(), Count("SELECT COUNT(*) FROM Custom_Columns"));
+  EXPECT_EQ(Col(all, "column_name").ToString(), "PACKAGE_ID");
 }
 
 TEST_F(TemplateDataTest, EveryMetadataMemberHasACustomColumn) {

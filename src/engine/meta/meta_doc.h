@@ -1,30 +1,46 @@
 // What happened to one document: where it came from, when it was extracted, and the datasets that
-// counted on it.
+// counted on it; and MetaDocs, the documents of one run of a step.
 //
 // The engine's document makes one on first use; `DataPage.Extract` sets the two extraction times
-// and registers its datasets in `MetaEntities`. Saving it and choosing its success code need the
-// rules store and are not part of this library yet.
+// and registers its datasets in `MetaEntities`; the step registers it in its `MetaDocs`. The
+// document's success code is chosen by the rules store from `AvgExtractionPct` at every read.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
 #include "engine/meta/meta_entity.h"
+#include "platform/collection.h"
 #include "platform/date_time.h"
 
 namespace gw {
+
+class MetaTask;
 
 class MetaDoc : public Object {
  public:
   static std::shared_ptr<MetaDoc> Create() { return std::make_shared<MetaDoc>(); }
   std::string TypeName() const override { return "MetaDoc"; }
 
-  // The mean of `ExtractionPct` over the datasets; 0 with none.
+  // Writes the document's extraction into its row of the run (`D_Doc.SaveDocument` with the
+  // address, the local copy, the two extraction times and the success code; the other columns
+  // keep their values). Returns true.
+  bool SaveToMetabase();
+  // The mean of `ExtractionPct` over the datasets; 0 with none: a document from which no dataset
+  // reported anything is a complete failure.
   float AvgExtractionPct() const;
   MetaEntities& GetMetaEntities() { return meta_entities_; }
   const MetaEntities& GetMetaEntities() const { return meta_entities_; }
+  // The run of the step this document belongs to; null until `MetaDocs.Add` sets it. A back
+  // reference: it does not keep the step's metadata alive.
+  std::shared_ptr<MetaTask> GetMetaTask() const { return meta_task_.lock(); }
   // Exists for the interface: always 0.
   float AvgSuccessCoefficient() const { return 0; }
+  // The display name and the id of the code the rules store gives `AvgExtractionPct`; each read
+  // asks the store.
+  std::string SuccessCode() const;
+  std::int16_t SuccessCodeId() const;
 
   const std::string& DatapageId() const { return datapage_id_; }
   void SetDatapageId(std::string v) { datapage_id_ = std::move(v); }
@@ -34,17 +50,21 @@ class MetaDoc : public Object {
   void SetDocId(std::string v) { doc_id_ = std::move(v); }
   const std::string& LocalPath() const { return local_path_; }
   void SetLocalPath(std::string v) { local_path_ = std::move(v); }
-  const std::string& SourceUri() const { return source_uri_; }
-  void SetSourceUri(std::string v) { source_uri_ = std::move(v); }
   const DateTime& ExtractionComplete() const { return extraction_complete_; }
   void SetExtractionComplete(DateTime v) { extraction_complete_ = v; }
   const DateTime& ExtractionStart() const { return extraction_start_; }
   void SetExtractionStart(DateTime v) { extraction_start_ = v; }
   const DateTime& DownloadComplete() const { return download_complete_; }
   void SetDownloadComplete(DateTime v) { download_complete_ = v; }
+  const std::string& SourceUri() const { return source_uri_; }
+  void SetSourceUri(std::string v) { source_uri_ = std::move(v); }
+
+  // ---- inside the library ----
+  void SetMetaTask(const std::shared_ptr<MetaTask>& task) { meta_task_ = task; }
 
  private:
   MetaEntities meta_entities_;
+  std::weak_ptr<MetaTask> meta_task_;
   std::string datapage_id_;
   std::string datapage_name_;
   std::string doc_id_;
@@ -56,5 +76,25 @@ class MetaDoc : public Object {
 };
 
 using MetaDocPtr = std::shared_ptr<MetaDoc>;
+
+// The documents of one run of a step, keyed by `DocId`.
+class MetaDocs {
+ public:
+  // For each document in order: `SaveToMetabase` (again), then `SaveAll` of its datasets, then a
+  // yield to the host.
+  void SaveAll();
+  // Adds under the document's id and sets its step. Fails with 457 when that id is there.
+  MetaDocPtr Add(MetaDocPtr NewMetaDoc, const std::shared_ptr<MetaTask>& ParentMetaTask);
+  MetaDocPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
+  // The document of that id, or null.
+  MetaDocPtr Find(std::string_view doc_id) const;
+  long Count() const { return items_.Count(); }
+  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
+  auto begin() const { return items_.begin(); }
+  auto end() const { return items_.end(); }
+
+ private:
+  Collection<MetaDocPtr> items_;
+};
 
 }  // namespace gw

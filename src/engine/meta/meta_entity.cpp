@@ -1,6 +1,14 @@
 #include "engine/meta/meta_entity.h"
 
+#include <array>
+#include <optional>
+
 #include "engine/meta/meta_doc.h"
+#include "engine/meta/meta_internal.h"
+#include "engine/meta/meta_job.h"
+#include "engine/meta/meta_task.h"
+#include "platform/error.h"
+#include "rules/package_data_access.h"
 
 namespace gw {
 
@@ -26,61 +34,120 @@ float MetaEntity::AvgSuccessCoefficient() const {
   return static_cast<float>(success_coeff_sum_ / static_cast<double>(extract_count_));
 }
 
-void MetaEntity::GetMetaFieldValues(MetaFields& fields) const {
-  const std::shared_ptr<MetaDoc> doc = meta_doc_.lock();
-  for (const MetaFieldPtr& field : fields) {
-    const std::string& member = field->MetadataClassMember();
-    const auto is = [&](std::string_view name) { return member == name; };
-    // A document that belongs to a package step is not modelled yet, so the members of the step
-    // and of the package always miss their owner.
-    if (is("MetaJob.JobId") || is("MetaJob.JobStartTime") || is("MetaJob.JobName") ||
-        is("MetaTask.TaskId")) {
-      field->SetValue(Variant(field->DefaultValue()));
-    } else if (member.rfind("MetaDoc.", 0) == 0) {
-      Variant value;
-      bool known = true;
-      if (doc) {
-        if (is("MetaDoc.DataPageName")) {
-          value = Variant(doc->DatapageName());
-        } else if (is("MetaDoc.DataPageId")) {
-          value = Variant(doc->DatapageId());
-        } else if (is("MetaDoc.DocId")) {
-          value = Variant(doc->DocId());
-        } else if (is("MetaDoc.LocalPath")) {
-          value = Variant(doc->LocalPath());
-        } else if (is("MetaDoc.SourceUri")) {
-          value = Variant(doc->SourceUri());
-        } else if (is("MetaDoc.DownloadComplete")) {
-          value = Variant(doc->DownloadComplete());
-        } else if (is("MetaDoc.ExtractionStart")) {
-          value = Variant(doc->ExtractionStart());
-        } else {
-          known = false;
-        }
-      } else {
-        known = is("MetaDoc.DataPageName") || is("MetaDoc.DataPageId") || is("MetaDoc.DocId") ||
-                is("MetaDoc.LocalPath") || is("MetaDoc.SourceUri") ||
-                is("MetaDoc.DownloadComplete") || is("MetaDoc.ExtractionStart");
-        value = Variant(field->DefaultValue());
-      }
-      if (known) field->SetValue(std::move(value));
-    } else if (is("MetaEntity.EntityId")) {
-      field->SetValue(Variant(entity_id_));
-    } else if (is("MetaEntity.OccurCount")) {
-      field->SetValue(Variant(static_cast<int>(occur_count_)));
-    } else if (is("MetaEntity.OnPageOrder")) {
-      field->SetValue(Variant(static_cast<int>(on_page_order_)));
-    } else if (is("MetaEntity.ParentOnPageOrder")) {
-      field->SetValue(Variant(static_cast<int>(parent_on_page_order_)));
-    }
-  }
+std::string MetaEntity::SuccessCode() const {
+  return ReportAs("MetaEntity.SuccessCode", [&] {
+    return meta_internal::SuccessCodeName(D_Metabase().GetEntitySuccessCode(ExtractionPct()));
+  });
 }
 
-MetaEntityPtr MetaEntities::Add(MetaEntityPtr meta_entity,
-                                const std::shared_ptr<MetaDoc>& meta_doc) {
-  const std::string key = meta_entity->EntityId();
-  MetaEntityPtr& stored = items_.Add(std::move(meta_entity), key);
-  stored->SetMetaDoc(meta_doc);
+std::int16_t MetaEntity::SuccessCodeId() const {
+  return ReportAs("MetaEntity.SuccessCodeId", [&] {
+    return meta_internal::SuccessCodeId(D_Metabase().GetEntitySuccessCode(ExtractionPct()),
+                                        "entity_success_code_id");
+  });
+}
+
+bool MetaEntity::SaveToMetabase() {
+  return ReportAs("MetaEntity.SaveToMetabase", [&] {
+    const std::shared_ptr<MetaDoc> doc = GetMetaDoc();
+    if (!doc) meta_internal::ThrowObjectNotSet("MetaEntity.SaveToMetabase");
+    return D_Metabase().SaveMetaEnt(doc->DocId(), entity_id_, occur_count_, extract_count_,
+                                    AvgSuccessCoefficient(), SuccessCodeId(), total_error_count_,
+                                    AvgErrorsPerExtraction());
+  });
+}
+
+namespace {
+
+// The levels of the tree a custom column can read from.
+enum class Level { Job, Task, Doc, Entity };
+
+struct RunContext {
+  const MetaJob* job;
+  const MetaTask* task;
+  const MetaDoc* doc;
+  const MetaEntity* entity;
+
+  bool Has(Level level) const {
+    switch (level) {
+      case Level::Job:
+        return job != nullptr;
+      case Level::Task:
+        return task != nullptr;
+      case Level::Doc:
+        return doc != nullptr;
+      case Level::Entity:
+        return entity != nullptr;
+    }
+    return false;
+  }
+};
+
+struct MemberSource {
+  std::string_view member;
+  Level level;
+  Variant (*read)(const RunContext&);
+};
+
+// The members a custom column may name. The comparison is exact, as the names are written.
+constexpr std::array<MemberSource, 15> kMemberSources{{
+    {"MetaJob.JobId", Level::Job, [](const RunContext& c) { return Variant(c.job->JobId()); }},
+    {"MetaJob.JobStartTime", Level::Job,
+     [](const RunContext& c) { return Variant(c.job->JobStartTime()); }},
+    {"MetaJob.JobName", Level::Job, [](const RunContext& c) { return Variant(c.job->JobName()); }},
+    {"MetaTask.TaskId", Level::Task, [](const RunContext& c) { return Variant(c.task->TaskId()); }},
+    {"MetaDoc.DataPageName", Level::Doc,
+     [](const RunContext& c) { return Variant(c.doc->DatapageName()); }},
+    {"MetaDoc.DataPageId", Level::Doc,
+     [](const RunContext& c) { return Variant(c.doc->DatapageId()); }},
+    {"MetaDoc.DocId", Level::Doc, [](const RunContext& c) { return Variant(c.doc->DocId()); }},
+    {"MetaDoc.LocalPath", Level::Doc,
+     [](const RunContext& c) { return Variant(c.doc->LocalPath()); }},
+    {"MetaDoc.SourceUri", Level::Doc,
+     [](const RunContext& c) { return Variant(c.doc->SourceUri()); }},
+    {"MetaDoc.DownloadComplete", Level::Doc,
+     [](const RunContext& c) { return Variant(c.doc->DownloadComplete()); }},
+    {"MetaDoc.ExtractionStart", Level::Doc,
+     [](const RunContext& c) { return Variant(c.doc->ExtractionStart()); }},
+    {"MetaEntity.EntityId", Level::Entity,
+     [](const RunContext& c) { return Variant(c.entity->EntityId()); }},
+    {"MetaEntity.OccurCount", Level::Entity,
+     [](const RunContext& c) { return Variant(static_cast<int>(c.entity->OccurCount())); }},
+    {"MetaEntity.OnPageOrder", Level::Entity,
+     [](const RunContext& c) { return Variant(static_cast<int>(c.entity->OnPageOrder())); }},
+    {"MetaEntity.ParentOnPageOrder", Level::Entity,
+     [](const RunContext& c) { return Variant(static_cast<int>(c.entity->ParentOnPageOrder())); }},
+}};
+
+}  // namespace
+
+void MetaEntity::GetMetaFieldValues(MetaFields& MetaFlds) const {
+  ReportAs("MetaEntity.GetMetaFieldValues(MetaFlds)", [&] {
+    const std::shared_ptr<MetaDoc> doc = GetMetaDoc();
+    const std::shared_ptr<MetaTask> task = doc ? doc->GetMetaTask() : nullptr;
+    const std::shared_ptr<MetaJob> job = task ? task->GetMetaJob() : nullptr;
+    const RunContext context{job.get(), task.get(), doc.get(), this};
+    for (const MetaFieldPtr& field : MetaFlds) {
+      for (const MemberSource& source : kMemberSources) {
+        if (source.member != field->MetadataClassMember()) continue;
+        field->SetValue(context.Has(source.level) ? source.read(context)
+                                                  : Variant(field->DefaultValue()));
+        break;
+      }
+    }
+  });
+}
+
+void MetaEntities::SaveAll() {
+  ReportAs("MetaEntities.SaveAll", [&] {
+    for (const MetaEntityPtr& e : items_) e->SaveToMetabase();
+  });
+}
+
+MetaEntityPtr MetaEntities::Add(MetaEntityPtr MetaEnt, const std::shared_ptr<MetaDoc>& MetaDoc) {
+  const std::string key = MetaEnt->EntityId();
+  MetaEntityPtr& stored = items_.Add(std::move(MetaEnt), key);
+  stored->SetMetaDoc(MetaDoc);
   return stored;
 }
 

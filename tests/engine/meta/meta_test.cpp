@@ -3,6 +3,8 @@
 
 #include "engine/meta/meta_doc.h"
 #include "engine/meta/meta_entity.h"
+#include "engine/meta/meta_job.h"
+#include "engine/meta/meta_task.h"
 
 namespace gw {
 namespace {
@@ -44,32 +46,65 @@ TEST(MetaDoc, ADocumentWithoutDatasetsScoresZero) {
 }
 
 TEST(MetaEntity, FieldValuesComeFromTheRunOrFallBackToTheirDefault) {
+  // How much of the tree above the dataset is there.
+  enum Owners { kNone, kDoc, kDocAndTask, kAll };
+  const DateTime start = DateTime::FromParts(2026, 1, 2, 3, 4, 5);
   struct Case {
     const char* member;
-    bool with_doc;
+    Owners owners;
     Variant expected;
   };
   const Case cases[] = {
-      {"MetaDoc.DocId", false, Variant("dflt")},
-      {"MetaDoc.DocId", true, Variant("D7")},
-      {"MetaDoc.SourceUri", true, Variant("http://a/")},
-      {"MetaJob.JobName", true, Variant("dflt")},
-      {"MetaEntity.EntityId", false, Variant("E1")},
-      {"MetaEntity.OnPageOrder", false, Variant(2)},
-      {"MetaEntity.ParentOnPageOrder", false, Variant(5)},
-      {"MetaDoc.Unheard", true, Variant("untouched")},
-      {"Nothing.AtAll", false, Variant("untouched")},
+      {"MetaJob.JobId", kAll, Variant("J1")},
+      {"MetaJob.JobName", kAll, Variant("Prices")},
+      {"MetaJob.JobStartTime", kAll, Variant(start)},
+      {"MetaJob.JobName", kDocAndTask, Variant("dflt")},
+      {"MetaTask.TaskId", kDocAndTask, Variant("T1")},
+      {"MetaTask.TaskId", kDoc, Variant("dflt")},
+      {"MetaTask.TaskName", kAll, Variant("untouched")},  // not a member custom columns read
+      {"MetaDoc.DocId", kNone, Variant("dflt")},
+      {"MetaDoc.DocId", kDoc, Variant("D7")},
+      {"MetaDoc.SourceUri", kDoc, Variant("http://a/")},
+      {"MetaDoc.LocalPath", kDoc, Variant("/tmp/a")},
+      {"MetaDoc.DataPageName", kDoc, Variant("Shop")},
+      {"MetaDoc.DataPageId", kDoc, Variant("P1")},
+      {"MetaDoc.DownloadComplete", kDoc, Variant(start.AddSeconds(1))},
+      {"MetaDoc.ExtractionStart", kDoc, Variant(start.AddSeconds(2))},
+      {"MetaDoc.ExtractionComplete", kDoc, Variant("untouched")},
+      {"MetaEntity.EntityId", kNone, Variant("E1")},
+      {"MetaEntity.OccurCount", kNone, Variant(9)},
+      {"MetaEntity.OnPageOrder", kNone, Variant(2)},
+      {"MetaEntity.ParentOnPageOrder", kNone, Variant(5)},
+      {"metadoc.docid", kDoc, Variant("untouched")},  // names compare exactly
+      {"MetaDoc.Unheard", kDoc, Variant("untouched")},
+      {"Nothing.AtAll", kNone, Variant("untouched")},
   };
   for (const Case& c : cases) {
-    SCOPED_TRACE(std::string(c.member) + (c.with_doc ? " with a document" : ""));
+    SCOPED_TRACE(std::string(c.member) + " with owners " + std::to_string(c.owners));
     auto e = MetaEntity::Create("E1");
+    e->SetOccurCount(9);
     e->IncrementOnPageOrder();
     e->IncrementOnPageOrder();
     e->SetParentOnPageOrder(5);
+    auto job = MetaJob::Create();
+    job->SetJobId("J1");
+    job->SetJobName("Prices");
+    job->SetJobStartTime(start);
+    auto task = MetaTask::Create();
+    task->SetTaskId("T1");
+    task->SetTaskName("Fetch");
     auto doc = MetaDoc::Create();
     doc->SetDocId("D7");
     doc->SetSourceUri("http://a/");
-    if (c.with_doc) doc->GetMetaEntities().Add(e, doc);
+    doc->SetLocalPath("/tmp/a");
+    doc->SetDatapageName("Shop");
+    doc->SetDatapageId("P1");
+    doc->SetDownloadComplete(start.AddSeconds(1));
+    doc->SetExtractionStart(start.AddSeconds(2));
+    doc->SetExtractionComplete(start.AddSeconds(3));
+    if (c.owners >= kDoc) doc->GetMetaEntities().Add(e, doc);
+    if (c.owners >= kDocAndTask) task->GetMetaDocs().Add(doc, task);
+    if (c.owners >= kAll) task->SetMetaJob(job);
     MetaFields fields;
     auto f = MetaField::Create();
     f->SetMetadataClassMember(c.member);

@@ -1,0 +1,20 @@
+#include "engine/meta/meta_internal.h"
+
+#include "platform/error.h"
+
+namespace gw::meta_internal {
+
+std::string SuccessCodeName(const db::RecordsetPtr& code_row) {
+  return code_row->GetFields()["display_name"].Value().ToString();
+}
+
+std::int16_t SuccessCodeId(const db::RecordsetPtr& code_row, std::string_view id_column) {
+  return code_row->GetFields()[std::string(id_column)].Value().ToInteger();
+}
+
+void ThrowObjectNotSet(std::string_view source) {
+  throw Error(errnum::kObjectNotSet, std::string(source),
+              "Object variable or With block variable not set");
+}
+
+}  // namespace gw::meta_internal

@@ -1,0 +1,62 @@
+#include "engine/meta/meta_task.h"
+
+#include "engine/meta/meta_internal.h"
+#include "engine/meta/meta_job.h"
+#include "platform/error.h"
+#include "rules/package_data_access.h"
+
+namespace gw {
+
+float MetaTask::AvgExtractionPct() const {
+  if (meta_docs_.Count() == 0) return 100;
+  double sum = 0;
+  for (const MetaDocPtr& doc : meta_docs_) sum += doc->AvgExtractionPct();
+  const double mean = sum / static_cast<double>(meta_docs_.Count());
+  return mean > 100 ? 100.0f : static_cast<float>(mean);
+}
+
+std::string MetaTask::SuccessCode() const {
+  return ReportAs("MetaTask.SuccessCode", [&] {
+    return meta_internal::SuccessCodeName(D_Metabase().GetTaskSuccessCode(AvgExtractionPct()));
+  });
+}
+
+std::int16_t MetaTask::SuccessCodeId() const {
+  return ReportAs("MetaTask.SuccessCodeId", [&] {
+    return meta_internal::SuccessCodeId(D_Metabase().GetTaskSuccessCode(AvgExtractionPct()),
+                                        "task_success_code_id");
+  });
+}
+
+bool MetaTask::SaveToMetabase() {
+  return ReportAs("MetaTask.SaveToMetabase", [&] {
+    const std::shared_ptr<MetaJob> job = GetMetaJob();
+    if (!job) meta_internal::ThrowObjectNotSet("MetaTask.SaveToMetabase");
+    DTask().SaveInstance(task_id_, job->JobId(), job->JobStartTime(), start_time_,
+                         Variant(complete_time_), Variant(SuccessCodeId()), 0);
+    return true;
+  });
+}
+
+MetaTaskPtr MetaTasks::Add(MetaTaskPtr NewMetaTask, const std::shared_ptr<MetaJob>& ParentMetaJob) {
+  const std::string key = NewMetaTask->TaskId();
+  MetaTaskPtr& stored = items_.Add(std::move(NewMetaTask), key);
+  stored->SetMetaJob(ParentMetaJob);
+  return stored;
+}
+
+MetaTaskPtr MetaTasks::Find(std::string_view task_id) const {
+  const MetaTaskPtr* found = items_.Find(IndexKey(task_id));
+  return found ? *found : nullptr;
+}
+
+void MetaTasks::SaveAll() {
+  ReportAs("MetaTasks.SaveAll", [&] {
+    for (const MetaTaskPtr& task : items_) {
+      task->SaveToMetabase();
+      task->GetMetaDocs().SaveAll();
+    }
+  });
+}
+
+}  // namespace gw
