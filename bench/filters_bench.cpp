@@ -24,7 +24,7 @@ std::string MakeProductDescription(std::size_t bytes) {
     html += "<ul><li>Weight: 1,299 g</li><li class=\"x\">Price: $" + std::to_string(k % 90 + 10) +
             ".99</li><li>See <a href=\"/products/x" + std::to_string(k) +
             ".html\" title=\"More > details\">details</a></li></ul>\r\n";
-    html += "<table class=\"spec\"><tr><td>Width</td><td>" + std::to_string(100 + k) +
+    html += "<table class=\"details\"><tr><td>Width</td><td>" + std::to_string(100 + k) +
             " mm</td></tr><tr><td>Colour</td><td>Silver</td></tr></table>\r\n";
     html += "<!-- block " + std::to_string(k) + " --><br><img src='/img/p" + std::to_string(k) +
             ".jpg' alt=\"photo\"></div>\r\n";
