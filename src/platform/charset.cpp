@@ -5,8 +5,10 @@
 
 #include <cctype>
 #include <cerrno>
+#include <cstdint>
 #include <memory>
 
+#include "platform/error.h"
 #include "platform/text.h"
 
 namespace gw {
@@ -96,7 +98,58 @@ std::string Detect(std::string_view bytes) {
   return name ? std::string(name) : std::string();
 }
 
+// Appends what iconv makes of `in`; false when it meets a character the set cannot hold, with
+// `in` left at that character.
+bool EncodeRun(iconv_t cd, std::string_view& in, std::string& out) {
+  char* src = const_cast<char*>(in.data());
+  std::size_t src_left = in.size();
+  char buf[16384];
+  bool complete = true;
+  while (src_left > 0) {
+    char* o = buf;
+    std::size_t o_left = sizeof buf;
+    const std::size_t rc = ::iconv(cd, &src, &src_left, &o, &o_left);
+    out.append(buf, static_cast<std::size_t>(o - buf));
+    if (rc == static_cast<std::size_t>(-1) && errno != E2BIG) {
+      complete = false;
+      break;
+    }
+  }
+  // Shift sequences (ISO-2022) end here.
+  char* o = buf;
+  std::size_t o_left = sizeof buf;
+  ::iconv(cd, nullptr, nullptr, &o, &o_left);
+  out.append(buf, static_cast<std::size_t>(o - buf));
+  in.remove_prefix(in.size() - src_left);
+  return complete;
+}
+
 }  // namespace
+
+std::string EncodeFromUtf8(std::string_view text, std::string_view charset) {
+  const std::string set(charset.empty() ? std::string_view("UTF-8") : charset);
+  if (text::EqualsNoCase(set, "UTF-8")) return text::SanitizeUtf8(text);
+  iconv_t cd = ::iconv_open(set.c_str(), "UTF-8");
+  if (cd == reinterpret_cast<iconv_t>(-1)) {
+    throw Error(errnum::kInvalidProcedureCall, "EncodeFromUtf8",
+                "Unknown character set '" + set + "'.");
+  }
+  std::string out;
+  out.reserve(text.size());
+  std::string_view rest = text;
+  while (!EncodeRun(cd, rest, out)) {
+    // The set cannot hold this character (or the text is not valid UTF-8 here): write it as a
+    // character reference, itself encoded in the set, and go on after it.
+    std::size_t i = 0;
+    const char32_t cp = text::DecodeUtf8(rest, i);
+    rest.remove_prefix(i);
+    const std::string reference = "&#" + std::to_string(static_cast<std::uint32_t>(cp)) + ";";
+    std::string_view reference_text = reference;
+    EncodeRun(cd, reference_text, out);
+  }
+  ::iconv_close(cd);
+  return out;
+}
 
 std::string CharsetFromContentType(std::string_view content_type) {
   const std::size_t cs = text::FindNoCase(content_type, "charset=");

@@ -1,4 +1,4 @@
-// Turning a document's bytes into UTF-8 text.
+// Turning a document's bytes into UTF-8 text, and back.
 #pragma once
 
 #include <string>
@@ -20,6 +20,12 @@ struct DecodedText {
 // UTF-8) or that is unknown is passed over. Bytes that cannot be converted become U+FFFD; the
 // result is always valid UTF-8.
 DecodedText DecodeToUtf8(std::string_view bytes, std::string_view declared = {});
+
+// Encodes UTF-8 text in `charset` (a name that `DecodeToUtf8` reports, or any name iconv knows),
+// so that a document read in one character set can be written back in it. A character that the
+// set cannot hold becomes a numeric character reference ("&#8364;"). Adds no byte-order mark.
+// Fails with error 5 when the set is unknown.
+std::string EncodeFromUtf8(std::string_view text, std::string_view charset);
 
 // The charset named in a Content-Type value ("text/html; charset=Shift_JIS"), or "".
 std::string CharsetFromContentType(std::string_view content_type);

@@ -56,6 +56,36 @@ TEST(DecodeToUtf8, PicksTheCharacterSetInOrder) {
   EXPECT_EQ(CharsetFromContentType("text/html"), "");
 }
 
+TEST(EncodeFromUtf8, WritesBackInTheSetAndReferencesWhatItCannotHold) {
+  struct Case {
+    const char* what;
+    std::string text;
+    std::string charset;
+    std::string want;
+  };
+  const Case cases[] = {
+      {"UTF-8 stays", "caf\xC3\xA9 \xE2\x82\xAC", "UTF-8", "caf\xC3\xA9 \xE2\x82\xAC"},
+      {"windows-1252 holds the euro sign", "\xE2\x82\xAC \xC3\xA9", "windows-1252", "\x80 \xE9"},
+      {"a character the set lacks",
+       "a\xE2\x82\xAC"
+       "b",
+       "ISO-8859-1", "a&#8364;b"},
+      {"several in a row, and a supplementary one", "\xD0\x9F\xF0\x9F\x98\x80!", "windows-1252",
+       "&#1055;&#128512;!"},
+      {"UTF-16LE", "hi", "UTF-16LE", std::string("h\0i\0", 4)},
+      {"empty", "", "windows-1251", ""},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    EXPECT_EQ(EncodeFromUtf8(c.text, c.charset), c.want);
+  }
+  // What the decoder read comes back byte for byte.
+  const std::string cyrillic = "<meta charset=\"windows-1251\">\xCF\xF0\xE8";
+  const DecodedText d = DecodeToUtf8(cyrillic);
+  EXPECT_EQ(EncodeFromUtf8(d.text, d.charset), cyrillic);
+  EXPECT_THROW(EncodeFromUtf8("x", "no-such-charset"), Error);
+}
+
 TEST(ChildProcess, PollingSeesTheEndWithoutBlocking) {
   gw::testing::TempDir dir;
   auto p =
