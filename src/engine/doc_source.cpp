@@ -1,17 +1,183 @@
 #include "engine/doc_source.h"
 
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <vector>
+
+#include "engine/job.h"
 #include "engine/task.h"
 #include "infra/c_crypto.h"
 #include "infra/c_guid_gen.h"
+#include "platform/db/connection.h"
 #include "platform/error.h"
+#include "platform/event_loop.h"
+#include "rules/c_disconn_rs.h"
 #include "rules/package_data_access.h"
 
 namespace gw {
 
+namespace fs = std::filesystem;
+
 namespace {
 constexpr ErrorNumber kNoSuchDocSource = 0xAAB19D7B;
 constexpr ErrorNumber kDuplicateDocSource = 0xAAB19D7C;
+constexpr ErrorNumber kNoConnectionString = 0xA5915D8F;
+constexpr ErrorNumber kNoStatement = 0xA5915D98;
+
+[[noreturn]] void ThrowObjectNotSet(const char* source) {
+  throw Error(errnum::kObjectNotSet, source, "Object variable or With block variable not set");
+}
+
+// The empty list of a path source.
+db::RecordsetPtr NewUriList() {
+  auto list = db::Recordset::Create();
+  list->AppendField("URI", db::DataType::VarChar, 6000);
+  list->OpenFabricated();
+  return list;
+}
+
+void AddUri(db::Recordset& list, const std::string& uri) {
+  list.AddNew();
+  list["URI"].SetValue(Variant(uri));
+  list.Update();
+}
+
+bool IsPermissionDenied(const std::error_code& ec) {
+  return ec == std::errc::permission_denied || ec == std::errc::operation_not_permitted;
+}
+
+// A failure of the walk other than a refused permission.
+[[noreturn]] void ThrowWalkFailure(const fs::path& path, const std::error_code& ec) {
+  const ErrorNumber number =
+      ec == std::errc::no_such_file_or_directory ? errnum::kPathNotFound : ErrorNumber{75};
+  throw Error(number, "DocSource.GetURIListFromFilePath",
+              "Could not read the folder " + path.string() + ": " + ec.message() + ".");
+}
+
+// The files and subfolders of `folder`, each sorted by name. A folder that may not be listed is
+// taken as empty, as a refused permission is skipped everywhere in the walk.
+void ListFolder(const fs::path& folder, std::vector<fs::path>& files,
+                std::vector<fs::path>& subfolders) {
+  std::error_code ec;
+  fs::directory_iterator it(folder, ec);
+  if (ec) {
+    if (IsPermissionDenied(ec)) return;
+    ThrowWalkFailure(folder, ec);
+  }
+  for (; it != fs::directory_iterator(); it.increment(ec)) {
+    if (ec) break;
+    std::error_code entry_ec;
+    const fs::file_status st = it->status(entry_ec);
+    if (entry_ec) {
+      if (IsPermissionDenied(entry_ec) || entry_ec == std::errc::no_such_file_or_directory) {
+        continue;  // refused, or a link that leads nowhere
+      }
+      ThrowWalkFailure(it->path(), entry_ec);
+    }
+    if (fs::is_directory(st)) {
+      subfolders.push_back(it->path());
+    } else if (fs::exists(st)) {
+      // A file the user may not read is left out.
+      if (::access(it->path().c_str(), R_OK) != 0 && errno == EACCES) continue;
+      files.push_back(it->path());
+    }
+  }
+  if (ec && !IsPermissionDenied(ec)) ThrowWalkFailure(folder, ec);
+  std::sort(files.begin(), files.end());
+  std::sort(subfolders.begin(), subfolders.end());
+}
+
+std::string FullPath(const fs::path& path) {
+  std::error_code ec;
+  fs::path full = fs::absolute(path, ec);
+  if (ec) full = path;
+  return full.lexically_normal().string();
+}
+
 }  // namespace
+
+db::RecordsetPtr DocSource::UriList() {
+  return ReportAs("DocSource.UriList", [&] {
+    return source_type_ == SrcType::sql ? GetURIListFromSQL()
+                                        : GetURIListFromFilePath(kPathNotSpecified);
+  });
+}
+
+db::RecordsetPtr DocSource::GetURIListFromFilePath(const std::string& prmPathOverride) {
+  return ReportAs("DocSource.GetURIListFromFilePath(prmPathOverride)", [&] {
+    const std::string path = prmPathOverride == kPathNotSpecified ? source_ : prmPathOverride;
+    auto list = NewUriList();
+    std::error_code ec;
+    const fs::file_status st = path.empty() ? fs::file_status() : fs::status(path, ec);
+    if (fs::is_directory(st)) {
+      std::vector<fs::path> files, subfolders;
+      ListFolder(path, files, subfolders);
+      for (const auto& file : files) AddUri(*list, FullPath(file));
+      if (include_sub_folders_) {
+        for (const auto& folder : subfolders) {
+          // The subfolder's own list, joined to this one.
+          auto sub = GetURIListFromFilePath(folder.string());
+          if (sub->RecordCount() > 0) sub->MoveFirst();
+          for (; !sub->IsEOF(); sub->MoveNext())
+            AddUri(*list, sub->GetFields()[0L].Value().ToText());
+        }
+      }
+    } else if (fs::exists(st)) {
+      AddUri(*list, FullPath(path));
+    } else {
+      // Neither a folder nor a file: an address, fetched as it stands.
+      AddUri(*list, path);
+    }
+    return list;
+  });
+}
+
+db::RecordsetPtr DocSource::GetURIListFromSQL() {
+  return ReportAs("DocSource.GetURIListFromSQL", [&] {
+    if (conn_str_.empty()) {
+      throw Error(kNoConnectionString, "DocSource.GetURIListFromSQL",
+                  "Connection String empty.  Please enter a valid connection string.");
+    }
+    auto cn = db::Connection::Create();
+    cn->SetConnectionString(conn_str_);
+    if (!db_name_.empty()) cn->SetProperty("Initial Catalog", db_name_);
+    cn->Open();
+    const std::string cn_str = cn->ConnectionString();
+    cn->Close();
+    if (source_.empty()) {
+      throw Error(kNoStatement, "DocSource.GetURIListFromSQL",
+                  "No SQL statement was specified.  Please specify as valid SQL Select "
+                  "Statement.");
+    }
+    return CDisconnRS(cn_str).RunQuery(source_, true);
+  });
+}
+
+void DocSource::BuildDocTableFromURIList() {
+  ReportAs("DocSource.BuildDocTableFromURIList", [&] {
+    auto task = task_.lock();
+    if (!task) ThrowObjectNotSet("DocSource.BuildDocTableFromURIList");
+    auto job = task->GetJob();
+    const DateTime job_start = job->StartTime();
+    const std::string job_id = job->JobId();
+    const std::string task_id = task->TaskId();
+    auto list = UriList();
+    if (list->RecordCount() > 0) list->MoveFirst();
+    D_Doc docs;
+    for (; !list->IsEOF(); list->MoveNext()) {
+      DoEvents();
+      const std::string doc_id = CGUIDGen::NewGUID();
+      const Variant& uri = list->GetFields()[0L].Value();
+      if (uri.IsNull() || uri.IsEmpty()) continue;
+      const std::string text = uri.ToText();
+      if (text.empty()) continue;
+      docs.SaveDocument(doc_id, task_id, job_id, job_start, text, "", "Queued");
+    }
+  });
+}
 
 std::shared_ptr<DocSource> DocSource::Create() {
   std::shared_ptr<DocSource> s(new DocSource());
@@ -36,10 +202,7 @@ void DocSource::Save() {
     }
     if (doc_src_id_.empty()) doc_src_id_ = CGUIDGen::NewGUID();
     auto task = task_.lock();
-    if (!task) {
-      throw Error(errnum::kObjectNotSet, "DocSource.Save",
-                  "Object variable or With block variable not set");
-    }
+    if (!task) ThrowObjectNotSet("DocSource.Save");
     task_id_ = task->TaskId();
     DDocSource().Save(doc_src_id_, db_name_, stored, task_id_, source_,
                       static_cast<int>(source_type_));
@@ -84,17 +247,33 @@ void DocSource::Load(const std::string& DocSrcId) {
 void DocSources::DBClearAll() {
   ReportAs("DocSources.DBClearAll", [&] {
     auto task = task_.lock();
-    if (!task) {
-      throw Error(errnum::kObjectNotSet, "DocSources.DBClearAll",
-                  "Object variable or With block variable not set");
-    }
+    if (!task) ThrowObjectNotSet("DocSources.DBClearAll");
     DDocSource().DeleteAll(task->TaskId());
   });
 }
 
+void DocSources::CreateDocList(const std::string&, const std::string&, const DateTime&) {
+  ReportAs("DocSources.CreateDocList(JobId,TaskId,JobStartTime)", [&] {
+    for (const auto& source : items_) {
+      DoEvents();
+      source->BuildDocTableFromURIList();
+    }
+  });
+}
+
+void DocSources::MemoryClearAll() {
+  while (items_.Count() > 0) {
+    DoEvents();
+    items_.Remove(1);
+  }
+}
+
 void DocSources::SaveAll() {
   ReportAs("DocSources.SaveAll", [&] {
-    for (const auto& source : items_) source->Save();
+    for (const auto& source : items_) {
+      DoEvents();
+      source->Save();
+    }
   });
 }
 

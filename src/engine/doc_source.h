@@ -1,12 +1,17 @@
 // DocSource: where a task's documents come from (a path, a list, a query), and DocSources, the
-// sources of one task. This file holds what is stored; expanding sources into documents belongs
-// to the run.
+// sources of one task. At the start of a run every source is expanded into "Queued" rows of
+// `task_instance_docs`, one per document.
+//
+// A goto, an SQL statement and a command-line task keep what they need in the same fields
+// (`Source` holds a step number, a statement or a command line).
 #pragma once
 
 #include <memory>
 #include <string>
 
 #include "platform/collection.h"
+#include "platform/date_time.h"
+#include "platform/db/recordset.h"
 #include "platform/variant.h"
 
 namespace gw {
@@ -34,6 +39,10 @@ class DocSource : public Object {
   void Load(const std::string& DocSrcId);
   // Has an empty body and returns "".
   std::string ParseSource() { return {}; }
+  // The addresses of this source, read anew at every call: a recordset with the address in its
+  // first column. A `path` source gives `GetURIListFromFilePath(kPathNotSpecified)`, an `sql`
+  // source `GetURIListFromSQL()`.
+  db::RecordsetPtr UriList();
 
   // Not stored: after `Load` it is always false.
   bool IncludeSubFolders() const { return include_sub_folders_; }
@@ -54,8 +63,25 @@ class DocSource : public Object {
   const std::string& DocSrcId() const { return doc_src_id_; }
   void SetDocSrcId(std::string v) { doc_src_id_ = std::move(v); }
 
-  // Inside the library: the back reference, which `DocSources::Add` sets.
+  // ---- inside the library ----
+  // The back reference, which `DocSources::Add` sets.
   void SetTask(const std::shared_ptr<Task>& task);
+
+  // The marker that stands for `Source` as the path to read.
+  static constexpr const char* kPathNotSpecified = ":::Not_Specified:::";
+  // The list of a path (`prmPathOverride`, or `Source` for the marker), one field "URI"
+  // (VarChar, 6000): a path that is neither a folder nor a file is an address and is listed as it
+  // stands; a file is listed by its full path; a folder by the full paths of its files (sorted by
+  // name), files that cannot be read for want of permission left out, and with `IncludeSubFolders`
+  // its subfolders after its files, each walked the same way. Other failures of the walk unwind.
+  db::RecordsetPtr GetURIListFromFilePath(const std::string& prmPathOverride);
+  // The rows of the query `Source` on `ConnStr` (with `DBName` as the default database when set).
+  // Fails with 0xA5915D8F without a connection string and 0xA5915D98 without a statement.
+  db::RecordsetPtr GetURIListFromSQL();
+  // Queues this source's documents for the running task: one "Queued" row of
+  // `task_instance_docs` per address that is neither null nor empty, with a new document id, in
+  // list order, yielding to the host before each. An address listed twice is queued twice.
+  void BuildDocTableFromURIList();
 
  private:
   DocSource() = default;
@@ -75,15 +101,19 @@ using DocSourcePtr = std::shared_ptr<DocSource>;
 // The sources of one task, 1-based, in the order they were added.
 class DocSources {
  public:
+  // Queues the documents of every source in order (`BuildDocTableFromURIList`), yielding before
+  // each. The arguments are not passed on: each source asks its own task.
+  void CreateDocList(const std::string& JobId, const std::string& TaskId,
+                     const DateTime& JobStartTime);
   // Removes the task's rows of doc_locations (`DDocSource::DeleteAll`).
   void DBClearAll();
-  // Removes every item.
-  void MemoryClearAll() { items_.Clear(); }
+  // Removes every item, yielding on each.
+  void MemoryClearAll();
   void ClearAll() {
     MemoryClearAll();
     DBClearAll();
   }
-  // `Save` on each source in order.
+  // `Save` on each source in order, yielding before each.
   void SaveAll();
   // Sets the source's task to this collection's task; a non-empty key must be new (457).
   DocSourcePtr Add(DocSourcePtr DocSrc, std::string_view sKey = {});

@@ -1,0 +1,96 @@
+#include "engine/doc.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "engine/task.h"
+#include "platform/text.h"
+
+namespace gw {
+
+namespace {
+constexpr ErrorNumber kInputPastEndOfFile = 62;
+constexpr ErrorNumber kPathFileAccessError = 75;
+}  // namespace
+
+std::string FileSystemPathOf(std::string_view uri) {
+  if (text::StartsWithNoCase(uri, "file://")) uri.remove_prefix(7);
+  return std::string(uri);
+}
+
+MetaDocPtr Doc::Metadata() {
+  if (!metadata_) {
+    auto meta = MetaDoc::Create();
+    meta->SetSourceUri(source_uri_);
+    meta->SetLocalPath(local_path_);
+    meta->SetDocId(doc_id_);
+    meta->SetDownloadComplete(copy_complete_time_);
+    if (auto task = task_.lock()) {
+      if (auto page = task->GetDataPage()) {
+        meta->SetDatapageId(page->Id());
+        meta->SetDatapageName(page->DisplayName());
+      }
+    }
+    metadata_ = std::move(meta);
+  }
+  return metadata_;
+}
+
+std::string Doc::GetSrcText(IDocPlugin& DocPlugin) {
+  return ReportAs("Doc.GetSrcText(DocPlugin)", [&] {
+    auto task = task_.lock();
+    if (!task) {
+      throw Error(errnum::kObjectNotSet, "Doc.GetSrcText",
+                  "Object variable or With block variable not set");
+    }
+    DocPlugin.CleanseDocument(local_path_, task->DocCleanseMethod(), task->DocCleanseParams());
+    DocPlugin.CleanseDocument(local_path_, task->DocCleanseMethod2(), task->DocCleanseParams2());
+    DocPlugin.OpenDocument(local_path_);
+    return DocPlugin.GetSource();
+  });
+}
+
+Status Doc::CheckReadable() const {
+  namespace fs = std::filesystem;
+  constexpr const char* kSource = "Doc.GetSrcText";
+  const std::string path = FileSystemPathOf(local_path_);
+  std::error_code ec;
+  const fs::file_status st = fs::status(path, ec);
+  if (path.empty() || !fs::exists(st)) {
+    return Status(errnum::kFileNotFound, kSource,
+                  "The document " + local_path_ + " could not be read: the file does not exist.");
+  }
+  if (fs::is_directory(st)) {
+    return Status(kPathFileAccessError, kSource,
+                  "The document " + local_path_ + " could not be read: it is a folder.");
+  }
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    return Status(
+        errnum::kPermissionDenied, kSource,
+        "The document " + local_path_ + " could not be read: " + std::strerror(errno) + ".");
+  }
+  if (in.peek() == std::ifstream::traits_type::eof()) {
+    return Status(kInputPastEndOfFile, kSource,
+                  "The document " + local_path_ + " is empty: there is nothing to extract.");
+  }
+  return {};
+}
+
+DocPtr Docs::Add(const std::shared_ptr<Task>& TaskInstance, std::string LocalPath,
+                 std::string SourceUri, const DateTime& CopyCompleteTime, std::string DocId,
+                 std::string_view sKey) {
+  return ReportAs("Docs.Add(TaskInstance,LocalPath,SourceUri,CopyCompleteTime,DocId,sKey)", [&] {
+    auto doc = Doc::Create();
+    if (TaskInstance) doc->SetTaskInstance(TaskInstance);
+    doc->SetCopyCompleteTime(CopyCompleteTime);
+    doc->SetDocId(std::move(DocId));
+    doc->SetLocalPath(std::move(LocalPath));
+    doc->SetSourceUri(std::move(SourceUri));
+    return items_.Add(std::move(doc), sKey);
+  });
+}
+
+}  // namespace gw
