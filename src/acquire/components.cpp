@@ -1,0 +1,12 @@
+#include "acquire/components.h"
+
+#include "acquire/download_mgr.h"
+#include "engine/components.h"
+
+namespace gw {
+
+void RegisterAcquireComponents() {
+  RegisterDownloadMgrFactory([]() -> DownloadMgrPtr { return DownloadMgr::Create(); });
+}
+
+}  // namespace gw

@@ -1,0 +1,9 @@
+// What the acquisition layer gives the engine's component registry.
+#pragma once
+
+namespace gw {
+
+// Registers `DownloadMgr` as the download manager of task runs.
+void RegisterAcquireComponents();
+
+}  // namespace gw
