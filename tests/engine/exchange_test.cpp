@@ -28,8 +28,8 @@ const std::string kQueryCnStr = "Provider=SQLite;Data Source=/srv/data/links.sql
 // A task's text form as the package engine keeps it: object XML with escaped values inside
 // frames, line ends included.
 const std::string kTextForm =
-    "[!TSK!]<Task Object=\"True\">\r\n\t<URL>http://shop.test/?a=1%26b=2</URL>\r\n</Task>[iTSKi]"
-    "[!HTTP!]<HttpClient Object=\"True\"></HttpClient>[iHTTPi]";
+    "[!TSK!]<Task Object=\"True\">\r\n\t<Description>http://shop.test/?a=1%26b=2</Description>"
+    "\r\n</Task>[iTSKi][!HTP!]<HttpClient Object=\"True\"></HttpClient>[iHTPi]";
 
 std::string Text(const db::RecordsetPtr& rs, const char* column) {
   return (*rs)[column].Value().ToText();
