@@ -1,8 +1,15 @@
 #include "engine/job.h"
 
+#include <optional>
+
 #include "engine/doc_source.h"
+#include "engine/meta/meta_job.h"
+#include "engine/meta/meta_task.h"
 #include "infra/c_guid_gen.h"
+#include "platform/db/connection.h"
+#include "platform/db/recordset.h"
 #include "platform/error.h"
+#include "platform/event_loop.h"
 #include "platform/text.h"
 #include "rules/package_data_access.h"
 
@@ -86,7 +93,148 @@ TaskPtr Tasks::Add(TaskPtr task, std::string_view sKey) {
 Job::Job()
     : job_id_(CGUIDGen::NewGUID()), date_created_(DateTime::Now()), date_modified_(date_created_) {}
 
+Job::~Job() = default;
+
 std::shared_ptr<Job> Job::Create() { return std::shared_ptr<Job>(new Job()); }
+
+std::shared_ptr<MetaJob> Job::Metadata() {
+  if (!metadata_) metadata_ = MetaJob::Create();
+  return metadata_;
+}
+
+// ---- the run ----------------------------------------------------------------------------------
+
+void Job::SetExecutingTask(const TaskPtr& task) {
+  executing_task_events_.clear();
+  executing_task_ = task;
+  if (!task) return;
+  Task& t = *task;
+  auto& ev = executing_task_events_;
+  ev.emplace_back(t.OnMajorProgressChange.Connect(
+      [this](long change, long max) { OnMajorProgressChange.Emit(change, max); }));
+  ev.emplace_back(t.OnMinorProgressChange.Connect(
+      [this](long change, long max) { OnMinorProgressChange.Emit(change, max); }));
+  ev.emplace_back(t.OnStatusChange.Connect(
+      [this](const std::string& status, bool& cancel) { OnStatusChange.Emit(status, cancel); }));
+  ev.emplace_back(t.OnAllDownloadsComplete.Connect([this] { OnAllDownloadsComplete.Emit(); }));
+  ev.emplace_back(t.OnAllDownloadsBegin.Connect([this] { OnAllDownloadsBegin.Emit(); }));
+  ev.emplace_back(t.OnDatapageExtractBegin.Connect([this] { OnDatapageExtractBegin.Emit(); }));
+  // The completion of a datapage's extraction has always reached hosts as a second begin, and
+  // hosts count on it.
+  ev.emplace_back(t.OnDatapageExtractComplete.Connect([this] { OnDatapageExtractBegin.Emit(); }));
+  ev.emplace_back(t.OnExtractionBegin.Connect([this] { OnTaskExtractionBegin.Emit(); }));
+  ev.emplace_back(t.OnExtractionComplete.Connect([this] { OnTaskExtractionComplete.Emit(); }));
+  ev.emplace_back(t.OnExecuteComplete.Connect([this] { OnTaskExecuteComplete.Emit(); }));
+}
+
+std::string Job::Execute(const std::string& Uri, const std::string& SourceText) {
+  std::optional<Error> failure;
+  try {
+    is_instance_ = true;
+    start_time_ = DateTime::Now();
+    Save();
+    OnJobExecuteBegin.Emit(job_id_, start_time_);
+    auto meta = Metadata();
+    meta->SetJobId(job_id_);
+    meta->SetJobName(job_name_);
+    meta->SetJobStartTime(start_time_);
+    // The answer to the validation statuses stays set and stops the run at the first
+    // "Task Complete", so one task still runs.
+    bool cancel = false;
+    Validate(cancel);
+    RunTasks(Uri, SourceText, cancel);
+    SetExecutingTask(nullptr);
+
+    complete_time_ = DateTime::Now();
+    complete_code_ = meta->SuccessCodeId();
+    OnStatusChange.Emit("Saving package results.  This could take a few minutes...", cancel);
+    Save();
+    meta->SaveToMetabase();
+    const std::string code = meta->SuccessCode();
+    OnStatusChange.Emit(code, cancel);
+    OnJobExecuteComplete.Emit(job_id_, start_time_);
+    return code;
+  } catch (const Error& e) {
+    failure = e;
+  } catch (const std::exception& e) {
+    failure = Error(errnum::kProviderError, "Job.Execute", e.what());
+  }
+  // The run's row is closed; the rest of the results is not saved.
+  SetExecutingTask(nullptr);
+  complete_time_ = DateTime::Now();
+  Save();
+  complete_code_ = Metadata()->SuccessCodeId();
+  Save();
+  bool ignored = false;
+  OnStatusChange.Emit(failure->Description(), ignored);
+  OnJobExecuteComplete.Emit(job_id_, start_time_);
+  failure->AddCallStackLine("Job.Execute(URI,SourceText)");
+  throw *failure;
+}
+
+void Job::RunTasks(const std::string& Uri, const std::string& SourceText, bool& flgCancel) {
+  HttpClientPtr session;  // the one session of the run, handed from task to task
+  auto meta = Metadata();
+  const long count = GetTasks().Count();
+  for (long i = 1; i <= count; ++i) {
+    const TaskPtr task = GetTasks().Item(i);
+    SetExecutingTask(task);
+    // A task run again by a goto keeps its first entry.
+    try {
+      meta->GetMetaTasks().Item(task->TaskId());
+    } catch (const Error& e) {
+      if (e.Number() == errnum::kInvalidProcedureCall) {
+        meta->GetMetaTasks().Add(task->Metadata(), meta);
+      }
+    }
+    if (task->TaskType() == TaskTypes::GotoTask) {
+      DocSource& target = *task->GetDocSources().Item(1);
+      // Asked three times: a query may answer differently each time. A target of 0 asks for
+      // position 0 next, which fails; the last task can't be a target.
+      const bool not_negative = GetGotoTaskNumber(target) >= 0;
+      const bool below_count = GetGotoTaskNumber(target) < GetTasks().Count();
+      if (not_negative && below_count) i = GetGotoTaskNumber(target) - 1;
+    } else {
+      task->Execute(Uri, SourceText, &session);
+    }
+    OnStatusChange.Emit("Task Complete", flgCancel);
+    if (flgCancel) return;
+    DoEvents();
+  }
+}
+
+void Job::Validate(bool& flgCancel) {
+  ReportAs("Job.Validate(flgCancel)", [&] {
+    Tasks& tasks = GetTasks();
+    if (tasks.Count() == 0) {
+      throw Error(errnum::kPackageWithoutTasks, "Job.Validate",
+                  "Package " + job_name_ + " does not have any tasks associated with it.");
+    }
+    for (const auto& task : tasks) {
+      OnStatusChange.Emit("Validating Task " + task->TaskName() + "...", flgCancel);
+      if (flgCancel) break;
+      task->Validate();
+    }
+  });
+}
+
+long Job::GetGotoTaskNumber(DocSource& DocSrc) {
+  return ReportAs("Job.GetGotoTaskNumber(DocSrc)", [&]() -> long {
+    Variant value;
+    if (DocSrc.SourceType() == SrcType::path) {
+      value = Variant(std::string(text::TrimSpaces(DocSrc.Source())));
+    } else {
+      auto cn = db::Connection::Create();
+      cn->Open(DocSrc.ConnStr());
+      auto rs = cn->Execute(DocSrc.Source());
+      if (!rs->IsOpen() || rs->IsBOF() || rs->IsEOF()) return 0;
+      const Variant& first = rs->GetFields()[0L].Value();
+      if (first.IsNull()) return 0;
+      value = Variant(std::string(text::TrimSpaces(first.ToText())));
+    }
+    return value.IsNumeric() ? value.ToLong() : 0;
+  });
+}
 
 void Job::Load(const std::string& Id, bool DeepLoad) {
   ReportAs("Job.Load(Id,DeepLoad)", [&] {

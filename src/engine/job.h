@@ -1,21 +1,29 @@
-// Job: a package as it is stored (`jobs`, and `job_instances` for a run), and Tasks, its steps.
-//
-// The run itself (`Execute`, `Validate`, the goto) belongs to the package engine; this file holds
-// the definition, its persistence and the collection of tasks.
+// Job: a package, an ordered list of tasks run one after the other with one web session handed
+// along. The same object is the stored definition (`jobs`) and, once `Execute` has begun, the run
+// (`job_instances`); `IsInstance` tells which. Tasks is the collection of its steps.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "engine/task.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"
+#include "platform/error.h"
+#include "platform/signal.h"
 #include "platform/variant.h"
 
 namespace gw {
 
 class Job;
+class DocSource;
+class MetaJob;
+
+namespace errnum {
+inline constexpr ErrorNumber kPackageWithoutTasks = 0x8552A95B;
+}  // namespace errnum
 
 // The steps of a package, 1-based. `Job::Tasks` keeps it sorted by step.
 class Tasks {
@@ -50,7 +58,25 @@ class Job : public Object {
  public:
   // A new package: a fresh `JobId`, both dates now.
   static std::shared_ptr<Job> Create();
+  ~Job() override;
   std::string TypeName() const override { return "Job"; }
+
+  // Runs the package:
+  //  1. `IsInstance` true, `StartTime` now, the run's row written; OnJobExecuteBegin;
+  //  2. every task validated first (status "Validating Task <name>..." before each; a cancel
+  //     answered there stops the validation and takes effect at the first "Task Complete");
+  //  3. the tasks in step order, the count read once: each registered in `Metadata` by its id,
+  //     then run with `Uri`, `SourceText` and the run's one session; a goto task instead moves
+  //     on to the position its first source names (evaluated three times: 0 or more, below the
+  //     count, then the target itself); after each, status "Task Complete", where flgCancel
+  //     stops the run;
+  //  4. completion time and code, status "Saving package results.  This could take a few
+  //     minutes...", the row and the results saved, status of the success code's name,
+  //     OnJobExecuteComplete. Returns the display name of the success code.
+  // A cancel is no failure and ends the same way. A failure of any step closes the run's row
+  // (completion time and code), raises its description as a status and OnJobExecuteComplete,
+  // and goes on to the caller with its number intact under "Job.Execute(URI,SourceText)".
+  std::string Execute(const std::string& Uri = {}, const std::string& SourceText = {});
 
   // Reads the definition: failure 0xAAA25B3B when there is no row, 0xAAA25B3C when there are
   // several; columns are taken only when not null. `DeepLoad` also loads every task and its
@@ -76,6 +102,8 @@ class Job : public Object {
   // The tasks, loaded on first use (failing with 457 when two have the same step) and sorted by
   // step at every read.
   Tasks& GetTasks();
+  // The run's metadata, made on first use.
+  std::shared_ptr<MetaJob> Metadata();
 
   const std::string& JobId() const { return job_id_; }
   void SetJobId(std::string v) { job_id_ = std::move(v); }
@@ -101,9 +129,36 @@ class Job : public Object {
   void EnsureDeepLoad();
   // Removes every task row (`DJob::DeleteAllTasks`).
   void DeleteAllTasks();
+  // Fails with 0x8552A95B for a package without tasks; then, for each task in order, status
+  // "Validating Task <name>...", leaving the loop when `flgCancel` is set, and `Task::Validate`.
+  void Validate(bool& flgCancel);
+  // The target of a goto: a `path` source's `Source` when it is numeric (trimmed, rounded to an
+  // integer); for an `sql` source the first column of the first row of its query, likewise; 0
+  // otherwise.
+  long GetGotoTaskNumber(DocSource& DocSrc);
+
+  // ---- events ----
+  Signal<long, long> OnMajorProgressChange;  // the executing task's
+  Signal<long, long> OnMinorProgressChange;  // the executing task's
+  // The executing task's statuses and the package's own texts; the host sets flgCancel.
+  Signal<const std::string&, bool&> OnStatusChange;
+  Signal<> OnAllDownloadsComplete;
+  Signal<> OnAllDownloadsBegin;
+  // Raised for the task's datapage extraction begin, and also for its completion.
+  Signal<> OnDatapageExtractBegin;
+  // Never raised: the completion of a datapage's extraction reaches the host as a begin.
+  Signal<> OnDatapageExtractComplete;
+  Signal<> OnTaskExtractionBegin;
+  Signal<> OnTaskExtractionComplete;
+  Signal<> OnTaskExecuteComplete;
+  Signal<const std::string&, const DateTime&> OnJobExecuteComplete;  // (JobId, StartTime)
+  Signal<const std::string&, const DateTime&> OnJobExecuteBegin;     // (JobId, StartTime)
 
  private:
   Job();
+  // Makes `task` the executing task: its events are forwarded from now until the next one.
+  void SetExecutingTask(const TaskPtr& task);
+  void RunTasks(const std::string& Uri, const std::string& SourceText, bool& flgCancel);
 
   std::string job_id_;
   std::string job_name_;
@@ -113,6 +168,9 @@ class Job : public Object {
   std::int16_t complete_code_ = 0;
   bool is_instance_ = false;
   std::unique_ptr<Tasks> tasks_;
+  std::shared_ptr<MetaJob> metadata_;
+  TaskPtr executing_task_;
+  std::vector<ScopedConnection> executing_task_events_;
 };
 
 using JobPtr = std::shared_ptr<Job>;

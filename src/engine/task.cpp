@@ -1,12 +1,25 @@
 #include "engine/task.h"
 
+#include <chrono>
+#include <fstream>
+
+#include "engine/components.h"
+#include "engine/doc.h"
 #include "engine/doc_source.h"
 #include "engine/job.h"
+#include "engine/meta/meta_job.h"
+#include "engine/meta/meta_task.h"
 #include "extraction/data_page.h"
 #include "infra/c_guid_gen.h"
+#include "infra/object_frame.h"
+#include "platform/db/connection.h"
 #include "platform/error.h"
+#include "platform/event_loop.h"
+#include "platform/process.h"
+#include "platform/property_table.h"
 #include "platform/text.h"
 #include "rules/package_data_access.h"
+#include "rules/settings.h"
 
 namespace gw {
 
@@ -15,6 +28,50 @@ constexpr ErrorNumber kNoSuchTask = 0x8004041F;
 constexpr ErrorNumber kDuplicateTask = 0x80040420;
 constexpr ErrorNumber kTaskSaveWhileRunning = 0x86125343;
 constexpr ErrorNumber kTaskDeleteWhileRunning = 0x86125399;
+
+// The frames of the four pieces of a task's text form.
+constexpr const char* kTaskFrame = "TSK";
+constexpr const char* kCrawlerFrame = "CRL";
+constexpr const char* kHttpClientFrame = "HTP";
+constexpr const char* kFileSaverFrame = "FIL";
+
+// What the task's own XML leaves out: the properties with columns of their own, the run's
+// values, and the objects that have pieces of their own. "MetaData" is spelled as it always was;
+// the serializer compares without case.
+constexpr const char* kTaskIgnoreList =
+    "Task.CompleteCode;Task.CompleteTime;Task.DataPage;Task.Docs;Task.DocSources;Task.IsDirty;"
+    "Task.IsInstance;Task.Job;Task.MetaData;Task.StartTime;Task.Step;Task.TaskId;Task.TaskName;"
+    "Task.CrawlerAgent;Task.SaveAsTemplate;Task.TemplateHttpClient";
+
+bool IsDownloadingKind(TaskTypes type) {
+  return type == TaskTypes::CrawlOnly || type == TaskTypes::DownloadOnly ||
+         type == TaskTypes::DownloadAndExtract;
+}
+
+// Writes `text` as a Unicode text file (UTF-16, little-endian, with a byte-order mark),
+// replacing an old one.
+void WriteUnicodeTextFile(const std::string& path, const std::string& text) {
+  std::string bytes = "\xFF\xFE";
+  for (std::size_t i = 0; i < text.size();) {
+    char32_t cp = text::DecodeUtf8(text, i);
+    auto put = [&](char16_t unit) {
+      bytes += static_cast<char>(unit & 0xFF);
+      bytes += static_cast<char>(unit >> 8);
+    };
+    if (cp >= 0x10000) {
+      cp -= 0x10000;
+      put(static_cast<char16_t>(0xD800 + (cp >> 10)));
+      put(static_cast<char16_t>(0xDC00 + (cp & 0x3FF)));
+    } else {
+      put(static_cast<char16_t>(cp));
+    }
+  }
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  if (!out || !out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) ||
+      !out.flush()) {
+    throw Error(errnum::kPathNotFound, "Task.Execute", "Path not found: " + path);
+  }
+}
 }  // namespace
 
 Task::Task() : task_id_(CGUIDGen::NewGUID()) {}
@@ -52,7 +109,7 @@ void Task::SetThrottleWaitMSecs(std::int32_t v) {
   Touch();
 }
 std::string Task::Method() const { return text::AsciiUpper(text::TrimSpaces(method_)); }
-void Task::SetMethod(std::string_view v) {
+void Task::SetMethod(const std::string& v) {
   method_ = text::AsciiUpper(text::TrimSpaces(v));
   Touch();
 }
@@ -124,7 +181,7 @@ std::shared_ptr<DataPage> Task::GetDataPage() {
       auto page = DataPage::Create();
       page->Load(data_page_id_);
       page->SetTask(shared_from_this());
-      data_page_ = std::move(page);
+      HoldDataPage(std::move(page));
     }
     return data_page_;
   });
@@ -132,13 +189,103 @@ std::shared_ptr<DataPage> Task::GetDataPage() {
 
 void Task::SetDataPage(std::shared_ptr<DataPage> page) {
   data_page_id_ = page ? page->Id() : std::string();
-  data_page_ = std::move(page);
+  HoldDataPage(std::move(page));
   Touch();
 }
 
+void Task::HoldDataPage(std::shared_ptr<DataPage> page) {
+  data_page_events_.clear();
+  data_page_ = std::move(page);
+  if (!data_page_) return;
+  DataPage& p = *data_page_;
+  data_page_events_.emplace_back(p.OnProgressChange.Connect(
+      [this](long change, long max) { OnMinorProgressChange.Emit(change, max); }));
+  data_page_events_.emplace_back(p.OnStatusChange.Connect(
+      [this](const std::string& status, bool& cancel) { OnStatusChange.Emit(status, cancel); }));
+  data_page_events_.emplace_back(
+      p.OnExtractionBegin.Connect([this] { OnDatapageExtractBegin.Emit(); }));
+  data_page_events_.emplace_back(p.OnExtractionComplete.Connect([this] {
+    // Fetching a document weighs 1 and extracting it 3 on the major bar.
+    OnDatapageExtractComplete.Emit();
+    OnMajorProgressChange.Emit(3, 4 * download_progress_max_);
+  }));
+}
+
+void Task::ListenToDownloadMgr(IDownloadMgr& mgr) {
+  download_mgr_events_.clear();
+  download_mgr_events_.emplace_back(mgr.OnProgressChange.Connect([this](long change, long max) {
+    download_progress_max_ = max;
+    OnMinorProgressChange.Emit(change, max);
+    OnMajorProgressChange.Emit(change, 4 * max);
+  }));
+  download_mgr_events_.emplace_back(mgr.OnStatusChange.Connect(
+      [this](const std::string& status, bool& cancel) { OnStatusChange.Emit(status, cancel); }));
+}
+
+// ---- text form --------------------------------------------------------------------------------
+
+const PropertyTable* Task::GetPropertyTable() const {
+  // In the order of the class's interface. The object properties (SaveAsTemplate, CrawlerAgent,
+  // TemplateHttpClient, Docs, DocSources, DataPage, Job, Metadata) are all on the ignore list and
+  // load things when read, so they are not offered.
+  static const PropertyTable table =
+      PropertyTableBuilder<Task>("Task")
+          .Value("InheritHttpClient", &Task::InheritHttpClient, &Task::SetInheritHttpClient)
+          .Value("Method", &Task::Method, &Task::SetMethod)
+          .Value("ClearTableBeforeExtraction", &Task::ClearTableBeforeExtraction,
+                 &Task::SetClearTableBeforeExtraction)
+          .Value("ClearRootFolderBeforeDownload", &Task::ClearRootFolderBeforeDownload,
+                 &Task::SetClearRootFolderBeforeDownload)
+          .Value("IsDisabled", &Task::IsDisabled, &Task::SetIsDisabled)
+          .Value("TaskType", &Task::TaskType, &Task::SetTaskType)
+          .Value("SaveErrorPages", &Task::SaveErrorPages, &Task::SetSaveErrorPages)
+          .Value("CompleteCode", &Task::CompleteCode, &Task::SetCompleteCode)
+          .Value("ThrottleWaitMSecs", &Task::ThrottleWaitMSecs, &Task::SetThrottleWaitMSecs)
+          .Value("StartTime", &Task::StartTime, &Task::SetStartTime)
+          .Value("CompleteTime", &Task::CompleteTime, &Task::SetCompleteTime)
+          .Value("Description", &Task::Description, &Task::SetDescription)
+          .Value("Step", &Task::Step, &Task::SetStep)
+          .Value("DocCleanseMethod", &Task::DocCleanseMethod, &Task::SetDocCleanseMethod)
+          .Value("DocCleanseParams", &Task::DocCleanseParams, &Task::SetDocCleanseParams)
+          .Value("DocCleanseMethod2", &Task::DocCleanseMethod2, &Task::SetDocCleanseMethod2)
+          .Value("DocCleanseParams2", &Task::DocCleanseParams2, &Task::SetDocCleanseParams2)
+          .Value("DisableLocalFileCopy", &Task::DisableLocalFileCopy,
+                 &Task::SetDisableLocalFileCopy)
+          .Value("DoValidation", &Task::DoValidation, &Task::SetDoValidation)
+          .Value("DisplaySrcType", &Task::DisplaySrcType, &Task::SetDisplaySrcType)
+          .Value("TaskName", &Task::TaskName, &Task::SetTaskName)
+          .Value("TaskId", [](const Task& t) { return t.task_id_; })
+          .Value("IsDirty", &Task::IsDirty)
+          .Value("IsInstance", &Task::IsInstance)
+          .Build();
+  return &table;
+}
+
+std::string Task::Serialize() {
+  return ReportAs("Task.ISerializable_Serialize", [&] {
+    XmlSerializer serializer;
+    serializer.SetIgnoreList(kTaskIgnoreList);
+    std::string text = FrameObjectText(kTaskFrame, serializer.Serialize(*this));
+    // The crawler, client and saver write their own texts once they exist; until then what was
+    // read is written back.
+    text += FrameObjectText(kCrawlerFrame, crawler_piece_);
+    text += FrameObjectText(kHttpClientFrame, http_client_piece_);
+    text += FrameObjectText(kFileSaverFrame, file_saver_piece_);
+    return text;
+  });
+}
+
 void Task::Deserialize(std::string_view xml) {
-  // An empty text leaves the object as it is.
-  if (!xml.empty()) stored_form_ = std::string(xml);
+  ReportAs("Task.ISerializable_Deserialize(xml)", [&] {
+    std::string crawler = UnframeObjectText(xml, kCrawlerFrame);
+    std::string saver = UnframeObjectText(xml, kFileSaverFrame);
+    std::string client = UnframeObjectText(xml, kHttpClientFrame);
+    const std::string task = UnframeObjectText(xml, kTaskFrame);
+    if (!crawler.empty()) crawler_piece_ = std::move(crawler);
+    if (!saver.empty()) file_saver_piece_ = std::move(saver);
+    if (!client.empty()) http_client_piece_ = std::move(client);
+    if (!task.empty()) XmlSerializer().Deserialize(*this, task);
+  });
 }
 
 void Task::SetJob(const std::shared_ptr<Job>& job) {
@@ -180,6 +327,37 @@ DocSources& Task::GetDocSources() {
     }
     return doc_sources_.get();
   });
+}
+
+Docs& Task::GetDocs() {
+  if (!docs_) GetUnextractedDocs();
+  return *docs_;
+}
+
+void Task::GetUnextractedDocs() {
+  ReportAs("Task.GetUnextractedDocs", [&] {
+    auto job = GetJob();
+    auto rows = DTask().GetDownloadedDocs(job->JobId(), TaskId(), job->StartTime());
+    auto docs = std::make_unique<Docs>();
+    const auto self = Self();
+    for (; !rows->IsEOF(); rows->MoveNext()) {
+      const std::string id = (*rows)["doc_id"].Value().ToText();
+      const Variant& copied = (*rows)["copy_completion_time"].Value();
+      docs->Add(self, (*rows)["temp_uri"].Value().ToText(), (*rows)["uri"].Value().ToText(),
+                copied.IsNull() || copied.IsEmpty() ? DateTime() : copied.ToDate(), id, id);
+    }
+    docs_ = std::move(docs);
+  });
+}
+
+std::shared_ptr<MetaTask> Task::Metadata() {
+  if (!metadata_) {
+    metadata_ = MetaTask::Create();
+    metadata_->SetTaskId(TaskId());
+    metadata_->SetTaskName(task_name_);
+    metadata_->SetStartTime(start_time_);
+  }
+  return metadata_;
 }
 
 bool Task::Load(const std::string& Id) {
@@ -245,6 +423,268 @@ void Task::Delete() {
                   "during package execution.  Delete cancelled.");
     }
     DTask().Delete(TaskId());
+  });
+}
+
+// ---- the run ----------------------------------------------------------------------------------
+
+void Task::RaiseStatus(const std::string& status, bool& flgCancel) {
+  OnStatusChange.Emit(status, flgCancel);
+}
+
+std::string Task::Execute(std::string Uri, const std::string& SourceText,
+                          HttpClientPtr* AncestralHttpClient) {
+  // What the run holds (the download manager and its events) is released when it ends, also
+  // after a failure.
+  struct ReleaseAtEnd {
+    Task& task;
+    ~ReleaseAtEnd() { task.download_mgr_events_.clear(); }
+  } release{*this};
+  ReportAs("Task.Execute(URI,SourceText)", [&] {
+    // A fresh MetaTask: the one the package registered a moment ago is left behind.
+    docs_.reset();
+    metadata_.reset();
+    auto job = GetJob();
+    start_time_ = DateTime::Now();
+    Metadata()->SetStartTime(start_time_);
+    Metadata()->SetMetaJob(job->Metadata());
+    is_instance_ = true;
+    Save();
+
+    bool cancel = false;
+    if (!is_disabled_ && !RunSteps(Uri, SourceText, AncestralHttpClient, cancel)) return;
+
+    OnExtractionComplete.Emit();
+    complete_time_ = DateTime::Now();
+    Metadata()->SetCompleteTime(DateTime::Now());
+    Metadata()->SaveToMetabase();
+    Metadata()->GetMetaDocs().SaveAll();
+    OnExecuteComplete.Emit();
+    is_instance_ = false;
+  });
+  return {};
+}
+
+bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
+                    HttpClientPtr* AncestralHttpClient, bool& flgCancel) {
+  auto job = GetJob();
+  if (!Uri.empty() && !SourceText.empty()) {
+    throw Error(errnum::kUriAndSourceText, "Task.Execute",
+                "Both the URI and the SourceText Parameters were specified.  Please choose only "
+                "one or the other, or neither.");
+  }
+  if (!SourceText.empty()) {
+    // The text becomes a document like any other; its file stays.
+    Uri = Settings().GetOption("StringFileCreatePath").ToText() + CGUIDGen::NewGUID() + ".txt";
+    WriteUnicodeTextFile(Uri, SourceText);
+  }
+  if (!Uri.empty()) {
+    // An ad hoc source, neither saved nor added: the task's own sources sit this run out.
+    auto source = DocSource::Create();
+    source->SetTask(Self());
+    source->SetSourceType(SrcType::path);
+    source->SetSource(Uri);
+    source->SetIncludeSubFolders(false);
+    source->BuildDocTableFromURIList();
+  } else if (IsDownloadingKind(task_type_)) {
+    GetDocSources().CreateDocList(job->JobId(), TaskId(), job->StartTime());
+  }
+  // Clearing the root folder is the file saver's; with none there is no root folder to clear.
+
+  Settings().GetOption("DefaultDownloadPath");
+  const DownloadMgrPtr mgr = CreateDownloadMgr();
+  ListenToDownloadMgr(*mgr);
+  OnAllDownloadsBegin.Emit();
+  DoEvents();
+  // Inheriting the preceding task's session and telling the saver its task wait for the HTTP
+  // client and the file saver.
+
+  switch (task_type_) {
+    case TaskTypes::CrawlOnly: {
+      HttpClientPtr client = mgr->Crawl(Self(), save_as_template_, template_http_client_);
+      if (AncestralHttpClient) *AncestralHttpClient = std::move(client);
+      DoEvents();
+      OnAllDownloadsComplete.Emit();
+      break;
+    }
+    case TaskTypes::DownloadOnly:
+    case TaskTypes::DownloadAndExtract:
+      if (disable_local_file_copy_) {
+        mgr->DontDownloadDocs(job->JobId(), TaskId(), job->StartTime());
+      } else {
+        HttpClientPtr client =
+            mgr->DownloadDocs(job->JobId(), TaskId(), job->StartTime(), save_as_template_,
+                              template_http_client_, Method(), save_error_pages_);
+        if (AncestralHttpClient) *AncestralHttpClient = std::move(client);
+      }
+      DoEvents();
+      // The pair is raised here around nothing, and again around the real extraction.
+      OnAllDownloadsComplete.Emit();
+      OnExtractionBegin.Emit();
+      OnExtractionComplete.Emit();
+      break;
+    case TaskTypes::SQLStatement:
+      DoSQLTask();
+      break;
+    case TaskTypes::CmdLine:
+      DoCmdLineTask();
+      break;
+    default:
+      break;
+  }
+  if (data_page_id_.empty() || task_type_ != TaskTypes::DownloadAndExtract) return true;
+
+  RaiseStatus("Creating Database", flgCancel);
+  if (flgCancel) return false;
+  auto page = GetDataPage();
+  page->CreateDB(false, "", "", "");
+  if (clear_table_before_extraction_) {
+    RaiseStatus("Deleting Existing Data...", flgCancel);
+    if (flgCancel) return false;
+    page->DeleteExistingTableData();
+  }
+  OnExtractionBegin.Emit();
+  const DocPluginPtr plugin = CreateDocPlugin();
+  return ExtractDocs(*page, *plugin, flgCancel);
+}
+
+bool Task::ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel) {
+  const long count = GetDocs().Count();
+  for (long i = 1; i <= count; ++i) {
+    const DocPtr doc = GetDocs().Item(i);
+    page.SetDoc(doc);
+    const MetaDocPtr meta = Metadata()->GetMetaDocs().Add(doc->Metadata(), Metadata());
+    DoEvents();
+    const Status readable = doc->CheckReadable();
+    if (readable.Ok()) {
+      std::string text = doc->GetSrcText(plugin);
+      page.Extract(text, false);
+    } else {
+      // Nothing to extract: the document says why, and with no dataset counted its result is
+      // the lowest.
+      D_Doc().SaveDocument(doc->DocId(), {}, {}, {}, {}, {}, readable.Description());
+      meta->SetExtractionStart(DateTime::Now());
+      meta->SetExtractionComplete(DateTime::Now());
+    }
+    meta->SaveToMetabase();
+    RaiseStatus("Datapage Extraction Complete", flgCancel);
+    if (flgCancel) return false;
+  }
+  return true;
+}
+
+void Task::DoSQLTask() {
+  ReportAs("Task.DoSQLTask", [&] {
+    db::ConnectionPtr cn;
+    for (const auto& source : GetDocSources()) {
+      if (!cn) cn = db::Connection::Create();
+      cn->Open(source->ConnStr());
+      cn->Execute(source->Source());
+      cn->Close();
+    }
+  });
+}
+
+void Task::DoCmdLineTask() {
+  ReportAs("Task.DoCmdLineTask", [&] {
+    EventLoop& loop = EventLoop::Current();
+    for (const auto& source : GetDocSources()) {
+      // No time limit and no cancel: the host keeps running while the command does.
+      auto process = ChildProcess::StartCommandLine(source->Source());
+      while (process->IsRunning()) {
+        loop.DoEvents();
+        loop.WaitForActivity(std::chrono::milliseconds(100));
+      }
+    }
+  });
+}
+
+void Task::Validate() {
+  ReportAs("Task.Validate", [&] {
+    if (is_disabled_ || do_validation_ != 1) return;
+    bool ignored = false;  // the host's answer is not looked at while validating
+    if (!data_page_id_.empty()) {
+      auto page = GetDataPage();
+      RaiseStatus(
+          "Validating datapage " + page->DisplayName() + " in the task " + task_name_ + "...",
+          ignored);
+      DoEvents();
+      page->Validate();
+    } else if (task_type_ == TaskTypes::DownloadAndExtract) {
+      SetTaskType(TaskTypes::DownloadOnly);  // a task without a datapage downloads
+    }
+    if (GetDocSources().Count() < 1) {
+      throw Error(errnum::kNoDocSources, "Task.Validate",
+                  "There are no files or file sources listed for the task " + task_name_ + ".");
+    }
+    if (!IsDownloadingKind(task_type_)) return;
+    for (const auto& source : GetDocSources()) {
+      RaiseStatus("Validating files or file sources for the task " + task_name_ + "...", ignored);
+      DoEvents();
+      try {
+        source->UriList();
+      } catch (const Error& e) {
+        if (source->SourceType() == SrcType::path) throw;
+        throw Error(
+            errnum::kSqlSourceUnreachable, "Task.Validate",
+            "There was an issue connecting to the database or file that you specified as the "
+            "source of a file or url list for the task " +
+                task_name_ +
+                ".  Ensure that the database and table or file exists and that the user name and "
+                "password (if necessary) are correct.  Remember that if you are connecting to a "
+                "database that requires a password to check the 'Allow saving password' checkbox "
+                "on the Datalink properties dialog (don't worry, we encrypt it with AES-256).  If "
+                "you are connecting to the local instance of SQL server installed with the "
+                "product, the username is 'sa' and the password is 'quartzmeadows'.   The "
+                "connection string that you are using is: " +
+                source->ConnStr() + " Additional Error Info: " + e.Description());
+      }
+    }
+  });
+}
+
+std::shared_ptr<Task> Task::Copy() {
+  return ReportAs("Task.Copy", [&] {
+    auto job = GetJob();
+    auto copy = Task::Create();
+    copy->SetStep(job->GetTasks().GetMaxStep() + 1);
+    copy->SetClearRootFolderBeforeDownload(clear_root_folder_before_download_);
+    copy->SetClearTableBeforeExtraction(clear_table_before_extraction_);
+    copy->SetCrawlerAgent(crawler_agent_);
+    copy->crawler_piece_ = crawler_piece_;
+    copy->SetDataPageId(data_page_id_);
+    copy->SetDescription(description_);
+    copy->SetDisableLocalFileCopy(disable_local_file_copy_);
+    copy->SetDisplaySrcType(display_src_type_);
+    copy->SetDocCleanseMethod(doc_cleanse_method_);
+    copy->SetDocCleanseParams(doc_cleanse_params_);
+    copy->SetDocCleanseMethod2(doc_cleanse_method2_);
+    copy->SetDocCleanseParams2(doc_cleanse_params2_);
+    copy->SetInheritHttpClient(inherit_http_client_);
+    copy->SetMethod(method_);
+    copy->SetSaveAsTemplate(save_as_template_);
+    copy->file_saver_piece_ = file_saver_piece_;
+    copy->SetSaveErrorPages(save_error_pages_);
+    copy->SetTaskType(task_type_);
+    copy->SetTemplateHttpClient(template_http_client_);
+    copy->http_client_piece_ = http_client_piece_;
+    copy->SetThrottleWaitMSecs(throttle_wait_msecs_);
+    copy->SetTaskName("Copy of " + task_name_);
+    copy->SetJob(job);
+    for (const auto& source : GetDocSources()) {
+      auto twin = DocSource::Create();
+      twin->SetConnStr(source->ConnStr());
+      twin->SetDBName(source->DBName());
+      twin->SetIncludeSubFolders(source->IncludeSubFolders());
+      twin->SetSource(source->Source());
+      twin->SetSourceType(source->SourceType());
+      copy->GetDocSources().Add(twin, twin->DocSrcId());
+    }
+    // Saved and read back, the copy has objects of its own.
+    copy->Save();
+    copy->Load(copy->TaskId());
+    job->GetTasks().Add(copy);
+    return copy;
   });
 }
 

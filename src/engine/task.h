@@ -1,18 +1,29 @@
-// Task: one step of a package, as it is stored (`tasks`, and `task_instances` for a run).
+// Task: one step of a package. The same object is the stored definition (`tasks`) and, once
+// `Execute` has begun, the running instance (`task_instances`); `IsInstance` tells which.
 //
-// Only what the rules store keeps lives here: ids, names, step, flags, the document sources, the
-// owning package and the datapage (loaded on first use). The run (`Execute`, `Validate`) and the
-// task's own text form (the object XML inside `description`) belong to the package engine; until it
-// provides them, `Serialize` gives back the stored form as it was read, so a load and save keep it
-// intact.
+// The text form. A task keeps most of its settings in the `description` column as one text of up
+// to four framed pieces (infra/object_frame.h): "[!TSK!]" the object XML of the task (the
+// properties without columns of their own) "[iTSKi]", then "[!CRL!]" its crawler, "[!HTP!]" its
+// template HTTP client and "[!FIL!]" its file saver, each framed the same way. The crawler, client
+// and saver do not exist yet: their pieces are written empty, and a piece read from a stored text
+// is kept as it stands and written back unchanged.
+//
+// The run (`Execute`) queues the documents of the task's sources, has the download manager fetch
+// them, and for an extracting task creates the target tables and runs the datapage over every
+// downloaded document, recording each document's result; see `Execute`. The task listens to the
+// events of the datapage it holds and of the run's download manager and re-raises them.
 #pragma once
 
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "engine/download_manager.h"
 #include "infra/xml_serializer.h"
 #include "platform/date_time.h"
+#include "platform/error.h"
+#include "platform/signal.h"
 #include "platform/variant.h"
 
 namespace gw {
@@ -20,6 +31,9 @@ namespace gw {
 class Job;
 class DocSources;
 class DataPage;
+class Docs;
+class MetaTask;
+class IDocPlugin;
 
 // `TaskTypes`.
 enum class TaskTypes : int {
@@ -34,12 +48,57 @@ enum class TaskTypes : int {
 // `TaskSrcType`, remembered for the user interface only.
 enum class TaskSrcType : int { PathGroup = 0, SQLGroup = 1, DPageGroup = 2 };
 
+namespace errnum {
+inline constexpr ErrorNumber kUriAndSourceText = 0xAA931984;
+inline constexpr ErrorNumber kClearRootFolderFailed = 0x801380E9;
+inline constexpr ErrorNumber kNoDocSources = 0x8552A940;
+inline constexpr ErrorNumber kSqlSourceUnreachable = 0x81E33591;
+}  // namespace errnum
+
 class Task : public Object, public ISerializable {
  public:
   // A new task with a fresh `TaskId`.
   static std::shared_ptr<Task> Create();
   ~Task() override;
   std::string TypeName() const override { return "Task"; }
+  const PropertyTable* GetPropertyTable() const override;
+
+  // Runs the task once, in this order:
+  //  1. a fresh `Docs` and `Metadata` (start time now, tied to the package's `MetaJob`); the
+  //     instance row is written (`IsInstance` true);
+  //  2. unless disabled: `Uri` and `SourceText` both given fails with 0xAA931984; a
+  //     `SourceText` is written to "<StringFileCreatePath><new id>.txt" (UTF-16 with a byte-order
+  //     mark) and becomes the `Uri`; a `Uri` is queued alone, otherwise a downloading kind
+  //     queues its document sources;
+  //  3. the download manager fetches (or, with `DisableLocalFileCopy`, points the rows at their
+  //     sources), a crawl crawls, an SQL task runs its statements, a command-line task its
+  //     command lines; a downloading kind raises OnAllDownloadsComplete, OnExtractionBegin and
+  //     OnExtractionComplete here around nothing;
+  //  4. an extracting task with a datapage: status "Creating Database", `DataPage.CreateDB`,
+  //     with `ClearTableBeforeExtraction` status "Deleting Existing Data..." and the tables
+  //     emptied, OnExtractionBegin, then for each downloaded document its text through the
+  //     document plug-in (after cleansing) and `DataPage.Extract`, its result saved, and status
+  //     "Datapage Extraction Complete". A document whose text cannot be read at all (its file
+  //     vanished, is a folder, cannot be opened or is empty) is not extracted: the reason goes
+  //     to its `copy_completion_code` and its result is that of a document with no datasets;
+  //  5. OnExtractionComplete, completion time, the task's and documents' results saved,
+  //     OnExecuteComplete, `IsInstance` false.
+  // A status of steps 4 answered with flgCancel leaves at once: no completion, no results by
+  // dataset, `IsInstance` stays true. `AncestralHttpClient` (may be null) receives the session
+  // the downloads ended with. Failures unwind under "Task.Execute(URI,SourceText)" and leave
+  // `IsInstance` true. Returns "".
+  std::string Execute(std::string Uri = {}, const std::string& SourceText = {},
+                      HttpClientPtr* AncestralHttpClient = nullptr);
+  // Does nothing for a disabled task or when `DoValidation` is not 1. Otherwise validates the
+  // datapage (status "Validating datapage <name> in the task <task>..."); an extracting task
+  // without one becomes `DownloadOnly`. Fails with 0x8552A940 without document sources; for a
+  // downloading kind reads each source's list (status "Validating files or file sources for the
+  // task <task>..."): a path source's failure is raised as it is, an sql source's as 0x81E33591
+  // with an explanation and its description.
+  void Validate();
+  // A new task in the same package: next step, "Copy of <name>", the settings and the document
+  // sources copied (new ids); saved, loaded back and added to the package's tasks.
+  std::shared_ptr<Task> Copy();
 
   // Reads the definition: failure 0x8004041F ("The specified Task Id <id> does not exist.") when
   // there is no row, 0x80040420 when there are several. Columns are taken only when not null; the
@@ -53,8 +112,9 @@ class Task : public Object, public ISerializable {
   // the store's cascades take the document sources.
   void Delete();
 
-  // ISerializable: the stored text form (see the file comment).
-  std::string Serialize() override { return stored_form_; }
+  // ISerializable: the text form (see the file comment). `Deserialize` takes the pieces out
+  // whatever their order; an empty piece, or a text without markers, changes nothing.
+  std::string Serialize() override;
   void Deserialize(std::string_view xml) override;
 
   // ---- properties ----
@@ -74,7 +134,7 @@ class Task : public Object, public ISerializable {
   void SetThrottleWaitMSecs(std::int32_t v);
   // Trimmed and in capitals, both when set and when read.
   std::string Method() const;
-  void SetMethod(std::string_view v);
+  void SetMethod(const std::string& v);
   bool InheritHttpClient() const { return inherit_http_client_; }
   void SetInheritHttpClient(bool v);
   bool ClearTableBeforeExtraction() const { return clear_table_before_extraction_; }
@@ -123,6 +183,33 @@ class Task : public Object, public ISerializable {
   // The owning package: the one that holds this task, or, for a task loaded on its own, the
   // package of its job id, loaded on first use.
   std::shared_ptr<Job> GetJob();
+  // The run's documents ready for extraction, read on first use from the store (those of this
+  // run with a local copy), keyed by document id.
+  Docs& GetDocs();
+  // This run's metadata, made on first use with the task's id, name and start time.
+  std::shared_ptr<MetaTask> Metadata();
+  // How downloaded files are written, the crawler, and the session template. Their classes do not
+  // exist yet: null unless set.
+  const ObjectPtr& SaveAsTemplate() const { return save_as_template_; }
+  void SetSaveAsTemplate(ObjectPtr v) { save_as_template_ = std::move(v); }
+  const ObjectPtr& CrawlerAgent() const { return crawler_agent_; }
+  void SetCrawlerAgent(ObjectPtr v) { crawler_agent_ = std::move(v); }
+  const HttpClientPtr& TemplateHttpClient() const { return template_http_client_; }
+  void SetTemplateHttpClient(HttpClientPtr v) { template_http_client_ = std::move(v); }
+
+  // ---- events ----
+  Signal<long, long> OnMajorProgressChange;  // (ChangeAmount, ProgressMax)
+  Signal<long, long> OnMinorProgressChange;
+  // (Status, flgCancel): the host sets flgCancel to ask for a stop; the download manager's and
+  // datapage's statuses pass through with their caller's flag.
+  Signal<const std::string&, bool&> OnStatusChange;
+  Signal<> OnAllDownloadsComplete;
+  Signal<> OnAllDownloadsBegin;
+  Signal<> OnDatapageExtractBegin;
+  Signal<> OnDatapageExtractComplete;
+  Signal<> OnExtractionBegin;
+  Signal<> OnExtractionComplete;
+  Signal<> OnExecuteComplete;
 
   // ---- inside the library ----
   void SetJob(const std::shared_ptr<Job>& job);
@@ -133,6 +220,21 @@ class Task : public Object, public ISerializable {
  private:
   Task();
   void Touch() { is_dirty_ = true; }
+  std::shared_ptr<Task> Self() { return std::static_pointer_cast<Task>(shared_from_this()); }
+  // Raises a status of `Execute` itself with the run's flag.
+  void RaiseStatus(const std::string& status, bool& flgCancel);
+  // Holds `page` and listens to its events.
+  void HoldDataPage(std::shared_ptr<DataPage> page);
+  // Listens to the run's download manager.
+  void ListenToDownloadMgr(IDownloadMgr& mgr);
+  // Steps 2 to 4 of `Execute`; false when a status was answered with flgCancel.
+  bool RunSteps(std::string& Uri, const std::string& SourceText, HttpClientPtr* AncestralHttpClient,
+                bool& flgCancel);
+  // The document loop; false when cancelled.
+  bool ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel);
+  void GetUnextractedDocs();
+  void DoSQLTask();
+  void DoCmdLineTask();
 
   std::string task_id_;
   std::string job_id_;
@@ -157,10 +259,18 @@ class Task : public Object, public ISerializable {
   std::string complete_code_;
   bool is_dirty_ = false;
   bool is_instance_ = false;
-  std::string stored_form_;
+  // The crawler, client and saver pieces of a stored text, kept until their classes exist.
+  std::string crawler_piece_, http_client_piece_, file_saver_piece_;
+  ObjectPtr save_as_template_, crawler_agent_;
+  HttpClientPtr template_http_client_;
 
   std::unique_ptr<DocSources> doc_sources_;
+  std::unique_ptr<Docs> docs_;
+  std::shared_ptr<MetaTask> metadata_;
   std::shared_ptr<DataPage> data_page_;
+  std::vector<ScopedConnection> data_page_events_;
+  std::vector<ScopedConnection> download_mgr_events_;
+  long download_progress_max_ = 0;   // the download manager's last ProgressMax
   std::weak_ptr<Job> job_;           // the package that holds this task
   std::shared_ptr<Job> loaded_job_;  // a package loaded for a task that stands alone
 };

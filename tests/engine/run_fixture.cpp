@@ -1,0 +1,189 @@
+#include "engine/run_fixture.h"
+
+#include "acquire/components.h"
+#include "design/components.h"
+#include "extraction/attrib.h"
+#include "extraction/data_page.h"
+#include "extraction/entity.h"
+#include "platform/db/connection.h"
+#include "platform/db/recordset.h"
+#include "rules/settings.h"
+
+namespace gw::engine_test {
+
+namespace {
+
+AttribPtr AddField(const EntityPtr& e, const std::string& column, std::int16_t step,
+                   const std::string& start, const std::string& end, bool optional = false) {
+  auto a = Attrib::Create();
+  a->SetColumnName(column);
+  a->SetStep(step);
+  a->SetStartTag(start);
+  a->SetEndTag(end);
+  a->SetIsOptional(optional);
+  a->SetColumnSize(100);
+  e->GetAttributes().Add(a, a->Id());
+  return a;
+}
+
+std::vector<std::string> RowsOf(db::Recordset& rs) {
+  std::vector<std::string> rows;
+  for (; !rs.IsEOF(); rs.MoveNext()) {
+    std::string row;
+    for (long k = 0; k < rs.GetFields().Count(); ++k) {
+      if (k > 0) row += "|";
+      const Variant& v = rs.GetFields()[k].Value();
+      row += v.IsNull() ? "NULL" : v.ToText();
+    }
+    rows.push_back(row);
+  }
+  return rows;
+}
+
+}  // namespace
+
+long EventLog::Count(const std::string& event) const {
+  long n = 0;
+  for (const auto& e : events) n += e == event;
+  return n;
+}
+
+RunTest::RunTest()
+    : target_(home_.Path() / "target.sqlite"),
+      target_cn_("Provider=SQLite;Data Source=" + target_.string()) {
+  RegisterDesignComponents();
+  RegisterAcquireComponents();
+  Settings settings;
+  settings.PutOption("DefaultDownloadPath", Variant((home_.Path() / "downloads").string() + "/"),
+                     DataType::Str);
+  std::filesystem::create_directories(home_.Path() / "strings");
+  settings.PutOption("StringFileCreatePath", Variant((home_.Path() / "strings").string() + "/"),
+                     DataType::Str);
+}
+
+std::string RunTest::SaveListingPage() {
+  auto page = DataPage::Create();
+  page->SetDisplayName("Listing");
+  auto items = Entity::Create();
+  page->RootEntities().Add(items, items->Id());
+  items->SetEntityName("items");
+  items->SetTableName("items");
+  items->SetInitString("<li class=item>");
+  items->SetDBConnStr(target_cn_);
+  items->SetOnPageOrder(1);
+  AddField(items, "name", 1, "<b>", "</b>");
+  AddField(items, "note", 2, "<i>", "</i>", /*optional=*/true);
+  auto tags = Entity::Create();
+  items->ChildrenOnPage().Add(tags, tags->Id());
+  tags->SetEntityName("tags");
+  tags->SetTableName("tags");
+  tags->SetInitString("<span>");
+  tags->SetDBConnStr(target_cn_);
+  tags->SetOnPageOrder(1);
+  AddField(tags, "tag", 1, "<span>", "</span>");
+  page->Save();
+  for (const auto& e : {items, tags}) {
+    e->Save();
+    for (const auto& a : e->GetAttributes()) a->Save();
+  }
+  return page->Id();
+}
+
+JobPtr RunTest::NewJob(const std::string& name) {
+  auto job = Job::Create();
+  job->SetJobName(name);
+  job->Save();
+  return job;
+}
+
+TaskPtr RunTest::AddTask(const JobPtr& job, const std::string& name, std::int32_t step,
+                         TaskTypes type, const std::string& page_id) {
+  auto task = Task::Create();
+  task->SetTaskName(name);
+  task->SetStep(step);
+  task->SetTaskType(type);
+  task->SetDataPageId(page_id);
+  job->GetTasks().Add(task);
+  return task;
+}
+
+DocSourcePtr RunTest::AddSource(const TaskPtr& task, const std::string& source, SrcType type,
+                                const std::string& cn_str) {
+  auto s = DocSource::Create();
+  s->SetSourceType(type);
+  s->SetSource(source);
+  s->SetConnStr(cn_str);
+  task->GetDocSources().Add(s, s->DocSrcId());
+  return s;
+}
+
+std::string RunTest::ListingHtml(const std::vector<Item>& items) {
+  std::string html = "<html><body><ul>\n";
+  for (const auto& item : items) {
+    html += "<li class=item><b>" + item.name + "</b>";
+    if (!item.note.empty()) html += "<i>" + item.note + "</i>";
+    for (const auto& tag : item.tags) html += "<span>" + tag + "</span>";
+    html += "</li>\n";
+  }
+  return html + "</ul></body></html>\n";
+}
+
+std::vector<std::string> RunTest::TargetRows(const std::string& sql) {
+  auto cn = db::Connection::Create();
+  cn->Open(target_cn_);
+  return RowsOf(*cn->Execute(sql));
+}
+
+std::vector<std::string> RunTest::RulesRows(const std::string& sql,
+                                            const std::vector<Variant>& params) {
+  return RowsOf(*Open()->Execute(sql, params));
+}
+
+void RunTest::Listen(Job& job, EventLog& log) {
+  auto& c = log.connections;
+  auto* events = &log.events;
+  c.emplace_back(job.OnStatusChange.Connect(
+      [events](const std::string& s, bool&) { events->push_back("status:" + s); }));
+  c.emplace_back(job.OnMajorProgressChange.Connect([events](long change, long max) {
+    events->push_back("major:" + std::to_string(change) + "/" + std::to_string(max));
+  }));
+  c.emplace_back(job.OnAllDownloadsBegin.Connect([events] { events->push_back("downloads"); }));
+  c.emplace_back(job.OnAllDownloadsComplete.Connect([events] { events->push_back("downloaded"); }));
+  c.emplace_back(job.OnDatapageExtractBegin.Connect([events] { events->push_back("page begin"); }));
+  c.emplace_back(
+      job.OnDatapageExtractComplete.Connect([events] { events->push_back("page complete"); }));
+  c.emplace_back(
+      job.OnTaskExtractionBegin.Connect([events] { events->push_back("extraction begin"); }));
+  c.emplace_back(
+      job.OnTaskExtractionComplete.Connect([events] { events->push_back("extraction complete"); }));
+  c.emplace_back(
+      job.OnTaskExecuteComplete.Connect([events] { events->push_back("task complete"); }));
+  c.emplace_back(job.OnJobExecuteBegin.Connect(
+      [events](const std::string&, const DateTime&) { events->push_back("job begin"); }));
+  c.emplace_back(job.OnJobExecuteComplete.Connect(
+      [events](const std::string&, const DateTime&) { events->push_back("job complete"); }));
+}
+
+void RunTest::Listen(Task& task, EventLog& log) {
+  auto& c = log.connections;
+  auto* events = &log.events;
+  c.emplace_back(task.OnStatusChange.Connect(
+      [events](const std::string& s, bool&) { events->push_back("status:" + s); }));
+  c.emplace_back(task.OnMajorProgressChange.Connect([events](long change, long max) {
+    events->push_back("major:" + std::to_string(change) + "/" + std::to_string(max));
+  }));
+  c.emplace_back(task.OnAllDownloadsBegin.Connect([events] { events->push_back("downloads"); }));
+  c.emplace_back(
+      task.OnAllDownloadsComplete.Connect([events] { events->push_back("downloaded"); }));
+  c.emplace_back(
+      task.OnDatapageExtractBegin.Connect([events] { events->push_back("page begin"); }));
+  c.emplace_back(
+      task.OnDatapageExtractComplete.Connect([events] { events->push_back("page complete"); }));
+  c.emplace_back(
+      task.OnExtractionBegin.Connect([events] { events->push_back("extraction begin"); }));
+  c.emplace_back(
+      task.OnExtractionComplete.Connect([events] { events->push_back("extraction complete"); }));
+  c.emplace_back(task.OnExecuteComplete.Connect([events] { events->push_back("task complete"); }));
+}
+
+}  // namespace gw::engine_test

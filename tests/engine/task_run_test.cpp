@@ -1,0 +1,374 @@
+// Task runs: documents from their sources into a SQLite target, with the run history.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+
+#include "engine/doc.h"
+#include "engine/meta/meta_job.h"
+#include "engine/meta/meta_task.h"
+#include "engine/run_fixture.h"
+#include "platform/db/connection.h"
+#include "platform/event_loop.h"
+#include "rules/package_data_access.h"
+
+namespace gw::engine_test {
+namespace {
+
+using testing::CaughtError;
+using testing::ReadFile;
+using testing::WriteFile;
+namespace fs = std::filesystem;
+
+class TaskRunTest : public RunTest {
+ protected:
+  // A package with one extracting task over `source`.
+  TaskPtr ExtractingTask(const std::string& source) {
+    job_ = NewJob("Listing run");
+    auto task = AddTask(job_, "Extract", 1, TaskTypes::DownloadAndExtract, SaveListingPage());
+    AddSource(task, source);
+    job_->SaveAll();
+    return task;
+  }
+  // Starts a run of the package the way `Job::Execute` does, without running its tasks.
+  void BeginRun() {
+    job_->SetIsInstance(true);
+    job_->SetStartTime(DateTime::Now());
+    job_->Save();
+    auto meta = job_->Metadata();
+    meta->SetJobId(job_->JobId());
+    meta->SetJobName(job_->JobName());
+    meta->SetJobStartTime(job_->StartTime());
+  }
+  std::vector<std::string> Docs(const std::string& columns) {
+    return RulesRows("SELECT " + columns + " FROM task_instance_docs ORDER BY rowid");
+  }
+  // The id of the success code that `level` gives a determinant of `pct`.
+  std::string CodeFor(const std::string& level, int pct) {
+    return RulesRows("SELECT " + level + "_success_code_id FROM " + level +
+                         "_success_codes WHERE ? >= min_determinant AND ? < max_determinant",
+                     {Variant(pct), Variant(pct)})
+        .at(0);
+  }
+
+  JobPtr job_;
+};
+
+TEST_F(TaskRunTest, AnExtractingTaskFillsTheTargetAndTheRunHistory) {
+  const std::string p1 = ListingHtml({{"Alpha", "first", {"x", "y"}}, {"Beta", "", {}}});
+  const std::string p2 = ListingHtml({{"Gamma", "", {"z"}}});
+  WriteFile(docs_ / "p1.htm", p1);
+  WriteFile(docs_ / "p2.htm", p2);
+  WriteFile(docs_ / "sub" / "p3.htm", ListingHtml({{"Hidden", "", {}}}));
+  auto task = ExtractingTask(docs_.Path().string());
+  EventLog log;
+  Listen(*job_, log);
+
+  job_->Execute();
+
+  EXPECT_EQ(TargetRows("SELECT name, note FROM items ORDER BY rowid"),
+            (std::vector<std::string>{"Alpha|first", "Beta|NULL", "Gamma|NULL"}));
+  EXPECT_EQ(TargetRows("SELECT tag FROM tags ORDER BY rowid"),
+            (std::vector<std::string>{"x", "y", "z"}));
+
+  // Each document was copied, extracted from the copy, and has its result.
+  const auto docs = Docs("uri, copy_completion_code, copy_try_count, temp_uri");
+  ASSERT_EQ(docs.size(), 2u);
+  const std::string copies = (home_.Path() / "downloads" / job_->JobId()).string();
+  EXPECT_EQ(docs[0].rfind((docs_ / "p1.htm").string() + "|Success|1|" + copies, 0), 0u) << docs[0];
+  EXPECT_EQ(docs[1].rfind((docs_ / "p2.htm").string() + "|Success|1|" + copies, 0), 0u) << docs[1];
+  const std::string copy1 = docs[0].substr(docs[0].rfind('|') + 1);
+  EXPECT_EQ(ReadFile(copy1).rfind("<HTML>", 0), 0u) << "the copy was cleansed";
+  EXPECT_EQ(ReadFile(docs_ / "p1.htm"), p1) << "the user's file was not";
+  const std::string doc_code = CodeFor("doc", 100);
+  EXPECT_EQ(Docs("extraction_completion_code, doc_start_time IS NOT NULL, "
+                 "doc_completion_time IS NOT NULL"),
+            (std::vector<std::string>{doc_code + "|1|1", doc_code + "|1|1"}));
+  // One result per dataset and document. (A nested dataset's counters start again with every
+  // row of its parent, so only the root's counts say much.)
+  const std::string ent_code = CodeFor("entity", 100);
+  EXPECT_EQ(RulesRows("SELECT e.entity_name, r.ent_occur_count, r.ent_extract_count, "
+                      "r.success_code FROM task_inst_doc_results_by_ent r JOIN entities e ON "
+                      "e.entity_id = r.entity_id JOIN task_instance_docs d ON d.doc_id = r.doc_id "
+                      "WHERE e.entity_name = 'items' ORDER BY d.rowid"),
+            (std::vector<std::string>{"items|2|2|" + ent_code, "items|1|1|" + ent_code}));
+  EXPECT_EQ(RulesRows("SELECT COUNT(*) FROM task_inst_doc_results_by_ent r JOIN entities e ON "
+                      "e.entity_id = r.entity_id WHERE e.entity_name = 'tags'"),
+            (std::vector<std::string>{"2"}));
+  EXPECT_EQ(RulesRows("SELECT task_completion_time IS NOT NULL, completion_code FROM "
+                      "task_instances"),
+            (std::vector<std::string>{"1|" + CodeFor("task", 100)}));
+  EXPECT_EQ(RulesRows("SELECT job_completion_time IS NOT NULL, completion_code FROM "
+                      "job_instances"),
+            (std::vector<std::string>{"1|" + CodeFor("job", 100)}));
+  EXPECT_FALSE(task->IsInstance());
+
+  // The datapage's completion reaches the host as a second begin, per document.
+  EXPECT_EQ(log.Count("page begin"), 4);
+  EXPECT_EQ(log.Count("page complete"), 0);
+  // The pair around nothing, then around the documents.
+  EXPECT_EQ(log.Count("extraction begin"), 2);
+  EXPECT_EQ(log.Count("extraction complete"), 2);
+  EXPECT_TRUE(log.Has("status:Creating Database"));
+  EXPECT_EQ(log.Count("status:Datapage Extraction Complete"), 2);
+  // Fetching weighs 1 and extracting 3, against four times the manager's range.
+  EXPECT_EQ(log.Count("major:1/40"), 2);
+  EXPECT_EQ(log.Count("major:3/40"), 2);
+}
+
+TEST_F(TaskRunTest, DocumentsThatCannotBeReadDoNotStopTheRun) {
+  WriteFile(docs_ / "a_good.htm", ListingHtml({{"Good", "", {}}}));
+  WriteFile(docs_ / "b_vanishes.htm", ListingHtml({{"Never", "", {}}}));
+  WriteFile(docs_ / "c_empty.htm", "");
+  // Declared UTF-8, written in a Latin set (é is the same byte in all of them).
+  WriteFile(docs_ / "d_latin.htm",
+            "<meta charset=utf-8>" + ListingHtml({{"Caf\xE9", "\xE9t\xE9", {}}}));
+  WriteFile(docs_ / "e_folder.htm", ListingHtml({{"Replaced", "", {}}}));
+  auto task = ExtractingTask(docs_.Path().string());
+  task->SetDisableLocalFileCopy(true);  // the files are read where they are
+  job_->SaveAll();
+  // Between queuing and extraction one file goes, and another becomes a folder.
+  ScopedConnection vanish = task->OnAllDownloadsComplete.Connect([&] {
+    fs::remove(docs_ / "b_vanishes.htm");
+    fs::remove(docs_ / "e_folder.htm");
+    fs::create_directories(docs_ / "e_folder.htm");
+  });
+
+  job_->Execute();
+
+  EXPECT_EQ(TargetRows("SELECT name, note FROM items ORDER BY rowid"),
+            (std::vector<std::string>{"Good|NULL", "Caf\xC3\xA9|\xC3\xA9t\xC3\xA9"}));
+  const std::string full = CodeFor("doc", 100), none = CodeFor("doc", 0);
+  EXPECT_EQ(Docs("copy_completion_code, extraction_completion_code"),
+            (std::vector<std::string>{"Queued|" + full,
+                                      "The document " + (docs_ / "b_vanishes.htm").string() +
+                                          " could not be read: the file does not exist.|" + none,
+                                      "The document " + (docs_ / "c_empty.htm").string() +
+                                          " is empty: there is nothing to extract.|" + none,
+                                      "Queued|" + full,
+                                      "The document " + (docs_ / "e_folder.htm").string() +
+                                          " could not be read: it is a folder.|" + none}));
+  EXPECT_EQ(RulesRows("SELECT job_completion_time IS NOT NULL FROM job_instances"),
+            (std::vector<std::string>{"1"}));
+  // With copies switched off the sources themselves are cleansed.
+  EXPECT_EQ(ReadFile(docs_ / "a_good.htm").rfind("<HTML>", 0), 0u);
+}
+
+TEST_F(TaskRunTest, UnreadableFilesAreNotCopiedAndSaySo) {
+  if (::geteuid() == 0) GTEST_SKIP() << "permissions do not bind the superuser";
+  WriteFile(docs_ / "a.htm", ListingHtml({{"A", "", {}}}));
+  WriteFile(docs_ / "secret.htm", ListingHtml({{"S", "", {}}}));
+  auto task = ExtractingTask((docs_ / "secret.htm").string());
+  AddSource(task, (docs_ / "a.htm").string());
+  job_->SaveAll();
+  fs::permissions(docs_ / "secret.htm", fs::perms::none);
+  job_->Execute();
+  EXPECT_EQ(TargetRows("SELECT name FROM items"), (std::vector<std::string>{"A"}));
+  const auto docs = Docs("copy_completion_code, copy_try_count");
+  ASSERT_EQ(docs.size(), 2u);
+  EXPECT_NE(docs[0].find("Permission denied"), std::string::npos) << docs[0];
+  EXPECT_EQ(docs[1], "Success|1");
+}
+
+TEST_F(TaskRunTest, BothCleansingPassesRewriteTheCopyBeforeItIsRead) {
+  WriteFile(docs_ / "a.htm", ListingHtml({{"Alpha", "remark", {"t"}}}));
+  auto task = ExtractingTask(docs_.Path().string());
+  // The second pass works on what the first one wrote.
+  task->SetDocCleanseMethod("replace");
+  task->SetDocCleanseParams("Alpha,Omega<i>gone</i>");
+  task->SetDocCleanseMethod2("REMOVETAGS");
+  task->SetDocCleanseParams2("<i>,</i>");
+  job_->SaveAll();
+  job_->Execute();
+  EXPECT_EQ(TargetRows("SELECT name, note FROM items"), (std::vector<std::string>{"Omega|NULL"}));
+  EXPECT_EQ(ReadFile(docs_ / "a.htm"), ListingHtml({{"Alpha", "remark", {"t"}}}));
+}
+
+TEST_F(TaskRunTest, ClearingTheTablesFirstKeepsOneRunsRows) {
+  WriteFile(docs_ / "a.htm", ListingHtml({{"Alpha", "", {"t"}}}));
+  auto task = ExtractingTask(docs_.Path().string());
+  job_->Execute();
+  job_->Execute();
+  EXPECT_EQ(TargetRows("SELECT COUNT(*) FROM items"), (std::vector<std::string>{"2"}));
+  task->SetClearTableBeforeExtraction(true);
+  EventLog log;
+  Listen(*job_, log);
+  job_->Execute();
+  EXPECT_EQ(TargetRows("SELECT COUNT(*) FROM items"), (std::vector<std::string>{"1"}));
+  EXPECT_EQ(TargetRows("SELECT COUNT(*) FROM tags"), (std::vector<std::string>{"1"}));
+  EXPECT_TRUE(log.Has("status:Deleting Existing Data..."));
+
+  // A cancel answered there leaves the tables as they were.
+  ScopedConnection cancel = task->OnStatusChange.Connect([](const std::string& s, bool& c) {
+    if (s == "Deleting Existing Data...") c = true;
+  });
+  job_->Execute();
+  EXPECT_EQ(TargetRows("SELECT COUNT(*) FROM items"), (std::vector<std::string>{"1"}));
+}
+
+TEST_F(TaskRunTest, BothUriAndSourceTextFailAfterTheInstanceRowIsWritten) {
+  auto task = ExtractingTask(docs_.Path().string());
+  BeginRun();
+  const Error e = CaughtError([&] { task->Execute("/x.htm", "<li class=item><b>A</b>"); });
+  EXPECT_EQ(e.Number(), 0xAA931984u);
+  EXPECT_EQ(e.Description(),
+            "Both the URI and the SourceText Parameters were specified.  Please choose only one "
+            "or the other, or neither.");
+  EXPECT_EQ(RulesRows("SELECT task_completion_time FROM task_instances"),
+            (std::vector<std::string>{"NULL"}));
+  EXPECT_TRUE(Docs("doc_id").empty());
+  EXPECT_TRUE(task->IsInstance()) << "a failed run stays an instance";
+}
+
+TEST_F(TaskRunTest, SourceTextBecomesAFileThatStays) {
+  auto task = ExtractingTask("/nowhere/at/all");
+  BeginRun();
+  task->Execute({}, ListingHtml({{"From text", "", {"t"}}}));
+  EXPECT_EQ(TargetRows("SELECT name FROM items"), (std::vector<std::string>{"From text"}));
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(home_.Path() / "strings")) {
+    files.push_back(entry.path());
+  }
+  ASSERT_EQ(files.size(), 1u);
+  EXPECT_EQ(files[0].extension(), ".txt");
+  // Written as Unicode text; the task's own source was not queued.
+  EXPECT_EQ(ReadFile(files[0]).substr(0, 2), "\xFF\xFE");
+  EXPECT_EQ(Docs("uri"), (std::vector<std::string>{files[0].string()}));
+}
+
+TEST_F(TaskRunTest, AUriStandsInForTheTasksSources) {
+  WriteFile(docs_ / "one.htm", ListingHtml({{"One", "", {}}}));
+  WriteFile(docs_ / "two.htm", ListingHtml({{"Two", "", {}}}));
+  auto task = ExtractingTask(docs_.Path().string());
+  BeginRun();
+  task->Execute((docs_ / "two.htm").string());
+  EXPECT_EQ(TargetRows("SELECT name FROM items"), (std::vector<std::string>{"Two"}));
+}
+
+TEST_F(TaskRunTest, ADisabledTaskStillLeavesItsTraces) {
+  WriteFile(docs_ / "one.htm", ListingHtml({{"One", "", {}}}));
+  auto task = ExtractingTask(docs_.Path().string());
+  task->SetIsDisabled(true);
+  BeginRun();
+  EventLog log;
+  Listen(*task, log);
+  task->Execute();
+  EXPECT_EQ(log.events, (std::vector<std::string>{"extraction complete", "task complete"}));
+  EXPECT_EQ(RulesRows("SELECT task_completion_time IS NOT NULL, completion_code FROM "
+                      "task_instances"),
+            (std::vector<std::string>{"1|" + CodeFor("task", 100)}));
+  EXPECT_TRUE(Docs("doc_id").empty());
+  EXPECT_FALSE(fs::exists(target_)) << "no database was made";
+}
+
+TEST_F(TaskRunTest, NoDocumentsStillMakesTheTablesAndFinishes) {
+  fs::create_directories(docs_ / "empty");
+  auto task = ExtractingTask((docs_ / "empty").string());
+  BeginRun();
+  EventLog log;
+  Listen(*task, log);
+  task->Execute();
+  EXPECT_TRUE(TargetRows("SELECT name FROM items").empty()) << "the table exists";
+  EXPECT_TRUE(log.Has("task complete"));
+  EXPECT_EQ(log.Count("extraction begin"), 2);
+  EXPECT_FALSE(task->IsInstance());
+}
+
+TEST_F(TaskRunTest, CancellingAtTheFirstDocumentLeavesTheOthersUntouched) {
+  for (const char* name : {"a.htm", "b.htm", "c.htm"}) {
+    WriteFile(docs_ / name, ListingHtml({{name, "", {}}}));
+  }
+  auto task = ExtractingTask(docs_.Path().string());
+  BeginRun();
+  EventLog log;
+  Listen(*task, log);
+  ScopedConnection cancel = task->OnStatusChange.Connect([](const std::string& s, bool& c) {
+    if (s == "Datapage Extraction Complete") c = true;
+  });
+  task->Execute();
+  EXPECT_EQ(TargetRows("SELECT name FROM items"), (std::vector<std::string>{"a.htm"}));
+  EXPECT_EQ(Docs("doc_start_time IS NOT NULL"), (std::vector<std::string>{"1", "0", "0"}));
+  EXPECT_EQ(RulesRows("SELECT COUNT(*) FROM task_inst_doc_results_by_ent"),
+            (std::vector<std::string>{"0"}));
+  EXPECT_EQ(RulesRows("SELECT task_completion_time FROM task_instances"),
+            (std::vector<std::string>{"NULL"}));
+  EXPECT_TRUE(task->IsInstance());
+  EXPECT_FALSE(log.Has("task complete"));
+}
+
+TEST_F(TaskRunTest, CancellingAtCreatingTheDatabaseMakesNoTables) {
+  WriteFile(docs_ / "a.htm", ListingHtml({{"A", "", {}}}));
+  auto task = ExtractingTask(docs_.Path().string());
+  BeginRun();
+  ScopedConnection cancel = task->OnStatusChange.Connect([](const std::string& s, bool& c) {
+    if (s == "Creating Database") c = true;
+  });
+  task->Execute();
+  EXPECT_FALSE(fs::exists(target_));
+  EXPECT_EQ(Docs("copy_completion_code"), (std::vector<std::string>{"Success"}));
+}
+
+TEST_F(TaskRunTest, ATaskWithoutADatapageDownloadsOnceValidated) {
+  job_ = NewJob("No page");
+  auto task = AddTask(job_, "Fetch", 1, TaskTypes::DownloadAndExtract);
+  AddSource(task, docs_.Path().string());
+  job_->SaveAll();
+  task->Validate();
+  EXPECT_EQ(task->TaskType(), TaskTypes::DownloadOnly);
+  task->Save();
+  auto loaded = Task::Create();
+  loaded->Load(task->TaskId());
+  EXPECT_EQ(loaded->TaskType(), TaskTypes::DownloadOnly);
+}
+
+TEST_F(TaskRunTest, ValidationTexts) {
+  job_ = NewJob("Checks");
+  auto task = AddTask(job_, "Lonely", 1, TaskTypes::CmdLine);
+  job_->SaveAll();
+  Error e = CaughtError([&] { task->Validate(); });
+  EXPECT_EQ(e.Number(), 0x8552A940u);
+  EXPECT_EQ(e.Description(), "There are no files or file sources listed for the task Lonely.");
+  task->SetDoValidation(0);
+  EXPECT_NO_THROW(task->Validate());
+
+  auto sql = AddTask(job_, "Query", 2, TaskTypes::DownloadOnly);
+  AddSource(sql, "SELECT uri FROM nowhere", SrcType::sql, target_cn_);
+  e = CaughtError([&] { sql->Validate(); });
+  EXPECT_EQ(e.Number(), 0x81E33591u);
+  EXPECT_EQ(e.Description().rfind("There was an issue connecting to the database or file that "
+                                  "you specified as the source of a file or url list for the "
+                                  "task Query.  Ensure",
+                                  0),
+            0u);
+  EXPECT_NE(e.Description().find("The connection string that you are using is: " + target_cn_ +
+                                 " Additional Error Info: "),
+            std::string::npos);
+}
+
+TEST_F(TaskRunTest, StatementsAndCommandLines) {
+  job_ = NewJob("Chores");
+  auto sql = AddTask(job_, "Prepare", 1, TaskTypes::SQLStatement);
+  AddSource(sql, "CREATE TABLE chores (what TEXT)", SrcType::path, target_cn_);
+  AddSource(sql, "INSERT INTO chores VALUES ('swept')", SrcType::path, target_cn_);
+  auto cmd = AddTask(job_, "Shell", 2, TaskTypes::CmdLine);
+  const fs::path marker = docs_ / "ran.txt";
+  AddSource(cmd, "sleep 0.3; echo done > '" + marker.string() + "'");
+  job_->SaveAll();
+  BeginRun();
+
+  sql->Execute();
+  EXPECT_EQ(TargetRows("SELECT what FROM chores"), (std::vector<std::string>{"swept"}));
+  // The host keeps running while the command does.
+  int ticks = 0;
+  const auto timer =
+      EventLoop::Current().StartTimer(std::chrono::milliseconds(20), [&] { ++ticks; });
+  cmd->Execute();
+  EventLoop::Current().StopTimer(timer);
+  EXPECT_EQ(ReadFile(marker), "done\n");
+  EXPECT_GE(ticks, 3);
+  EXPECT_TRUE(Docs("doc_id").empty()) << "no documents take part";
+}
+
+}  // namespace
+}  // namespace gw::engine_test
