@@ -1,15 +1,40 @@
 // gleanwright init: creates the rules database if it is not there, loads its schema and
-// reference rows, and applies the upgrade. Running it again changes nothing.
+// reference rows, applies the upgrade, and gives the path settings of runs a value below
+// $GLEANWRIGHT_HOME when they have none. Running it again changes nothing.
+#include <filesystem>
 #include <iostream>
 
 #include "commands.h"
 #include "platform/db/connection.h"
+#include "platform/paths.h"
 #include "rules/connection_string.h"
 #include "rules/rules_schema.h"
+#include "rules/settings.h"
 #include "rules_listing.h"
 
 namespace gw::app {
 namespace {
+
+// The folders runs write into: downloaded copies, and the files made of a run's source text.
+// A value a user has set is left alone.
+void EnsurePathSettings(const std::string& cn_str) {
+  Settings settings(cn_str);
+  const std::pair<const char*, const char*> paths[] = {
+      {"DefaultDownloadPath", "downloads"},
+      {"StringFileCreatePath", "strings"},
+  };
+  for (const auto& [name, folder] : paths) {
+    std::string value = settings.GetOption(name).ToText();
+    if (value.empty()) {
+      // With its separator: a run appends the file name to it as it stands.
+      value = (HomeDir() / folder).string() + "/";
+      settings.PutOption(name, Variant(value), DataType::Str);
+      std::cout << "Set " << name << " to " << value << "\n";
+    }
+    std::error_code ec;
+    std::filesystem::create_directories(value, ec);
+  }
+}
 
 int RunInit() {
   const std::string cn_str = modConnectionString::GetCnStr();
@@ -32,6 +57,7 @@ int RunInit() {
   } else {
     for (const auto& step : steps) std::cout << "Applied the upgrade step " << step << ".\n";
   }
+  EnsurePathSettings(cn_str);
   return 0;
 }
 

@@ -2,7 +2,9 @@
 #include <cstdio>
 #include <iostream>
 
+#include "acquire/components.h"
 #include "commands.h"
+#include "design/components.h"
 #include "platform/error.h"
 #include "rules/connection_string.h"
 
@@ -13,6 +15,10 @@ int main(int argc, char** argv) {
       "queue documents, apply datapages to them, and write rows into target databases."};
   app.set_version_flag("--version", std::string("gleanwright ") + GW_VERSION);
   app.require_subcommand(0, 1);
+
+  // The classes of the upper layers that package runs make.
+  gw::RegisterDesignComponents();
+  gw::RegisterAcquireComponents();
 
   gw::app::GlobalOptions globals;
   app.add_option("--rules", globals.rules_connection,

@@ -1,0 +1,121 @@
+// gleanwright run: runs a package unattended, as the package executor does.
+//
+// Ctrl-C asks the package to stop: the next status the package raises is answered with
+// flgCancel, so the run ends cleanly at the next step and its history is kept. A second Ctrl-C
+// ends the program at once.
+#include <unistd.h>
+
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+
+#include "commands.h"
+#include "engine/job.h"
+#include "package_lookup.h"
+#include "platform/event_loop.h"
+#include "run_display.h"
+
+namespace gw::app {
+namespace {
+
+volatile std::sig_atomic_t g_interrupts = 0;
+
+extern "C" void OnInterrupt(int) {
+  if (g_interrupts > 0) {
+    // The second Ctrl-C: leave now, without running anything that is not safe in a handler.
+    static const char kMessage[] = "\ngleanwright: stopped.\n";
+    [[maybe_unused]] const auto written = ::write(STDERR_FILENO, kMessage, sizeof kMessage - 1);
+    ::_exit(130);
+  }
+  g_interrupts = 1;
+}
+
+// Installs the Ctrl-C handler for the life of the object.
+class InterruptGuard {
+ public:
+  InterruptGuard() {
+    g_interrupts = 0;
+    struct sigaction sa {};
+    sa.sa_handler = OnInterrupt;
+    sigemptyset(&sa.sa_mask);
+    ::sigaction(SIGINT, &sa, &old_);
+  }
+  ~InterruptGuard() { ::sigaction(SIGINT, &old_, nullptr); }
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+ private:
+  struct sigaction old_ {};
+};
+
+int RunPackage(const std::string& package, const std::string& uri, const std::string& source_text) {
+  auto job = Job::Create();
+  job->Load(FindPackageId(package));
+
+  RunDisplay display(stdout);
+  InterruptGuard interrupts;
+  bool cancel_requested = false;
+  // The host's hook sees Ctrl-C at every yield of the run; the answer goes out with the next
+  // status.
+  EventLoop& loop = EventLoop::Current();
+  const auto notice_interrupt = [&] {
+    if (g_interrupts > 0 && !cancel_requested) {
+      cancel_requested = true;
+      display.Note("Stopping at the next step (Ctrl-C again ends at once)...");
+    }
+  };
+  loop.SetHostHook(notice_interrupt);
+  struct HookReset {
+    EventLoop& loop;
+    ~HookReset() { loop.SetHostHook({}); }
+  } hook_reset{loop};
+
+  ScopedConnection status = job->OnStatusChange.Connect([&](const std::string& s, bool& cancel) {
+    notice_interrupt();
+    display.Status(s);
+    if (cancel_requested) cancel = true;
+  });
+  ScopedConnection progress = job->OnMajorProgressChange.Connect(
+      [&](long change, long max) { display.Progress(change, max); });
+  ScopedConnection downloads = job->OnAllDownloadsBegin.Connect([&] { display.ResetProgress(); });
+  ScopedConnection finished =
+      job->OnTaskExecuteComplete.Connect([&] { display.CompleteProgress(); });
+
+  display.Note("Running package " + job->JobName() + " (" + job->JobId() + ")");
+  std::string code;
+  try {
+    code = job->Execute(uri, source_text);
+  } catch (...) {
+    display.Finish();
+    throw;  // the host prints the failure and ends with status 1
+  }
+  display.Finish();
+  if (cancel_requested) std::cout << "Cancelled; what ran so far is kept in the history.\n";
+  std::cout << "Run started " << RunTimeText(job->StartTime()) << ", completed "
+            << RunTimeText(job->CompleteTime()) << "\n";
+  std::cout << code << "\n";
+  return 0;
+}
+
+const CommandRegistration kRun(50, [](CLI::App& app, const GlobalOptions&,
+                                      const std::function<void(int)>& set_exit) {
+  auto* cmd = app.add_subcommand(
+      "run",
+      "Run a package (by id or name) and print its success code; Ctrl-C stops it cleanly at the "
+      "next step, a second Ctrl-C at once");
+  auto package = std::make_shared<std::string>();
+  auto uri = std::make_shared<std::string>();
+  auto source_text = std::make_shared<std::string>();
+  cmd->add_option("package", *package, "The package's id or name")->required();
+  auto* uri_opt = cmd->add_option("--uri", *uri,
+                                  "Run every task on this one address or path instead of its "
+                                  "document sources");
+  cmd->add_option("--source-text", *source_text,
+                  "Run every task on this text, written to a file first")
+      ->excludes(uri_opt);
+  cmd->callback([=] { set_exit(RunPackage(*package, *uri, *source_text)); });
+});
+
+}  // namespace
+}  // namespace gw::app

@@ -1,0 +1,80 @@
+#include "run_display.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "platform/text.h"
+
+namespace gw::app {
+
+RunDisplay::RunDisplay(std::FILE* out) : out_(out), terminal_(::isatty(::fileno(out)) == 1) {}
+
+int RunDisplay::Width() const {
+  winsize ws{};
+  if (::ioctl(::fileno(out_), TIOCGWINSZ, &ws) == 0 && ws.ws_col > 20) return ws.ws_col;
+  return 80;
+}
+
+void RunDisplay::ResetProgress() {
+  done_ = 0;
+  max_ = 0;
+}
+
+void RunDisplay::Progress(long change, long max) {
+  done_ += change;
+  max_ = max;
+  if (terminal_) Redraw();
+}
+
+void RunDisplay::CompleteProgress() {
+  done_ = max_ > 0 ? max_ : 1;
+  max_ = done_;
+  if (terminal_) Redraw();
+}
+
+void RunDisplay::Status(const std::string& status) {
+  status_ = status;
+  if (terminal_) {
+    Redraw();
+  } else {
+    std::fprintf(out_, "%s\n", status.c_str());
+    std::fflush(out_);
+  }
+}
+
+void RunDisplay::Note(const std::string& line) {
+  if (terminal_ && drawn_) std::fputs("\r\x1b[K", out_);
+  std::fprintf(out_, "%s\n", line.c_str());
+  if (terminal_ && drawn_) Redraw();
+  std::fflush(out_);
+}
+
+void RunDisplay::Finish() {
+  if (terminal_ && drawn_) std::fputs("\n", out_);
+  drawn_ = false;
+  std::fflush(out_);
+}
+
+void RunDisplay::Redraw() {
+  constexpr int kBar = 24;
+  const long percent = max_ > 0 ? std::clamp(done_ * 100 / max_, 0L, 100L) : 0;
+  const int filled = static_cast<int>(percent * kBar / 100);
+  std::string line = "[" + std::string(static_cast<std::size_t>(filled), '#') +
+                     std::string(static_cast<std::size_t>(kBar - filled), '.') + "] ";
+  const std::string number = std::to_string(percent) + "%";
+  line += std::string(4 - std::min<std::size_t>(4, number.size()), ' ') + number + "  ";
+  // The status fills what is left of the line, cut at a character's edge.
+  const std::size_t room =
+      static_cast<std::size_t>(std::max(0, Width() - 1 - static_cast<int>(line.size())));
+  std::string status = status_;
+  std::replace_if(
+      status.begin(), status.end(), [](char c) { return c == '\n' || c == '\r'; }, ' ');
+  line += text::TruncateCodePoints(status, room);
+  std::fprintf(out_, "\r\x1b[K%s", line.c_str());
+  std::fflush(out_);
+  drawn_ = true;
+}
+
+}  // namespace gw::app

@@ -1,0 +1,243 @@
+// gleanwright run, history and close-instances, run as the program a user runs: a run that is
+// killed, one that is interrupted with Ctrl-C, and one that fails.
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <thread>
+
+#include "engine/doc_source.h"
+#include "engine/job.h"
+#include "engine/task.h"
+#include "platform/db/connection.h"
+#include "platform/process.h"
+#include "rules/connection_string.h"
+#include "rules/package_data_access.h"
+#include "rules/settings.h"
+#include "support/test_support.h"
+
+namespace gw {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::ReadFile;
+
+std::string Cli() {
+  return (testing::BinaryDir() / "apps" / "gleanwright" / "gleanwright").string();
+}
+
+struct Result {
+  int status = -1;
+  std::string output;
+};
+
+// Runs gleanwright to its end with `args`; standard output and error together.
+Result RunCli(const fs::path& out_dir, std::vector<std::string> args) {
+  args.insert(args.begin(), Cli());
+  const fs::path out = out_dir / "out.txt";
+  fs::remove(out);
+  auto process = ChildProcess::Start(args, {}, out.string());
+  Result r;
+  r.status = process->Wait();
+  r.output = ReadFile(out);
+  return r;
+}
+
+bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit) {
+  const auto until = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < until) {
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  }
+  return done();
+}
+
+class RunCommandsTest : public ::testing::Test {
+ protected:
+  RunCommandsTest() {
+    const Result init = RunCli(home_.Path(), {"init"});
+    EXPECT_EQ(init.status, 0) << init.output;
+    SetRulesConnectionOverride("Provider=SQLite;Data Source=" +
+                               (home_.Path() / "ZentrovoDB.sqlite").string());
+    target_cn_ = "Provider=SQLite;Data Source=" + (home_.Path() / "target.sqlite").string();
+    auto cn = db::Connection::Create();
+    cn->Open(target_cn_);
+    cn->ExecuteNonQuery("CREATE TABLE log (what TEXT)");
+  }
+  ~RunCommandsTest() override { SetRulesConnectionOverride({}); }
+
+  // A package: first a command line, then a statement that logs `name` in the target.
+  void SavePackage(const std::string& name, const std::string& command) {
+    auto job = Job::Create();
+    job->SetJobName(name);
+    auto shell = Task::Create();
+    shell->SetTaskName("Shell");
+    shell->SetStep(1);
+    shell->SetTaskType(TaskTypes::CmdLine);
+    auto log = Task::Create();
+    log->SetTaskName("Log");
+    log->SetStep(2);
+    log->SetTaskType(TaskTypes::SQLStatement);
+    job->GetTasks().Add(shell);
+    job->GetTasks().Add(log);
+    auto cmd = DocSource::Create();
+    cmd->SetSource(command);
+    shell->GetDocSources().Add(cmd);
+    auto sql = DocSource::Create();
+    sql->SetSource("INSERT INTO log VALUES ('" + name + "')");
+    sql->SetConnStr(target_cn_);
+    log->GetDocSources().Add(sql);
+    job->SaveAll();
+  }
+  long Logged() {
+    auto cn = db::Connection::Create();
+    cn->Open(target_cn_);
+    return cn->Execute("SELECT COUNT(*) FROM log")->GetFields()[0L].Value().ToLong();
+  }
+  // The id of the process a package's command wrote into `marker`, once it is there.
+  static int WaitForMarker(const fs::path& marker) {
+    EXPECT_TRUE(WaitFor([&] { return fs::exists(marker); }, std::chrono::seconds(30)));
+    return std::stoi(ReadFile(marker));
+  }
+
+  testing::ScopedHome home_;
+  testing::TempDir out_;
+  std::string target_cn_;
+};
+
+TEST_F(RunCommandsTest, AKilledRunIsShownUnfinishedAndCanBeClosed) {
+  const fs::path marker = home_.Path() / "marker";
+  // The first run stops in the command; later runs pass straight through it.
+  SavePackage("Killable", "if [ ! -e '" + marker.string() + "' ]; then echo $$ > '" +
+                              marker.string() + ".tmp' && mv '" + marker.string() + ".tmp' '" +
+                              marker.string() + "' && exec sleep 60; fi");
+  auto run = ChildProcess::Start({Cli(), "run", "Killable"}, {}, (out_ / "run.txt").string());
+  const int sleeper = WaitForMarker(marker);
+  run->Kill(/*force=*/true);
+  EXPECT_EQ(run->Wait(), 128 + SIGKILL);
+  ::kill(sleeper, SIGKILL);
+
+  // The store opens, and the run is under way as far as it knows.
+  const std::string id = DJob().GetAllJobs()->GetFields()["job_id"].Value().ToText();
+  EXPECT_EQ(DJob().GetRunningInstances(id)->RecordCount(), 1);
+  Result history = RunCli(out_.Path(), {"history", "Killable"});
+  EXPECT_EQ(history.status, 0) << history.output;
+  EXPECT_NE(history.output.find("unfinished"), std::string::npos) << history.output;
+
+  Result close = RunCli(out_.Path(), {"close-instances", "Killable"});
+  EXPECT_EQ(close.status, 0) << close.output;
+  EXPECT_EQ(DJob().GetRunningInstances(id)->RecordCount(), 0);
+  history = RunCli(out_.Path(), {"history", "Killable"});
+  EXPECT_EQ(history.output.find("unfinished"), std::string::npos) << history.output;
+
+  Result again = RunCli(out_.Path(), {"run", "Killable"});
+  EXPECT_EQ(again.status, 0) << again.output;
+  EXPECT_EQ(Logged(), 1);
+  history = RunCli(out_.Path(), {"history", "Killable"});
+  EXPECT_EQ(std::count(history.output.begin(), history.output.end(), '\n'), 2) << history.output;
+  Result detail = RunCli(out_.Path(), {"history", "Killable", "--run", "latest"});
+  EXPECT_EQ(detail.status, 0) << detail.output;
+  EXPECT_NE(detail.output.find("Task Shell (step 1)"), std::string::npos) << detail.output;
+  EXPECT_NE(detail.output.find("Task Log (step 2)"), std::string::npos) << detail.output;
+}
+
+TEST_F(RunCommandsTest, CtrlCStopsAtTheNextStepAndKeepsTheHistory) {
+  const fs::path marker = home_.Path() / "marker";
+  SavePackage("Interruptible", "echo $$ > '" + marker.string() + ".tmp' && mv '" + marker.string() +
+                                   ".tmp' '" + marker.string() + "' && sleep 1");
+  auto run = ChildProcess::Start({Cli(), "run", "Interruptible"}, {}, (out_ / "run.txt").string());
+  WaitForMarker(marker);
+  ::kill(run->Pid(), SIGINT);
+  EXPECT_EQ(run->Wait(), 0);
+  const std::string output = ReadFile(out_ / "run.txt");
+  EXPECT_NE(output.find("Cancelled"), std::string::npos) << output;
+  // The statement after the command never ran; the run is closed with a code.
+  EXPECT_EQ(Logged(), 0);
+  const Result history = RunCli(out_.Path(), {"history", "Interruptible"});
+  EXPECT_NE(history.output.find("completed"), std::string::npos) << history.output;
+  EXPECT_EQ(history.output.find("code -"), std::string::npos) << history.output;
+}
+
+TEST_F(RunCommandsTest, TheBookshopSampleRunsIntoItsTarget) {
+  // The demonstration's package, with its paths filled in as the demo does.
+  std::string xml = ReadFile(testing::SourceDir() / "examples" / "bookshop" / "bookshop.xml");
+  const std::string target = (home_.Path() / "bookshop.sqlite").string();
+  for (const auto& [from, to] :
+       {std::pair<std::string, std::string>{
+            "@PAGES@", (testing::SourceDir() / "examples" / "bookshop" / "pages").string()},
+        {"@TARGET@", target}}) {
+    for (auto at = xml.find(from); at != std::string::npos; at = xml.find(from, at)) {
+      xml.replace(at, from.size(), to);
+    }
+  }
+  testing::WriteFile(out_ / "bookshop.xml", xml);
+  const Result imported = RunCli(out_.Path(), {"import", (out_ / "bookshop.xml").string()});
+  ASSERT_EQ(imported.status, 0) << imported.output;
+  const Result run = RunCli(out_.Path(), {"run", "Harbour Books\\Nightly"});
+  ASSERT_EQ(run.status, 0) << run.output;
+
+  auto cn = db::Connection::Create();
+  cn->Open("Provider=SQLite;Data Source=" + target);
+  std::vector<std::string> books;
+  for (auto rs = cn->Execute("SELECT title, subtitle, price FROM books ORDER BY rowid");
+       !rs->IsEOF(); rs->MoveNext()) {
+    const Variant& subtitle = (*rs)["subtitle"].Value();
+    books.push_back((*rs)["title"].Value().ToText() + "|" +
+                    (subtitle.IsNull() ? "NULL" : subtitle.ToText()) + "|" +
+                    (*rs)["price"].Value().ToText());
+  }
+  EXPECT_EQ(books, (std::vector<std::string>{
+                       "The Quiet Harbour|A novel of the coast|12.50", "Salt and Cedar|NULL|8.00",
+                       "Lanterns|Collected poems|15.25", "North of the River|A family saga|21.00",
+                       "The Clockmaker's Apprentice|NULL|9.99",
+                       "Cr\xC3\xA8me Br\xC3\xBBl\xC3\xA9"
+                       "e and Other Classics|Desserts from a "
+                       "caf\xC3\xA9 kitchen|18.40"}));
+  auto comments = cn->Execute("SELECT comment FROM reviews ORDER BY rowid");
+  ASSERT_EQ(comments->RecordCount(), 7);
+  EXPECT_EQ(comments->GetFields()[0L].Value().ToText(), "A lovely read for a rainy week.");
+}
+
+TEST_F(RunCommandsTest, InitGivesTheRunFoldersAValueOnce) {
+  const std::string downloads = (home_.Path() / "downloads").string() + "/";
+  EXPECT_EQ(Settings().GetOption("DefaultDownloadPath").ToText(), downloads);
+  EXPECT_EQ(Settings().GetOption("StringFileCreatePath").ToText(),
+            (home_.Path() / "strings").string() + "/");
+  EXPECT_TRUE(fs::is_directory(downloads));
+  // A value a user has set is left alone.
+  Settings().PutOption("DefaultDownloadPath", Variant("/srv/copies/"), DataType::Str);
+  const Result again = RunCli(out_.Path(), {"init"});
+  EXPECT_EQ(again.status, 0) << again.output;
+  EXPECT_EQ(again.output.find("Set "), std::string::npos) << again.output;
+  EXPECT_EQ(Settings().GetOption("DefaultDownloadPath").ToText(), "/srv/copies/");
+}
+
+TEST_F(RunCommandsTest, AFinishedRunPrintsItsCodeAndAFailedOneItsError) {
+  SavePackage("Quick", "true");
+  const Result ok = RunCli(out_.Path(), {"run", "Quick"});
+  EXPECT_EQ(ok.status, 0) << ok.output;
+  // One line per status when not on a terminal, the success code last.
+  EXPECT_NE(ok.output.find("Validating Task Shell...\n"), std::string::npos) << ok.output;
+  EXPECT_NE(ok.output.find("Task Complete\n"), std::string::npos) << ok.output;
+  EXPECT_EQ(Logged(), 1);
+
+  auto empty = Job::Create();
+  empty->SetJobName("Hollow");
+  empty->Save();
+  const Result failed = RunCli(out_.Path(), {"run", "Hollow"});
+  EXPECT_EQ(failed.status, 1) << failed.output;
+  EXPECT_NE(failed.output.find("0x8552A95B"), std::string::npos) << failed.output;
+  EXPECT_NE(failed.output.find("Package Hollow does not have any tasks associated with it."),
+            std::string::npos);
+  EXPECT_NE(failed.output.find("at Job.Execute(URI,SourceText)"), std::string::npos);
+
+  const Result unknown = RunCli(out_.Path(), {"run", "No such package"});
+  EXPECT_EQ(unknown.status, 1);
+}
+
+}  // namespace
+}  // namespace gw
