@@ -322,6 +322,19 @@ TEST_F(TaskRunTest, ATaskWithoutADatapageDownloadsOnceValidated) {
   EXPECT_EQ(loaded->TaskType(), TaskTypes::DownloadOnly);
 }
 
+TEST_F(TaskRunTest, ACrawlIsRecordedAsNotAvailableAndTheRunGoesOn) {
+  WriteFile(docs_ / "start.htm", "<a href=next.htm>next</a>");
+  job_ = NewJob("Crawl");
+  auto task = AddTask(job_, "Crawl", 1, TaskTypes::CrawlOnly);
+  AddSource(task, (docs_ / "start.htm").string());
+  job_->SaveAll();
+  job_->Execute();
+  EXPECT_EQ(Docs("copy_completion_code, copy_try_count"),
+            (std::vector<std::string>{"Crawling is not available yet.|1"}));
+  EXPECT_EQ(RulesRows("SELECT job_completion_time IS NOT NULL FROM job_instances"),
+            (std::vector<std::string>{"1"}));
+}
+
 TEST_F(TaskRunTest, ValidationTexts) {
   job_ = NewJob("Checks");
   auto task = AddTask(job_, "Lonely", 1, TaskTypes::CmdLine);
