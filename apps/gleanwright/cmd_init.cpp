@@ -66,7 +66,8 @@ const CommandRegistration kInit(10, [](CLI::App& app, const GlobalOptions&,
   auto* cmd = app.add_subcommand(
       "init",
       "Create the rules database if it does not exist, load its schema and reference rows, "
-      "and apply the upgrade; running it again changes nothing");
+      "apply the upgrade, and give the folders of runs (downloads, source texts) a place below "
+      "$GLEANWRIGHT_HOME; running it again changes nothing");
   cmd->callback([set_exit] { set_exit(RunInit()); });
 });
 
