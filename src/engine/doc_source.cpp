@@ -16,6 +16,7 @@
 #include "platform/event_loop.h"
 #include "rules/c_disconn_rs.h"
 #include "rules/package_data_access.h"
+#include "rules/stored_row.h"
 
 namespace gw {
 
@@ -212,25 +213,18 @@ void DocSource::Save() {
 void DocSource::Load(const std::string& DocSrcId) {
   ReportAs("DocSource.Load(DocSrcId)", [&] {
     auto rs = DDocSource().Selectx(DocSrcId, true);
-    if (rs->RecordCount() == 0) {
-      throw Error(kNoSuchDocSource, "DocSource.Load",
-                  "The specified Document Source Id does not exist.");
-    }
-    if (rs->RecordCount() > 1) {
-      throw Error(kDuplicateDocSource, "DocSource.Load",
-                  "Data consistency error within the database.  There is more than one Document "
-                  "Source with that ID.");
-    }
-    auto& f = rs->GetFields();
-    auto take = [&](const char* column, auto&& assign) {
-      const Variant& v = f[column].Value();
-      if (!v.IsNull()) assign(v);
-    };
-    take("doc_location_id", [&](const Variant& v) { doc_src_id_ = v.ToString(); });
-    take("task_id", [&](const Variant& v) { task_id_ = v.ToString(); });
-    take("source_type", [&](const Variant& v) { source_type_ = static_cast<SrcType>(v.ToLong()); });
-    take("source", [&](const Variant& v) { source_ = v.ToString(); });
-    take("conn_str", [&](const Variant& v) {
+    const StoredRow row(
+        *rs,
+        {kNoSuchDocSource, "DocSource.Load", "The specified Document Source Id does not exist."},
+        {kDuplicateDocSource, "DocSource.Load",
+         "Data consistency error within the database.  There is more than one Document "
+         "Source with that ID."});
+    row.Take("doc_location_id", [&](const Variant& v) { doc_src_id_ = v.ToString(); });
+    row.Take("task_id", [&](const Variant& v) { task_id_ = v.ToString(); });
+    row.Take("source_type",
+             [&](const Variant& v) { source_type_ = static_cast<SrcType>(v.ToLong()); });
+    row.Take("source", [&](const Variant& v) { source_ = v.ToString(); });
+    row.Take("conn_str", [&](const Variant& v) {
       conn_str_ = v.ToString();
       try {
         std::string clear = CCrypto().DecryptText(conn_str_);
@@ -239,7 +233,7 @@ void DocSource::Load(const std::string& DocSrcId) {
         // Written before strings were enciphered: it stays as stored.
       }
     });
-    take("db_name", [&](const Variant& v) { db_name_ = v.ToString(); });
+    row.Take("db_name", [&](const Variant& v) { db_name_ = v.ToString(); });
     include_sub_folders_ = false;
   });
 }

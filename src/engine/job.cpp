@@ -12,6 +12,7 @@
 #include "platform/event_loop.h"
 #include "platform/text.h"
 #include "rules/package_data_access.h"
+#include "rules/stored_row.h"
 
 namespace gw {
 
@@ -239,24 +240,16 @@ long Job::GetGotoTaskNumber(DocSource& DocSrc) {
 void Job::Load(const std::string& Id, bool DeepLoad) {
   ReportAs("Job.Load(Id,DeepLoad)", [&] {
     auto rs = DJob().Selectx(Id, true);
-    if (rs->RecordCount() == 0) {
-      throw Error(kNoSuchJob, "Job.Load", "The specified Job Id does not exist.");
-    }
-    if (rs->RecordCount() > 1) {
-      throw Error(kDuplicateJob, "Job.Load",
-                  "Data consistency error within the database.  There is more than one Job with "
-                  "that ID.");
-    }
-    auto& f = rs->GetFields();
-    auto take = [&](const char* column, auto&& assign) {
-      const Variant& v = f[column].Value();
-      if (!v.IsNull()) assign(v);
-    };
-    take("JobId", [&](const Variant& v) { job_id_ = v.ToString(); });
-    take("JobName", [&](const Variant& v) { job_name_ = v.ToString(); });
-    take("Description", [&](const Variant& v) { description_ = v.ToString(); });
-    take("DateCreated", [&](const Variant& v) { date_created_ = v.ToDate(); });
-    take("DateModified", [&](const Variant& v) { date_modified_ = v.ToDate(); });
+    const StoredRow row(
+        *rs, {kNoSuchJob, "Job.Load", "The specified Job Id does not exist."},
+        {kDuplicateJob, "Job.Load",
+         "Data consistency error within the database.  There is more than one Job with "
+         "that ID."});
+    row.Take("JobId", [&](const Variant& v) { job_id_ = v.ToString(); });
+    row.Take("JobName", [&](const Variant& v) { job_name_ = v.ToString(); });
+    row.Take("Description", [&](const Variant& v) { description_ = v.ToString(); });
+    row.Take("DateCreated", [&](const Variant& v) { date_created_ = v.ToDate(); });
+    row.Take("DateModified", [&](const Variant& v) { date_modified_ = v.ToDate(); });
     tasks_.reset();
     if (DeepLoad) EnsureDeepLoad();
   });

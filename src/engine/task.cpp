@@ -20,6 +20,7 @@
 #include "platform/text.h"
 #include "rules/package_data_access.h"
 #include "rules/settings.h"
+#include "rules/stored_row.h"
 
 namespace gw {
 
@@ -363,29 +364,21 @@ std::shared_ptr<MetaTask> Task::Metadata() {
 bool Task::Load(const std::string& Id) {
   return ReportAs("Task.Load(Id)", [&] {
     auto rs = DTask().Selectx(Id, true);
-    if (rs->RecordCount() == 0) {
-      throw Error(kNoSuchTask, "Task.Load", "The specified Task Id " + Id + " does not exist.");
-    }
-    if (rs->RecordCount() > 1) {
-      throw Error(kDuplicateTask, "Task.Load",
-                  "Data consistency error within the database.  There is more than one "
-                  "Attribute with the specified ID " +
-                      Id + " .");
-    }
-    auto& f = rs->GetFields();
-    auto take = [&](const char* column, auto&& assign) {
-      const Variant& v = f[column].Value();
-      if (!v.IsNull()) assign(v);
-    };
-    take("TaskId", [&](const Variant& v) { task_id_ = v.ToString(); });
-    take("JobId", [&](const Variant& v) { job_id_ = v.ToString(); });
-    take("TaskName", [&](const Variant& v) { task_name_ = v.ToString(); });
-    take("Description", [&](const Variant& v) { Deserialize(v.ToString()); });
-    take("DataPageId", [&](const Variant& v) { data_page_id_ = v.ToString(); });
-    take("Step", [&](const Variant& v) { step_ = v.ToLong(); });
-    take("ThrottleWaitMSecs", [&](const Variant& v) { throttle_wait_msecs_ = v.ToLong(); });
-    take("DisplaySrcType",
-         [&](const Variant& v) { display_src_type_ = static_cast<TaskSrcType>(v.ToLong()); });
+    const StoredRow row(
+        *rs, {kNoSuchTask, "Task.Load", "The specified Task Id " + Id + " does not exist."},
+        {kDuplicateTask, "Task.Load",
+         "Data consistency error within the database.  There is more than one "
+         "Attribute with the specified ID " +
+             Id + " ."});
+    row.Take("TaskId", [&](const Variant& v) { task_id_ = v.ToString(); });
+    row.Take("JobId", [&](const Variant& v) { job_id_ = v.ToString(); });
+    row.Take("TaskName", [&](const Variant& v) { task_name_ = v.ToString(); });
+    row.Take("Description", [&](const Variant& v) { Deserialize(v.ToString()); });
+    row.Take("DataPageId", [&](const Variant& v) { data_page_id_ = v.ToString(); });
+    row.Take("Step", [&](const Variant& v) { step_ = v.ToLong(); });
+    row.Take("ThrottleWaitMSecs", [&](const Variant& v) { throttle_wait_msecs_ = v.ToLong(); });
+    row.Take("DisplaySrcType",
+             [&](const Variant& v) { display_src_type_ = static_cast<TaskSrcType>(v.ToLong()); });
     doc_sources_.reset();
     is_dirty_ = false;
     return true;

@@ -6,6 +6,7 @@
 #include "extraction/internal.h"
 #include "extraction/text_search.h"
 #include "infra/c_guid_gen.h"
+#include "rules/stored_row.h"
 #include "rules/template_data_access.h"
 
 namespace gw {
@@ -155,34 +156,27 @@ void Attrib::Delete() {
 bool Attrib::Load(std::string_view Id) {
   return ReportAs("Attrib.Load(Id)", [&] {
     auto rs = D_Attrib().Selectx(std::string(Id));
-    if (rs->RecordCount() == 0) {
-      throw Error(kNoSuchAttrib, "Attrib.Load", "The specified Attribute Id does not exist.");
-    }
-    if (rs->RecordCount() > 1) {
-      throw Error(kDuplicateAttrib, "Attrib.Load",
-                  "Data consistency error within the database.  There is more than one Attribute "
-                  "with that ID.");
-    }
-    auto& f = rs->GetFields();
-    auto take = [&](const char* column, auto&& assign) {
-      const Variant& v = f[column].Value();
-      if (!v.IsNull()) assign(v);
-    };
-    take("A_Id", [&](const Variant& v) { id_ = v.ToString(); });
-    take("ColumnName", [&](const Variant& v) { column_name_ = v.ToString(); });
-    take("EndTag", [&](const Variant& v) { end_tag_ = text::NoCaseSearcher(v.ToString()); });
-    take("StartTag", [&](const Variant& v) { start_tag_ = text::NoCaseSearcher(v.ToString()); });
-    take("Step", [&](const Variant& v) { step_ = v.ToInteger(); });
-    take("EntityId", [&](const Variant& v) { entity_id_ = v.ToString(); });
+    const StoredRow row(
+        *rs, {kNoSuchAttrib, "Attrib.Load", "The specified Attribute Id does not exist."},
+        {kDuplicateAttrib, "Attrib.Load",
+         "Data consistency error within the database.  There is more than one Attribute "
+         "with that ID."});
+    row.Take("A_Id", [&](const Variant& v) { id_ = v.ToString(); });
+    row.Take("ColumnName", [&](const Variant& v) { column_name_ = v.ToString(); });
+    row.Take("EndTag", [&](const Variant& v) { end_tag_ = text::NoCaseSearcher(v.ToString()); });
+    row.Take("StartTag",
+             [&](const Variant& v) { start_tag_ = text::NoCaseSearcher(v.ToString()); });
+    row.Take("Step", [&](const Variant& v) { step_ = v.ToInteger(); });
+    row.Take("EntityId", [&](const Variant& v) { entity_id_ = v.ToString(); });
     // The key flag is read as stored: the dataset's key bookkeeping runs only when a user sets it.
-    take("IsPK", [&](const Variant& v) { is_pk_ = v.ToBool(); });
-    take("ColumnType", [&](const Variant& v) {
+    row.Take("IsPK", [&](const Variant& v) { is_pk_ = v.ToBool(); });
+    row.Take("ColumnType", [&](const Variant& v) {
       ColumnTypeParts parts = SplitColumnType(v.ToString());
       SetColumnType(std::move(parts.column_type));
       if (parts.parameter) column_type_parameter_ = std::move(*parts.parameter);
     });
-    take("ColumnSize", [&](const Variant& v) { column_size_ = v.ToLong(); });
-    take("IsOptional", [&](const Variant& v) { is_optional_ = v.ToBool(); });
+    row.Take("ColumnSize", [&](const Variant& v) { column_size_ = v.ToLong(); });
+    row.Take("IsOptional", [&](const Variant& v) { is_optional_ = v.ToBool(); });
     is_dirty_ = false;
     return true;
   });

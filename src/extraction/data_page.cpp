@@ -7,6 +7,7 @@
 #include "platform/db/driver.h"
 #include "platform/db/write_batch.h"
 #include "platform/event_loop.h"
+#include "rules/stored_row.h"
 #include "rules/template_data_access.h"
 
 namespace gw {
@@ -63,26 +64,17 @@ bool DataPage::Save() {
 bool DataPage::Load(std::string_view Id) {
   return ReportAs("DataPage.Load(Id)", [&] {
     auto rs = D_DataPage().Selectx(std::string(Id));
-    if (rs->RecordCount() == 0) {
-      throw Error(exerr::kNoSuchDataPage, "DataPage.Load",
-                  "The specified Datapage Id does not exist.");
-    }
-    if (rs->RecordCount() > 1) {
-      throw Error(exerr::kDuplicateDataPage, "Datapage.Load",
-                  "Data consistency error within the database.  There is more than one DataPage "
-                  "with that ID.");
-    }
-    auto& f = rs->GetFields();
-    auto take = [&](const char* column, auto&& assign) {
-      const Variant& v = f[column].Value();
-      if (!v.IsNull()) assign(v);
-    };
-    take("DP_Id", [&](const Variant& v) { id_ = v.ToString(); });
-    take("DisplayName", [&](const Variant& v) { display_name_ = v.ToString(); });
-    take("Description", [&](const Variant& v) { description_ = v; });
-    take("DBName", [&](const Variant& v) { db_name_ = v.ToString(); });
-    take("DateCreated", [&](const Variant& v) { date_created_ = v.ToDate(); });
-    take("DateModified", [&](const Variant& v) { date_modified_ = v.ToDate(); });
+    const StoredRow row(
+        *rs, {exerr::kNoSuchDataPage, "DataPage.Load", "The specified Datapage Id does not exist."},
+        {exerr::kDuplicateDataPage, "Datapage.Load",
+         "Data consistency error within the database.  There is more than one DataPage "
+         "with that ID."});
+    row.Take("DP_Id", [&](const Variant& v) { id_ = v.ToString(); });
+    row.Take("DisplayName", [&](const Variant& v) { display_name_ = v.ToString(); });
+    row.Take("Description", [&](const Variant& v) { description_ = v; });
+    row.Take("DBName", [&](const Variant& v) { db_name_ = v.ToString(); });
+    row.Take("DateCreated", [&](const Variant& v) { date_created_ = v.ToDate(); });
+    row.Take("DateModified", [&](const Variant& v) { date_modified_ = v.ToDate(); });
     // The datasets are read again from the store when they are next used.
     while (entities_.Count() > 0) entities_.Remove(1);
     while (root_entities_.Count() > 0) root_entities_.Remove(1);

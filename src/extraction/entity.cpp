@@ -10,6 +10,7 @@
 #include "platform/db/connection.h"
 #include "platform/event_loop.h"
 #include "platform/text.h"
+#include "rules/stored_row.h"
 #include "rules/template_data_access.h"
 #include "text/c_string.h"
 
@@ -193,23 +194,15 @@ bool Entity::Save() {
 bool Entity::Load(std::string_view Id) {
   return ReportAs("Entity.Load(Id)", [&] {
     auto rs = D_Entity().Selectx(std::string(Id));
-    if (rs->RecordCount() == 0) {
-      throw Error(exerr::kNoSuchEntity, "Entity.Load", "The specified Entity Id does not exist.");
-    }
-    if (rs->RecordCount() > 1) {
-      throw Error(exerr::kDuplicateEntity, "Entity.Load",
-                  "Data consistency error within the database.  There is more than one Entity "
-                  "with that ID.");
-    }
-    auto& f = rs->GetFields();
-    auto take = [&](const char* column, auto&& assign) {
-      const Variant& v = f[column].Value();
-      if (!v.IsNull()) assign(v);
-    };
-    take("E_Id", [&](const Variant& v) { id_ = v.ToString(); });
-    take("EntityName", [&](const Variant& v) { entity_name_ = v.ToString(); });
-    take("Description", [&](const Variant& v) { description_ = v.ToString(); });
-    take("DBConnStr", [&](const Variant& v) {
+    const StoredRow row(
+        *rs, {exerr::kNoSuchEntity, "Entity.Load", "The specified Entity Id does not exist."},
+        {exerr::kDuplicateEntity, "Entity.Load",
+         "Data consistency error within the database.  There is more than one Entity "
+         "with that ID."});
+    row.Take("E_Id", [&](const Variant& v) { id_ = v.ToString(); });
+    row.Take("EntityName", [&](const Variant& v) { entity_name_ = v.ToString(); });
+    row.Take("Description", [&](const Variant& v) { description_ = v.ToString(); });
+    row.Take("DBConnStr", [&](const Variant& v) {
       db_conn_str_ = v.ToString();
       try {
         std::string clear = CCrypto().DecryptText(db_conn_str_);
@@ -218,13 +211,13 @@ bool Entity::Load(std::string_view Id) {
         // Stored before connection strings were enciphered: it stays as it is.
       }
     });
-    take("TableName", [&](const Variant& v) { table_name_ = v.ToString(); });
-    take("PKColumn", [&](const Variant& v) { pk_column_ = v.ToString(); });
-    take("InitString", [&](const Variant& v) { init_finder_.Reset(v.ToString()); });
-    take("OnPageOrder", [&](const Variant& v) { on_page_order_ = v.ToInteger(); });
-    take("DataPageId", [&](const Variant& v) { datapage_id_ = v.ToString(); });
-    take("ParentEntityId", [&](const Variant& v) { parent_entity_id_ = v.ToString(); });
-    take("IsPKSurrogate", [&](const Variant& v) { is_pk_surrogate_ = v.ToBool(); });
+    row.Take("TableName", [&](const Variant& v) { table_name_ = v.ToString(); });
+    row.Take("PKColumn", [&](const Variant& v) { pk_column_ = v.ToString(); });
+    row.Take("InitString", [&](const Variant& v) { init_finder_.Reset(v.ToString()); });
+    row.Take("OnPageOrder", [&](const Variant& v) { on_page_order_ = v.ToInteger(); });
+    row.Take("DataPageId", [&](const Variant& v) { datapage_id_ = v.ToString(); });
+    row.Take("ParentEntityId", [&](const Variant& v) { parent_entity_id_ = v.ToString(); });
+    row.Take("IsPKSurrogate", [&](const Variant& v) { is_pk_surrogate_ = v.ToBool(); });
     // Fields and children are read again from the store when they are next used.
     while (attributes_.Count() > 0) attributes_.Remove(1);
     RemoveAll(all_children_);

@@ -1,6 +1,7 @@
 #include "engine/meta/meta_field.h"
 
 #include "platform/error.h"
+#include "rules/stored_row.h"
 #include "rules/template_data_access.h"
 
 namespace gw {
@@ -13,29 +14,21 @@ constexpr ErrorNumber kDuplicateCustomColumn = 0xBC83FFCB;
 MetaField& MetaField::Load(long CustColId) {
   return ReportAs("MetaField.Load(CustColId)", [&]() -> MetaField& {
     auto rs = D_CustCols().Selectx(CustColId);
-    if (rs->RecordCount() == 0) {
-      throw Error(kNoSuchCustomColumn, "Metafield.Load",
-                  "The specified Custom Column Id does not exist.");
-    }
-    if (rs->RecordCount() > 1) {
-      throw Error(kDuplicateCustomColumn, "Metafield.Load",
-                  "Data consistency error within the database.  There is more than one Custom "
-                  "Column with that ID.");
-    }
-    auto& f = rs->GetFields();
-    auto take = [&](const char* column, auto&& assign) {
-      const Variant& v = f[column].Value();
-      if (!v.IsNull()) assign(v);
-    };
-    take("custom_col_id", [&](const Variant& v) { id_ = v.ToLong(); });
-    take("group_name", [&](const Variant& v) { group_name_ = v.ToString(); });
-    take("display_name", [&](const Variant& v) { display_name_ = v.ToString(); });
-    take("description", [&](const Variant& v) { description_ = v.ToString(); });
-    take("column_length", [&](const Variant& v) { column_length_ = v.ToLong(); });
-    take("column_name", [&](const Variant& v) { column_name_ = v.ToString(); });
-    take("datatype_id", [&](const Variant& v) { data_type_ = v; });
-    take("default_value", [&](const Variant& v) { default_value_ = v.ToString(); });
-    take("class_member_name", [&](const Variant& v) { class_member_ = v.ToString(); });
+    const StoredRow row(
+        *rs,
+        {kNoSuchCustomColumn, "Metafield.Load", "The specified Custom Column Id does not exist."},
+        {kDuplicateCustomColumn, "Metafield.Load",
+         "Data consistency error within the database.  There is more than one Custom "
+         "Column with that ID."});
+    row.Take("custom_col_id", [&](const Variant& v) { id_ = v.ToLong(); });
+    row.Take("group_name", [&](const Variant& v) { group_name_ = v.ToString(); });
+    row.Take("display_name", [&](const Variant& v) { display_name_ = v.ToString(); });
+    row.Take("description", [&](const Variant& v) { description_ = v.ToString(); });
+    row.Take("column_length", [&](const Variant& v) { column_length_ = v.ToLong(); });
+    row.Take("column_name", [&](const Variant& v) { column_name_ = v.ToString(); });
+    row.Take("datatype_id", [&](const Variant& v) { data_type_ = v; });
+    row.Take("default_value", [&](const Variant& v) { default_value_ = v.ToString(); });
+    row.Take("class_member_name", [&](const Variant& v) { class_member_ = v.ToString(); });
     return *this;
   });
 }
