@@ -18,6 +18,7 @@
 #include <memory>
 #include <string>
 
+#include "bench_support.h"
 #include "engine/meta/meta_doc.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
@@ -43,38 +44,8 @@ std::string MakeListing(long rows) {
   return page;
 }
 
-class BenchDoc : public IDoc {
- public:
-  std::string SourceUri() const override { return "http://shop.test/list"; }
-  MetaDocPtr Metadata() override { return meta_; }
-
- private:
-  MetaDocPtr meta_ = MetaDoc::Create();
-};
-
-class CountingSink : public RowSink {
- public:
-  long rows = 0;
-  std::unique_ptr<SinkRow> OpenRow(std::string_view, std::string_view) override {
-    return std::make_unique<Row>(rows);
-  }
-
- private:
-  class Row : public SinkRow {
-   public:
-    explicit Row(long& rows) : rows_(rows) {}
-    std::int32_t DefinedSize(std::string_view) override { return 1000; }
-    void SetValue(std::string_view, const Variant&) override {}
-    long ColumnCount() override { return 0; }
-    std::string ColumnName(long) override { return {}; }
-    void Update() override { ++rows_; }
-    std::shared_ptr<db::Recordset> Recordset() override { return nullptr; }
-    void Close() noexcept override {}
-
-   private:
-    long& rows_;
-  };
-};
+using bench::BenchDoc;
+using bench::CountingSink;
 
 void AddField(const EntityPtr& entity, const char* column, const char* start, const char* end) {
   auto a = Attrib::Create();

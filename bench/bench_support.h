@@ -1,0 +1,49 @@
+// Pieces shared by the extraction benchmarks: a document to extract and a sink that only counts.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "engine/meta/meta_doc.h"
+#include "extraction/data_page.h"
+#include "extraction/row_sink.h"
+
+namespace gw::bench {
+
+// The document a benchmark page stands for.
+class BenchDoc : public IDoc {
+ public:
+  std::string SourceUri() const override { return "http://shop.test/list"; }
+  MetaDocPtr Metadata() override { return meta_; }
+
+ private:
+  MetaDocPtr meta_ = MetaDoc::Create();
+};
+
+// Counts committed rows and keeps nothing.
+class CountingSink : public RowSink {
+ public:
+  long rows = 0;
+  std::unique_ptr<SinkRow> OpenRow(std::string_view, std::string_view) override {
+    return std::make_unique<Row>(rows);
+  }
+
+ private:
+  class Row : public SinkRow {
+   public:
+    explicit Row(long& rows) : rows_(rows) {}
+    std::int32_t DefinedSize(std::string_view) override { return 1000; }
+    void SetValue(std::string_view, const Variant&) override {}
+    long ColumnCount() override { return 0; }
+    std::string ColumnName(long) override { return {}; }
+    void Update() override { ++rows_; }
+    std::shared_ptr<db::Recordset> Recordset() override { return nullptr; }
+    void Close() noexcept override {}
+
+   private:
+    long& rows_;
+  };
+};
+
+}  // namespace gw::bench
