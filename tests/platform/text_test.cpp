@@ -85,3 +85,40 @@ TEST(TextTrim, SpacesOnlyVersusWhitespace) {
 
 }  // namespace
 }  // namespace gw::text
+
+namespace gw::text {
+namespace {
+
+// A plain reference: the first position at or after `from` where every byte folds equal.
+std::size_t NaiveFind(std::string_view hay, std::string_view needle, std::size_t from) {
+  if (from > hay.size()) return npos;
+  for (std::size_t i = from; i + needle.size() <= hay.size(); ++i) {
+    std::size_t k = 0;
+    while (k < needle.size() && AsciiToLower(hay[i + k]) == AsciiToLower(needle[k])) ++k;
+    if (k == needle.size()) return i;
+  }
+  return npos;
+}
+
+TEST(TextSearch, AgreesWithAPlainSearchOnRandomText) {
+  // Letters next to the characters that differ from them only by the case bit ('@' and '`',
+  // '[' and '{'), so that a search that folds too much or too little is caught.
+  const std::string alphabet = "aAbB@`[{<>/ ";
+  std::uint32_t seed = 12345;
+  const auto next = [&] {
+    seed = seed * 1664525u + 1013904223u;
+    return seed >> 8;
+  };
+  for (int round = 0; round < 3000; ++round) {
+    std::string hay(next() % 80, ' ');
+    for (char& c : hay) c = alphabet[next() % alphabet.size()];
+    std::string needle(1 + next() % 6, ' ');
+    for (char& c : needle) c = alphabet[next() % alphabet.size()];
+    const std::size_t from = hay.empty() ? 0 : next() % (hay.size() + 1);
+    SCOPED_TRACE("hay=\"" + hay + "\" needle=\"" + needle + "\" from=" + std::to_string(from));
+    ASSERT_EQ(NoCaseSearcher(needle).Find(hay, from), NaiveFind(hay, needle, from));
+  }
+}
+
+}  // namespace
+}  // namespace gw::text
