@@ -1,5 +1,6 @@
 #include "engine/doc_source.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -81,8 +82,10 @@ void ListFolder(const fs::path& folder, std::vector<fs::path>& files,
     if (fs::is_directory(st)) {
       subfolders.push_back(it->path());
     } else if (fs::exists(st)) {
-      // A file the user may not read is left out.
-      if (::access(it->path().c_str(), R_OK) != 0 && errno == EACCES) continue;
+      // A file the user may not read is left out (asked with the effective ids, with which it
+      // would be opened).
+      if (::faccessat(AT_FDCWD, it->path().c_str(), R_OK, AT_EACCESS) != 0 && errno == EACCES)
+        continue;
       files.push_back(it->path());
     }
   }

@@ -1,5 +1,7 @@
 #include "support/test_support.h"
 
+#include <linux/capability.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -34,6 +36,34 @@ ScopedHome::~ScopedHome() {
   } else {
     ::unsetenv("GLEANWRIGHT_HOME");
   }
+}
+
+namespace {
+
+constexpr unsigned kOverrides = (1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH);
+
+bool SetOverrides(bool on) {
+  __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+  __user_cap_data_struct data[2]{};
+  if (::syscall(SYS_capget, &header, data) != 0) return false;
+  if (on) {
+    data[0].effective |= kOverrides & data[0].permitted;
+  } else {
+    data[0].effective &= ~kOverrides;
+  }
+  return ::syscall(SYS_capset, &header, data) == 0;
+}
+
+}  // namespace
+
+PermissionsBind::PermissionsBind() {
+  if (::geteuid() != 0) return;
+  if (!SetOverrides(false)) throw std::runtime_error("cannot drop the file-permission overrides");
+  dropped_ = true;
+}
+
+PermissionsBind::~PermissionsBind() {
+  if (dropped_) SetOverrides(true);
 }
 
 std::string ReadFile(const std::filesystem::path& path) {

@@ -35,6 +35,20 @@ class ScopedHome {
   bool had_old_ = false;
 };
 
+// While alive, file permissions bind this process even when it runs as the superuser (which CI
+// does): the capabilities that override them are taken out of the effective set, and put back
+// when the object goes. Without the superuser's rights it does nothing.
+class PermissionsBind {
+ public:
+  PermissionsBind();
+  ~PermissionsBind();
+  PermissionsBind(const PermissionsBind&) = delete;
+  PermissionsBind& operator=(const PermissionsBind&) = delete;
+
+ private:
+  bool dropped_ = false;
+};
+
 std::string ReadFile(const std::filesystem::path& path);
 void WriteFile(const std::filesystem::path& path, const std::string& content);
 
