@@ -51,6 +51,36 @@ inline IndexKey IndexKey::FromVariant(const Variant& v) {
 }
 
 namespace detail {
+// Key hashing and equality for maps keyed by text that ignores case. Transparent, so a lookup by
+// a string_view neither folds nor copies the key. The hash functors are deliberately not
+// noexcept: the standard library then keeps each node's hash instead of hashing its key again
+// whenever it walks a bucket or erases.
+struct NoCaseHash {
+  using is_transparent = void;
+  std::size_t operator()(std::string_view s) const { return text::HashNoCase(s); }
+};
+struct NoCaseEqual {
+  using is_transparent = void;
+  bool operator()(std::string_view a, std::string_view b) const noexcept {
+    return text::EqualsNoCase(a, b);
+  }
+};
+// The same for a map whose comparison is chosen at run time (binary or text).
+struct ModeHash {
+  using is_transparent = void;
+  bool no_case = false;
+  std::size_t operator()(std::string_view s) const {
+    return no_case ? text::HashNoCase(s) : std::hash<std::string_view>{}(s);
+  }
+};
+struct ModeEqual {
+  using is_transparent = void;
+  bool no_case = false;
+  bool operator()(std::string_view a, std::string_view b) const noexcept {
+    return no_case ? text::EqualsNoCase(a, b) : a == b;
+  }
+};
+
 [[noreturn]] void ThrowSubscriptOutOfRange(std::string_view source);
 [[noreturn]] void ThrowInvalidKey(std::string_view source);
 [[noreturn]] void ThrowDuplicateKey(std::string_view source);
@@ -96,10 +126,10 @@ class Collection {
     const std::size_t pos = TryResolve(ik);
     return pos == npos ? nullptr : &items_[pos].value;
   }
-  bool Exists(std::string_view key) const { return keys_.count(text::FoldCaseKey(key)) != 0; }
+  bool Exists(std::string_view key) const { return keys_.find(key) != keys_.end(); }
   // 1-based position of a key, 0 if absent.
   long PositionOf(std::string_view key) const {
-    const auto it = keys_.find(text::FoldCaseKey(key));
+    const auto it = keys_.find(key);
     return it == keys_.end() ? 0 : static_cast<long>(it->second + 1);
   }
   const std::string& KeyAt(long index) const { return items_[Resolve(IndexKey(index))].key; }
@@ -171,7 +201,7 @@ class Collection {
 
   std::size_t TryResolve(const IndexKey& ik) const noexcept {
     if (ik.IsKey()) {
-      const auto it = keys_.find(text::FoldCaseKey(ik.Key()));
+      const auto it = keys_.find(std::string_view(ik.Key()));
       return it == keys_.end() ? npos : it->second;
     }
     if (ik.Index() < 1 || ik.Index() > Count()) return npos;
@@ -186,32 +216,28 @@ class Collection {
     return pos;
   }
   T& Insert(std::size_t pos, T item, std::string_view key) {
-    std::string folded;
-    if (!key.empty()) {
-      folded = text::FoldCaseKey(key);
-      if (keys_.count(folded)) detail::ThrowDuplicateKey("Collection");
-    }
+    if (!key.empty() && keys_.find(key) != keys_.end()) detail::ThrowDuplicateKey("Collection");
     const bool at_end = pos == items_.size();
     items_.insert(items_.begin() + static_cast<std::ptrdiff_t>(pos),
                   Entry{std::move(item), std::string(key)});
     if (!at_end) Reindex(pos + 1);
-    if (!folded.empty()) keys_.emplace(std::move(folded), pos);
+    if (!key.empty()) keys_.emplace(std::string(key), pos);
     return items_[pos].value;
   }
   void Erase(std::size_t pos) {
-    if (!items_[pos].key.empty()) keys_.erase(text::FoldCaseKey(items_[pos].key));
+    if (!items_[pos].key.empty()) keys_.erase(keys_.find(std::string_view(items_[pos].key)));
     items_.erase(items_.begin() + static_cast<std::ptrdiff_t>(pos));
     Reindex(pos);
   }
   // Positions at or after `from` moved: renumber their keys.
   void Reindex(std::size_t from) {
     for (std::size_t k = from; k < items_.size(); ++k) {
-      if (!items_[k].key.empty()) keys_[text::FoldCaseKey(items_[k].key)] = k;
+      if (!items_[k].key.empty()) keys_.find(std::string_view(items_[k].key))->second = k;
     }
   }
 
   std::vector<Entry> items_;
-  std::unordered_map<std::string, std::size_t> keys_;
+  std::unordered_map<std::string, std::size_t, detail::NoCaseHash, detail::NoCaseEqual> keys_;
 };
 
 enum class CompareMode { Binary = 0, Text = 1 };
@@ -223,14 +249,15 @@ template <typename V = Variant>
 class Dictionary {
  public:
   Dictionary() = default;
-  explicit Dictionary(CompareMode mode) : mode_(mode) {}
-  Dictionary(const Dictionary& other) : mode_(other.mode_) {
+  explicit Dictionary(CompareMode mode) : mode_(mode), index_(MakeIndex(mode)) {}
+  Dictionary(const Dictionary& other) : mode_(other.mode_), index_(MakeIndex(other.mode_)) {
     for (const auto& [k, v] : other.entries_) Add(k, v);
   }
   Dictionary& operator=(const Dictionary& other) {
     if (this != &other) {
       RemoveAll();
       mode_ = other.mode_;
+      index_ = MakeIndex(mode_);
       for (const auto& [k, v] : other.entries_) Add(k, v);
     }
     return *this;
@@ -243,16 +270,16 @@ class Dictionary {
   void SetCompareMode(CompareMode mode) {
     if (!entries_.empty()) detail::ThrowInvalidKey("Dictionary");
     mode_ = mode;
+    index_ = MakeIndex(mode);
   }
 
   long Count() const noexcept { return static_cast<long>(entries_.size()); }
-  bool Exists(std::string_view key) const { return index_.count(Fold(key)) != 0; }
+  bool Exists(std::string_view key) const { return index_.find(key) != index_.end(); }
 
   void Add(std::string_view key, V value) {
-    std::string folded = Fold(key);
-    if (index_.count(folded)) detail::ThrowDuplicateKey("Dictionary");
+    if (index_.find(key) != index_.end()) detail::ThrowDuplicateKey("Dictionary");
     entries_.emplace_back(std::string(key), std::move(value));
-    index_.emplace(std::move(folded), std::prev(entries_.end()));
+    index_.emplace(std::string(key), std::prev(entries_.end()));
   }
   // Adds or replaces.
   void Set(std::string_view key, V value) {
@@ -269,16 +296,16 @@ class Dictionary {
   }
   V& operator[](std::string_view key) { return Item(key); }
   V* Find(std::string_view key) {
-    const auto it = index_.find(Fold(key));
+    const auto it = index_.find(key);
     return it == index_.end() ? nullptr : &it->second->second;
   }
   const V* Find(std::string_view key) const {
-    const auto it = index_.find(Fold(key));
+    const auto it = index_.find(key);
     return it == index_.end() ? nullptr : &it->second->second;
   }
   // The key as it was added (its letter case kept), for a key that compares equal.
   const std::string* StoredKey(std::string_view key) const {
-    const auto it = index_.find(Fold(key));
+    const auto it = index_.find(key);
     return it == index_.end() ? nullptr : &it->second->first;
   }
   // Error 32811 for an unknown key.
@@ -288,7 +315,7 @@ class Dictionary {
     }
   }
   bool TryRemove(std::string_view key) {
-    const auto it = index_.find(Fold(key));
+    const auto it = index_.find(key);
     if (it == index_.end()) return false;
     entries_.erase(it->second);
     index_.erase(it);
@@ -319,13 +346,16 @@ class Dictionary {
 
  private:
   using List = std::list<std::pair<std::string, V>>;
-  std::string Fold(std::string_view key) const {
-    return mode_ == CompareMode::Text ? text::FoldCaseKey(key) : std::string(key);
+  using Index =
+      std::unordered_map<std::string, typename List::iterator, detail::ModeHash, detail::ModeEqual>;
+  static Index MakeIndex(CompareMode mode) {
+    const bool no_case = mode == CompareMode::Text;
+    return Index(0, detail::ModeHash{no_case}, detail::ModeEqual{no_case});
   }
 
   CompareMode mode_ = CompareMode::Binary;
   List entries_;
-  std::unordered_map<std::string, typename List::iterator> index_;
+  Index index_ = MakeIndex(CompareMode::Binary);
 };
 
 }  // namespace gw

@@ -238,6 +238,40 @@ bool EqualsNoCase(std::string_view a, std::string_view b) noexcept {
   return a.size() == b.size() && CompareNoCase(a, b) == 0;
 }
 
+std::size_t HashNoCase(std::string_view s) noexcept {
+  constexpr std::uint64_t kPrime = 0x100000001b3ULL;
+  std::uint64_t h = 0xcbf29ce484222325ULL;
+  std::size_t i = 0;
+  // Texts equal without case have their ASCII bytes at the same places (no other character folds
+  // into ASCII), so an all-ASCII text may be hashed eight bytes at a time.
+  if (IsAscii(s)) {
+    constexpr std::uint64_t kOnes = 0x0101010101010101ULL;
+    for (; i + 8 <= s.size(); i += 8) {
+      std::uint64_t w;
+      std::memcpy(&w, s.data() + i, 8);
+      // Bytes from 'A' to 'Z' get their 0x20 bit set.
+      const std::uint64_t above_z = w + (0x7F - 'Z') * kOnes;
+      const std::uint64_t from_a = w + (0x80 - 'A') * kOnes;
+      w |= ((from_a ^ above_z) & (0x80 * kOnes)) >> 2;
+      h = (h ^ w) * kPrime;
+      h ^= h >> 29;
+    }
+  }
+  // FNV-1a over the folded code points of the rest.
+  while (i < s.size()) {
+    const auto c = static_cast<unsigned char>(s[i]);
+    char32_t cp;
+    if (c < 0x80) {
+      cp = static_cast<unsigned char>(AsciiToLower(static_cast<char>(c)));
+      ++i;
+    } else {
+      cp = FoldCase(DecodeUtf8(s, i));
+    }
+    h = (h ^ cp) * kPrime;
+  }
+  return static_cast<std::size_t>(h);
+}
+
 bool StartsWithNoCase(std::string_view s, std::string_view prefix) noexcept {
   return s.size() >= prefix.size() && EqualsNoCase(s.substr(0, prefix.size()), prefix);
 }

@@ -57,6 +57,9 @@ char32_t FoldCase(char32_t cp) noexcept;
 std::string FoldCaseKey(std::string_view s);
 
 bool EqualsNoCase(std::string_view a, std::string_view b) noexcept;
+// A hash that agrees with `EqualsNoCase` (texts equal without case hash alike), computed without
+// building the folded text.
+std::size_t HashNoCase(std::string_view s) noexcept;
 // <0, 0, >0 like strcmp, on folded code points.
 int CompareNoCase(std::string_view a, std::string_view b) noexcept;
 bool StartsWithNoCase(std::string_view s, std::string_view prefix) noexcept;

@@ -25,6 +25,22 @@ TEST(Collection, PositionsAreOneBasedAndKeysIgnoreCase) {
   EXPECT_EQ(c.PositionOf("KEYC"), 3);
 }
 
+TEST(Collection, KeysBeyondAsciiIgnoreCaseAndSurviveRenumbering) {
+  Collection<int> c;
+  c.Add(1, "Straßenbahn-ÄRGER");
+  c.Add(2, "École");
+  c.AddBefore(0, "Öl", 1);  // every key after it moves one place on
+  EXPECT_EQ(c.Item("straßenbahn-ärger"), 1);
+  EXPECT_EQ(c.PositionOf("ÉCOLE"), 3);
+  EXPECT_EQ(c.PositionOf("öL"), 1);
+  EXPECT_THROW(c.Add(9, "éCOLE"), Error);
+  c.Remove("öl");
+  EXPECT_EQ(c.PositionOf("école"), 2);
+  EXPECT_FALSE(c.Exists("Öl"));
+  c.Add(4, "ÖL");  // a removed key can come back
+  EXPECT_EQ(c.PositionOf("öl"), 3);
+}
+
 TEST(Collection, FailuresCarryTheRuntimeNumbers) {
   Collection<int> c;
   c.Add(1, "one");
@@ -114,8 +130,16 @@ TEST(Dictionary, CompareModesDecideWhetherCaseMatters) {
   } catch (const Error& e) {
     EXPECT_EQ(e.Number(), errnum::kDuplicateKey);
   }
-  // The compare mode can change only while the map is empty.
+  // The compare mode can change only while the map is empty, and then it takes effect.
   EXPECT_THROW(textual.SetCompareMode(CompareMode::Binary), Error);
+  textual.RemoveAll();
+  textual.SetCompareMode(CompareMode::Binary);
+  textual.Add("Ä", "1");
+  EXPECT_FALSE(textual.Exists("ä"));
+  binary.RemoveAll();
+  binary.SetCompareMode(CompareMode::Text);
+  binary.Add("Ä", "1");
+  EXPECT_TRUE(binary.Exists("ä"));
 }
 
 TEST(Dictionary, ItemOfAnUnknownKeyAddsItButFindDoesNot) {

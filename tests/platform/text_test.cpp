@@ -48,6 +48,27 @@ TEST(TextSearch, NonAsciiFoldsOnlySameLengthCharacters) {
   EXPECT_EQ(ToUpper("straße é"), "STRAßE É");
 }
 
+TEST(TextSearch, HashNoCaseAgreesWithEqualsNoCase) {
+  const std::pair<const char*, const char*> same[] = {
+      {"Content-Type", "CONTENT-type"},
+      {"{6F9619FF-8B86-D011-B42D-00C04FC964FF}", "{6f9619ff-8b86-d011-b42d-00c04fc964ff}"},
+      {"ABCDEFGHIJKLMNOPQRSTUVWXYZ", "abcdefghijklmnopqrstuvwxyz"},
+      {"ÉCOLE", "école"},
+      {"Straße", "STRAßE"},
+      {"", ""}};
+  for (const auto& [a, b] : same) {
+    ASSERT_TRUE(EqualsNoCase(a, b)) << a;
+    EXPECT_EQ(HashNoCase(a), HashNoCase(b)) << a;
+  }
+  // Different texts should not share a hash (not required, but a constant hash would pass the
+  // loop above and turn every keyed map into a list).
+  EXPECT_NE(HashNoCase("école"), HashNoCase("ecole"));
+  EXPECT_NE(HashNoCase("ab"), HashNoCase("ba"));
+  // The neighbours of the letters are not letters: '@' and '[' are not '`' and '{'.
+  EXPECT_NE(HashNoCase("@@@@@@@@"), HashNoCase("````````"));
+  EXPECT_NE(HashNoCase("[[[[[[[["), HashNoCase("{{{{{{{{"));
+}
+
 TEST(TextInStr, OneBasedPositionsAndEdges) {
   EXPECT_EQ(InStr(1, "abcabc", "BC", true), 2);
   EXPECT_EQ(InStr(3, "abcabc", "BC", true), 5);
