@@ -6,7 +6,9 @@
 #include <string_view>
 
 #include "engine/meta/meta_doc.h"
+#include "extraction/attrib.h"
 #include "extraction/data_page.h"
+#include "extraction/entity.h"
 #include "extraction/row_sink.h"
 
 namespace gw::bench {
@@ -20,6 +22,20 @@ class BenchDoc : public IDoc {
  private:
   MetaDocPtr meta_ = MetaDoc::Create();
 };
+
+// Adds a field as the entity's next step.
+inline AttribPtr AddField(const EntityPtr& entity, const char* column, const char* start,
+                          const char* end, bool optional = false) {
+  auto a = Attrib::Create();
+  a->SetColumnName(column);
+  a->SetStartTag(start);
+  a->SetEndTag(end);
+  a->SetIsOptional(optional);
+  const auto step = static_cast<std::int16_t>(entity->GetAttributes().Count() + 1);
+  a->SetStep(step);
+  entity->GetAttributes().Add(a, a->Id(), step);
+  return a;
+}
 
 // Counts committed rows and keeps nothing.
 class CountingSink : public RowSink {

@@ -44,21 +44,9 @@ std::string MakeListing(std::size_t bytes) {
   return page;
 }
 
+using bench::AddField;
 using bench::BenchDoc;
 using bench::CountingSink;
-
-AttribPtr AddField(const EntityPtr& entity, const char* column, const char* start, const char* end,
-                   bool optional = false) {
-  auto a = Attrib::Create();
-  a->SetColumnName(column);
-  a->SetStartTag(start);
-  a->SetEndTag(end);
-  a->SetIsOptional(optional);
-  const auto step = static_cast<std::int16_t>(entity->GetAttributes().Count() + 1);
-  a->SetStep(step);
-  entity->GetAttributes().Add(a, a->Id(), step);
-  return a;
-}
 
 std::shared_ptr<DataPage> MakeTemplate(const std::string& cn_str) {
   auto page = DataPage::Create();

@@ -47,15 +47,10 @@ std::string MakeListing(long rows) {
 using bench::BenchDoc;
 using bench::CountingSink;
 
-void AddField(const EntityPtr& entity, const char* column, const char* start, const char* end) {
-  auto a = Attrib::Create();
-  a->SetColumnName(column);
-  a->SetStartTag(start);
-  a->SetEndTag(end);
-  a->SetColumnSize(100);
-  const auto step = static_cast<std::int16_t>(entity->GetAttributes().Count() + 1);
-  a->SetStep(step);
-  entity->GetAttributes().Add(a, a->Id(), step);
+// Fields as wide as the target's columns.
+void AddColumnField(const EntityPtr& entity, const char* column, const char* start,
+                    const char* end) {
+  bench::AddField(entity, column, start, end)->SetColumnSize(100);
 }
 
 std::shared_ptr<DataPage> MakeTemplate(const std::string& cn_str) {
@@ -69,11 +64,11 @@ std::shared_ptr<DataPage> MakeTemplate(const std::string& cn_str) {
   items->SetDBConnStr(cn_str);
   page->RootEntities().Add(items, items->Id());
   page->GetEntities().Add(items, items->Id());
-  AddField(items, "title", "<h2 class=\"title\">", "</h2>");
-  AddField(items, "price", "<span class=\"price\">", "</span>");
-  AddField(items, "sku", "<span class=\"sku\">", "</span>");
-  AddField(items, "stock", "<span class=\"stock\">", "</span>");
-  AddField(items, "descr", "<p class=\"desc\">", "</p>");
+  AddColumnField(items, "title", "<h2 class=\"title\">", "</h2>");
+  AddColumnField(items, "price", "<span class=\"price\">", "</span>");
+  AddColumnField(items, "sku", "<span class=\"sku\">", "</span>");
+  AddColumnField(items, "stock", "<span class=\"stock\">", "</span>");
+  AddColumnField(items, "descr", "<p class=\"desc\">", "</p>");
   return page;
 }
 

@@ -131,12 +131,7 @@ void DJob::Delete(const std::string& JobId) {
                   "because a package terminated abnormally.  You can force all running packages "
                   "to complete from the Console Tool menu.");
     }
-    auto rs = Selectx(JobId, false);
-    if (!rs->IsEOF()) {
-      rs->Delete();
-      rs->Update();
-    }
-    rs->SetActiveConnection(nullptr);
+    DeleteSelectedRow(Selectx(JobId, false));
   });
 }
 
@@ -231,14 +226,7 @@ void DTask::SaveInstance(const std::string& TaskId, const std::string& JobId,
 }
 
 void DTask::Delete(const std::string& TaskId) {
-  ReportAs("DTask.Delete(TaskId)", [&] {
-    auto rs = Selectx(TaskId, false);
-    if (!rs->IsEOF()) {
-      rs->Delete();
-      rs->Update();
-    }
-    rs->SetActiveConnection(nullptr);
-  });
+  ReportAs("DTask.Delete(TaskId)", [&] { DeleteSelectedRow(Selectx(TaskId, false)); });
 }
 
 db::RecordsetPtr DTask::Selectx(const std::string& TaskId, bool ReadOnly) {

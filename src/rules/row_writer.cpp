@@ -4,6 +4,14 @@
 
 namespace gw {
 
+void DeleteSelectedRow(const db::RecordsetPtr& rs) {
+  if (!rs->IsEOF()) {
+    rs->Delete();
+    rs->Update();
+  }
+  rs->SetActiveConnection(nullptr);
+}
+
 bool IsNoAction(const Variant& v) {
   return v.IsEmpty() || (v.IsString() && v.ToString() == kNoAction);
 }

@@ -11,6 +11,10 @@
 
 namespace gw {
 
+// Deletes the row a freshly selected updatable recordset stands on, if it holds one, then cuts the
+// recordset from its connection.
+void DeleteSelectedRow(const db::RecordsetPtr& rs);
+
 class PartialRowWriter {
  public:
   // Selects the row (at most one) with `select_sql` and `params`, updatable.

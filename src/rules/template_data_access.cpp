@@ -16,13 +16,8 @@ constexpr ErrorNumber kInvalidDatapageReference = 0x9987189C;
 constexpr ErrorNumber kDatapageInUse = 0xB68E1CDB;
 
 // Deletes the one row a statement selects, if it is there.
-void DeleteSelectedRow(const CDisconnRS& q, std::string_view select_sql, const std::string& id) {
-  auto rs = q.RunQuery(select_sql, false, {Variant(id)});
-  if (!rs->IsBOF() && !rs->IsEOF()) {
-    rs->Delete();
-    rs->Update();
-  }
-  rs->SetActiveConnection(nullptr);
+void DeleteRowById(const CDisconnRS& q, std::string_view select_sql, const std::string& id) {
+  DeleteSelectedRow(q.RunQuery(select_sql, false, {Variant(id)}));
 }
 
 bool IsEmptyArgument(const Variant& v) { return IsNoAction(v) || v.IsNull() || v.ToText().empty(); }
@@ -43,9 +38,8 @@ db::RecordsetPtr D_Attrib::Selectx(const std::string& Id) {
 }
 
 void D_Attrib::Delete(const std::string& Id) {
-  ReportAs("D_Attrib.Delete(Id)", [&] {
-    DeleteSelectedRow(Query(), "SELECT * FROM attributes WHERE attribute_id = ?", Id);
-  });
+  ReportAs("D_Attrib.Delete(Id)",
+           [&] { DeleteRowById(Query(), "SELECT * FROM attributes WHERE attribute_id = ?", Id); });
 }
 
 bool D_Attrib::Save(const std::string& Id, const Variant& EntityId, const Variant& ColumnName,
@@ -122,7 +116,7 @@ db::RecordsetPtr D_Entity::Selectx(const std::string& Id) {
 
 void D_Entity::Delete(const std::string& Id) {
   ReportAs("D_Entity.Delete(Id)",
-           [&] { DeleteSelectedRow(Query(), "SELECT * FROM entities WHERE entity_id = ?", Id); });
+           [&] { DeleteRowById(Query(), "SELECT * FROM entities WHERE entity_id = ?", Id); });
 }
 
 bool D_Entity::Save(const std::string& Id, const Variant& DatapageId, const Variant& EntityName,
@@ -212,7 +206,7 @@ void D_DataPage::Delete(const std::string& Id) {
                   "datapage.  The following packages reference this datapage: " +
                       text::Join(names, ", "));
     }
-    DeleteSelectedRow(Query(), "SELECT * FROM datapages WHERE datapage_id = ?", Id);
+    DeleteRowById(Query(), "SELECT * FROM datapages WHERE datapage_id = ?", Id);
   });
 }
 

@@ -1,35 +1,14 @@
 // gleanwright export and import, run as the program a user runs.
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
+#include "cli.h"
 #include "support/test_support.h"
 
 namespace gw {
 namespace {
 
-struct Result {
-  int status = -1;
-  std::string output;
-};
-
-// Runs gleanwright with `args` (already quoted for the shell) and $GLEANWRIGHT_HOME at `home`;
-// `with_errors` adds what it writes to standard error to the output.
-Result RunCli(const std::filesystem::path& home, const std::string& args, bool with_errors = true) {
-  const std::string cmd = "GLEANWRIGHT_HOME='" + home.string() + "' '" GW_CLI "' " + args +
-                          (with_errors ? " 2>&1" : " 2>/dev/null");
-  Result r;
-  FILE* p = ::popen(cmd.c_str(), "r");
-  if (!p) return r;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.output.append(buf, n);
-  const int status = ::pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
+using testing::RunCli;
+using Result = testing::CliResult;
 
 std::string Example(const char* name) {
   return "'" + (testing::SourceDir() / "examples/exchange" / name).string() + "'";

@@ -1,10 +1,7 @@
 // gleanwright extract, run as the program a user runs, on a datapage saved in a real rules store.
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
+#include "cli.h"
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
@@ -16,23 +13,8 @@
 namespace gw {
 namespace {
 
-struct Result {
-  int status = -1;
-  std::string output;
-};
-
-Result RunCli(const std::filesystem::path& home, const std::string& args) {
-  const std::string cmd = "GLEANWRIGHT_HOME='" + home.string() + "' '" GW_CLI "' " + args + " 2>&1";
-  Result r;
-  FILE* p = ::popen(cmd.c_str(), "r");
-  if (!p) return r;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.output.append(buf, n);
-  const int status = ::pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
+using testing::RunCli;
+using Result = testing::CliResult;
 
 class ExtractCommand : public ::testing::Test {
  protected:

@@ -1,10 +1,7 @@
 // The commands of the rules store, run as the program a user runs.
-#include <sys/wait.h>
-
 #include <gtest/gtest.h>
 
-#include <cstdio>
-
+#include "cli.h"
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "rules/connection_string.h"
@@ -15,24 +12,8 @@
 namespace gw {
 namespace {
 
-struct Result {
-  int status = -1;
-  std::string output;
-};
-
-// Runs gleanwright with `args` (already quoted for the shell) and $GLEANWRIGHT_HOME at `home`.
-Result RunCli(const std::filesystem::path& home, const std::string& args) {
-  const std::string cmd = "GLEANWRIGHT_HOME='" + home.string() + "' '" GW_CLI "' " + args + " 2>&1";
-  Result r;
-  FILE* p = ::popen(cmd.c_str(), "r");
-  if (!p) return r;
-  char buf[4096];
-  std::size_t n;
-  while ((n = std::fread(buf, 1, sizeof buf, p)) > 0) r.output.append(buf, n);
-  const int status = ::pclose(p);
-  r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-  return r;
-}
+using testing::RunCli;
+using Result = testing::CliResult;
 
 // Schema objects and row counts of a SQLite store.
 std::string Snapshot(const std::filesystem::path& file) {
