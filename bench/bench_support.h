@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/meta/meta_doc.h"
+#include "meta/meta_doc.h"
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"

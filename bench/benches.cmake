@@ -2,7 +2,7 @@
 gw_add_bench(text_bench DEPS gw_platform)
 gw_add_bench(c_string_bench DEPS gw_text)
 gw_add_bench(extract_bench DEPS gw_extraction gw_meta gw_platform)
-gw_add_bench(filters_bench DEPS gw_text_filters)
+gw_add_bench(filters_bench DEPS gw_filters)
 gw_add_bench(targets_bench DEPS gw_extraction gw_targets gw_platform)
 # The MariaDB benchmark starts its own private server, as the tests do.
 target_sources(targets_bench PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/mariadb_server.cpp)

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "text/filters/column_filter.h"
+#include "filters/column_filter.h"
 #include "web/uri.h"
 
 namespace {

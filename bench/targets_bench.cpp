@@ -19,7 +19,7 @@
 #include <string>
 
 #include "bench_support.h"
-#include "engine/meta/meta_doc.h"
+#include "meta/meta_doc.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "platform/db/connection.h"

@@ -43,6 +43,6 @@ function(gw_add_test_dir folder)
   target_include_directories(${exe} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
   target_link_libraries(${exe} PRIVATE gw_build_flags gw_testing ${ARG_DEPS} GTest::gtest GTest::gmock
                                        GTest::gtest_main)
-  gtest_discover_tests(${exe} DISCOVERY_TIMEOUT 60
+  gtest_discover_tests(${exe} DISCOVERY_TIMEOUT 60 NO_PRETTY_VALUES
                        PROPERTIES ENVIRONMENT "GW_SOURCE_DIR=${PROJECT_SOURCE_DIR};GW_BINARY_DIR=${PROJECT_BINARY_DIR}")
 endfunction()

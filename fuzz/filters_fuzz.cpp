@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "platform/error.h"
-#include "text/filters/column_filter.h"
-#include "text/filters/transformations.h"
+#include "filters/column_filter.h"
+#include "filters/transformations.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const char* const kTypes[] = {"RAW",

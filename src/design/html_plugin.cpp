@@ -13,7 +13,7 @@
 #include "platform/regex.h"
 #include "platform/text.h"
 #include "text/b_string.h"
-#include "text/filters/transformations.h"
+#include "filters/transformations.h"
 
 namespace gw {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "engine/doc_plugin.h"
-#include "engine/meta/meta_doc.h"
+#include "meta/meta_doc.h"
 #include "extraction/data_page.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"

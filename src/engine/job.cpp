@@ -3,8 +3,8 @@
 #include <optional>
 
 #include "engine/doc_source.h"
-#include "engine/meta/meta_job.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 #include "infra/c_guid_gen.h"
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"

@@ -17,7 +17,7 @@
 #include <string>
 #include <string_view>
 
-#include "text/filters/column_filter.h"
+#include "filters/column_filter.h"
 #include "extraction/token_type.h"
 #include "platform/collection.h"
 #include "platform/error.h"

@@ -15,7 +15,7 @@
 #include <string>
 #include <string_view>
 
-#include "engine/meta/meta_doc.h"
+#include "meta/meta_doc.h"
 #include "extraction/entity.h"
 #include "extraction/row_sink.h"
 #include "extraction/token_type.h"

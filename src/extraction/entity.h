@@ -27,9 +27,9 @@
 #include <string_view>
 #include <vector>
 
-#include "engine/meta/meta_doc.h"
-#include "engine/meta/meta_entity.h"
-#include "engine/meta/meta_field.h"
+#include "meta/meta_doc.h"
+#include "meta/meta_entity.h"
+#include "meta/meta_field.h"
 #include "extraction/attrib.h"
 #include "extraction/row_sink.h"
 #include "extraction/skip_map.h"

@@ -3,8 +3,8 @@
 
 #include <algorithm>
 
-#include "engine/meta/meta_job.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 #include "engine/run_fixture.h"
 #include "platform/db/connection.h"
 

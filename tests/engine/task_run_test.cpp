@@ -6,8 +6,8 @@
 #include <filesystem>
 
 #include "engine/doc.h"
-#include "engine/meta/meta_job.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 #include "engine/run_fixture.h"
 #include "platform/db/connection.h"
 #include "platform/event_loop.h"

@@ -1,8 +1,8 @@
 // Custom columns chosen in the rules store reach the rows of nested datasets in a real target.
 #include <gtest/gtest.h>
 
-#include "engine/meta/meta_job.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"

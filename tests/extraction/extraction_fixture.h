@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "engine/meta/meta_doc.h"
+#include "meta/meta_doc.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "extraction/failures.h"

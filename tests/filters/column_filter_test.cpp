@@ -1,4 +1,4 @@
-#include "text/filters/column_filter.h"
+#include "filters/column_filter.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/meta/meta_doc.h"
+#include "meta/meta_doc.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"
 #include "platform/variant.h"

@@ -1,7 +1,7 @@
-#include "engine/meta/meta_doc.h"
+#include "meta/meta_doc.h"
 
-#include "engine/meta/meta_internal.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_internal.h"
+#include "meta/meta_task.h"
 #include "platform/error.h"
 #include "platform/event_loop.h"
 #include "rules/package_data_access.h"

@@ -1,12 +1,12 @@
-#include "engine/meta/meta_entity.h"
+#include "meta/meta_entity.h"
 
 #include <array>
 #include <optional>
 
-#include "engine/meta/meta_doc.h"
-#include "engine/meta/meta_internal.h"
-#include "engine/meta/meta_job.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_doc.h"
+#include "meta/meta_internal.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 #include "platform/error.h"
 #include "rules/package_data_access.h"
 

@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/meta/meta_field.h"
+#include "meta/meta_field.h"
 #include "platform/collection.h"
 
 namespace gw {

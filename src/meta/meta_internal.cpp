@@ -1,4 +1,4 @@
-#include "engine/meta/meta_internal.h"
+#include "meta/meta_internal.h"
 
 #include "platform/error.h"
 

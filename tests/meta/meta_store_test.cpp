@@ -1,10 +1,10 @@
 // Run metadata on a real rules store: success codes per level and what each save writes.
 #include <gtest/gtest.h>
 
-#include "engine/meta/meta_doc.h"
-#include "engine/meta/meta_entity.h"
-#include "engine/meta/meta_job.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_doc.h"
+#include "meta/meta_entity.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 #include "rules/package_data_access.h"
 #include "rules/rules_fixture.h"
 

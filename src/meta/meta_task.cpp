@@ -1,7 +1,7 @@
-#include "engine/meta/meta_task.h"
+#include "meta/meta_task.h"
 
-#include "engine/meta/meta_internal.h"
-#include "engine/meta/meta_job.h"
+#include "meta/meta_internal.h"
+#include "meta/meta_job.h"
 #include "platform/error.h"
 #include "rules/package_data_access.h"
 

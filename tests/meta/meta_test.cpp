@@ -1,10 +1,10 @@
 // Run metadata: the percentages and the values custom columns take from the run.
 #include <gtest/gtest.h>
 
-#include "engine/meta/meta_doc.h"
-#include "engine/meta/meta_entity.h"
-#include "engine/meta/meta_job.h"
-#include "engine/meta/meta_task.h"
+#include "meta/meta_doc.h"
+#include "meta/meta_entity.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 
 namespace gw {
 namespace {

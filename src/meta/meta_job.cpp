@@ -1,6 +1,6 @@
-#include "engine/meta/meta_job.h"
+#include "meta/meta_job.h"
 
-#include "engine/meta/meta_internal.h"
+#include "meta/meta_internal.h"
 #include "platform/error.h"
 #include "rules/package_data_access.h"
 

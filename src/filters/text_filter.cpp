@@ -1,4 +1,4 @@
-#include "text/filters/text_filter.h"
+#include "filters/text_filter.h"
 
 #include <optional>
 #include <vector>

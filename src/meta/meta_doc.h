@@ -10,7 +10,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/meta/meta_entity.h"
+#include "meta/meta_entity.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"
 

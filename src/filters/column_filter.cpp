@@ -1,7 +1,7 @@
-#include "text/filters/column_filter.h"
+#include "filters/column_filter.h"
 
 #include "platform/text.h"
-#include "text/filters/text_filter.h"
+#include "filters/text_filter.h"
 
 namespace gw::filters {
 

@@ -1,4 +1,4 @@
-#include "engine/meta/meta_field.h"
+#include "meta/meta_field.h"
 
 #include "platform/error.h"
 #include "rules/stored_row.h"

@@ -1,4 +1,4 @@
-#include "text/filters/transformations.h"
+#include "filters/transformations.h"
 
 #include <gtest/gtest.h>
 

@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-#include "engine/meta/meta_task.h"
+#include "meta/meta_task.h"
 #include "platform/date_time.h"
 
 namespace gw {
