@@ -5,11 +5,11 @@
 #include <string>
 #include <string_view>
 
-#include "meta/meta_doc.h"
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "extraction/row_sink.h"
+#include "meta/meta_doc.h"
 
 namespace gw::bench {
 

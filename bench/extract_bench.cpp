@@ -14,9 +14,9 @@
 #include <string>
 
 #include "bench_support.h"
-#include "meta/meta_doc.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
+#include "meta/meta_doc.h"
 #include "platform/db/connection.h"
 
 namespace {

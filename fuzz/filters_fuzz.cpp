@@ -6,9 +6,9 @@
 #include <string>
 #include <string_view>
 
-#include "platform/error.h"
 #include "filters/column_filter.h"
 #include "filters/transformations.h"
+#include "platform/error.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const char* const kTypes[] = {"RAW",

@@ -12,13 +12,13 @@
 #include <sstream>
 
 #include "commands.h"
-#include "meta/meta_doc.h"
 #include "extraction/data_page.h"
 #include "extraction/failures.h"
+#include "filters/transformations.h"
+#include "meta/meta_doc.h"
 #include "platform/charset.h"
 #include "platform/text.h"
 #include "rules/template_data_access.h"
-#include "filters/transformations.h"
 
 namespace gw::app {
 namespace {

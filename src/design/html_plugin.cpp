@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "engine/doc.h"
+#include "filters/transformations.h"
 #include "platform/charset.h"
 #include "platform/error.h"
 #include "platform/regex.h"
 #include "platform/text.h"
 #include "text/b_string.h"
-#include "filters/transformations.h"
 
 namespace gw {
 

@@ -6,8 +6,8 @@
 #include <string>
 
 #include "engine/doc_plugin.h"
-#include "meta/meta_doc.h"
 #include "extraction/data_page.h"
+#include "meta/meta_doc.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"
 #include "platform/error.h"

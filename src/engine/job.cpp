@@ -3,9 +3,9 @@
 #include <optional>
 
 #include "engine/doc_source.h"
+#include "infra/c_guid_gen.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
-#include "infra/c_guid_gen.h"
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "platform/error.h"

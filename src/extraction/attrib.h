@@ -17,8 +17,8 @@
 #include <string>
 #include <string_view>
 
-#include "filters/column_filter.h"
 #include "extraction/token_type.h"
+#include "filters/column_filter.h"
 #include "platform/collection.h"
 #include "platform/error.h"
 #include "platform/signal.h"

@@ -15,10 +15,10 @@
 #include <string>
 #include <string_view>
 
-#include "meta/meta_doc.h"
 #include "extraction/entity.h"
 #include "extraction/row_sink.h"
 #include "extraction/token_type.h"
+#include "meta/meta_doc.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"
 #include "platform/db/recordset.h"

@@ -27,14 +27,14 @@
 #include <string_view>
 #include <vector>
 
-#include "meta/meta_doc.h"
-#include "meta/meta_entity.h"
-#include "meta/meta_field.h"
 #include "extraction/attrib.h"
 #include "extraction/row_sink.h"
 #include "extraction/skip_map.h"
 #include "extraction/text_search.h"
 #include "extraction/token_type.h"
+#include "meta/meta_doc.h"
+#include "meta/meta_entity.h"
+#include "meta/meta_field.h"
 #include "platform/collection.h"
 #include "platform/db/recordset.h"
 #include "platform/error.h"

@@ -1,7 +1,7 @@
 #include "filters/column_filter.h"
 
-#include "platform/text.h"
 #include "filters/text_filter.h"
+#include "platform/text.h"
 
 namespace gw::filters {
 

@@ -3,9 +3,9 @@
 
 #include <algorithm>
 
+#include "engine/run_fixture.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
-#include "engine/run_fixture.h"
 #include "platform/db/connection.h"
 
 namespace gw::engine_test {

@@ -6,9 +6,9 @@
 #include <filesystem>
 
 #include "engine/doc.h"
+#include "engine/run_fixture.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
-#include "engine/run_fixture.h"
 #include "platform/db/connection.h"
 #include "platform/event_loop.h"
 #include "rules/package_data_access.h"

@@ -1,11 +1,11 @@
 // Custom columns chosen in the rules store reach the rows of nested datasets in a real target.
 #include <gtest/gtest.h>
 
-#include "meta/meta_job.h"
-#include "meta/meta_task.h"
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
+#include "meta/meta_job.h"
+#include "meta/meta_task.h"
 #include "rules/rules_fixture.h"
 
 namespace gw {

@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "meta/meta_doc.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "extraction/failures.h"
+#include "meta/meta_doc.h"
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "support/test_support.h"
