@@ -16,6 +16,29 @@ ErrorNumber FailureOf(const std::function<void()>& f) {
   return 0;
 }
 
+TEST(ConnectionProperties, MaskPasswordsHidesEverySecretAndKeepsTheRest) {
+  const struct {
+    const char* given;
+    const char* shown;
+  } cases[] = {
+      {"Provider=MySQLProv;Server=h;User ID=u;Password=secret",
+       "Provider=MySQLProv;Server=h;User ID=u;Password=*****"},
+      {"pwd = 'a;b''c' ;Data Source=x", "pwd = '*****' ;Data Source=x"},
+      {"Provider=MSDASQL;Extended Properties=\"DRIVER={MySQL};SERVER=h;UID=u;PWD=secret\"",
+       "Provider=MSDASQL;Extended Properties=\"DRIVER={MySQL};SERVER=h;UID=u;PWD=*****\""},
+      {"Provider=Microsoft.Jet.OLEDB.4.0;Data Source=/d/x.xlsx;Extended Properties=\"Excel "
+       "8.0;HDR=Yes\"",
+       "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=/d/x.xlsx;Extended Properties=\"Excel "
+       "8.0;HDR=Yes\""},
+      {"Provider=SQLite;Data Source=/a;Password=", "Provider=SQLite;Data Source=/a;Password="},
+      {"not a connection string", "not a connection string"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.given);
+    EXPECT_EQ(gw::db::MaskPasswords(c.given), c.shown);
+  }
+}
+
 TEST(ConnectionProperties, ParsesQuotedValuesAndRendersThemBack) {
   const auto p = ConnectionProperties::Parse(
       "Provider=Microsoft.Jet.OLEDB.4.0; Data Source = /tmp/a b.xls ;"

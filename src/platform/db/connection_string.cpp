@@ -96,4 +96,58 @@ std::string ConnectionProperties::ToString() const {
   return out;
 }
 
+std::string MaskPasswords(std::string_view s) {
+  // Works on the text as written, so that everything but the secrets reads as the user gave it.
+  std::string out;
+  std::size_t i = 0;
+  while (i < s.size()) {
+    const std::size_t eq = s.find('=', i);
+    const std::size_t semi = s.find(';', i);
+    if (eq == std::string_view::npos || (semi != std::string_view::npos && semi < eq)) {
+      const std::size_t stop = semi == std::string_view::npos ? s.size() : semi + 1;
+      out.append(s.substr(i, stop - i));
+      i = stop;
+      continue;
+    }
+    const std::string_view key = text::TrimWhitespace(s.substr(i, eq - i));
+    out.append(s.substr(i, eq + 1 - i));
+    i = eq + 1;
+    while (i < s.size() && (s[i] == ' ' || s[i] == '\t')) out += s[i++];
+    // The value's span, without its quotes.
+    std::size_t value_begin = i;
+    std::size_t value_end;
+    std::size_t after;
+    char quote = 0;
+    if (i < s.size() && (s[i] == '"' || s[i] == '\'')) {
+      quote = s[i];
+      value_begin = ++i;
+      while (i < s.size() && !(s[i] == quote && (i + 1 >= s.size() || s[i + 1] != quote))) {
+        i += s[i] == quote ? 2 : 1;
+      }
+      value_end = i;
+      after = i < s.size() ? i + 1 : i;
+    } else {
+      const std::size_t stop = s.find(';', i);
+      value_end = stop == std::string_view::npos ? s.size() : stop;
+      after = value_end;
+    }
+    const std::string_view value = s.substr(value_begin, value_end - value_begin);
+    if (quote) out += quote;
+    if ((text::EqualsNoCase(key, "Password") || text::EqualsNoCase(key, "PWD")) &&
+        !text::TrimWhitespace(value).empty()) {
+      out += "*****";
+    } else if (text::EqualsNoCase(key, "Extended Properties")) {
+      out += MaskPasswords(value);
+    } else {
+      out.append(value);
+    }
+    if (quote && value_end < s.size()) out += quote;
+    const std::size_t next = s.find(';', after);
+    const std::size_t stop = next == std::string_view::npos ? s.size() : next + 1;
+    out.append(s.substr(after, stop - after));
+    i = stop;
+  }
+  return out;
+}
+
 }  // namespace gw::db

@@ -35,4 +35,9 @@ class ConnectionProperties {
   std::vector<std::pair<std::string, std::string>> items_;
 };
 
+// The connection string with the value of every password parameter ("Password", "PWD", also
+// inside `Extended Properties`) replaced by "*****", for messages, logs and reports. Other
+// parameters keep their values; the text is rendered again by `ConnectionProperties::ToString`.
+std::string MaskPasswords(std::string_view connection_string);
+
 }  // namespace gw::db
