@@ -6,7 +6,8 @@ set -euo pipefail
 PACKAGES=(
   build-essential cmake ninja-build pkg-config clang
   libsqlite3-dev sqlite3
-  libcurl4-openssl-dev
+  libcurl4-openssl-dev ca-certificates
+  openssl
   libpcre2-dev
   libxml2-dev
   libsodium-dev

@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "platform/collection.h"
+#include "web/failures.h"
 #include "web/resource_type.h"
 
 namespace gw::web {
@@ -19,11 +20,6 @@ class HttpHeaderElement;
 class Uri;
 
 using HttpHeaderElements = Collection<std::shared_ptr<HttpHeaderElement>>;
-
-namespace errnum {
-// A header value with an element that has no name ("=x", "a;;=b").
-inline constexpr ErrorNumber kBadHeaderFormat = 0x849B9052;
-}  // namespace errnum
 
 namespace HttpUtility {
 

@@ -28,14 +28,9 @@
 #include "platform/error.h"
 #include "platform/variant.h"
 #include "web/cloneable.h"
+#include "web/failures.h"
 
 namespace gw::web {
-
-namespace errnum {
-inline constexpr ErrorNumber kNoScheme = 0xAA84279C;
-inline constexpr ErrorNumber kCannotResolve = 0xAA8427B7;
-inline constexpr ErrorNumber kNoClosingBracket = 0xAA842821;
-}  // namespace errnum
 
 class Uri : public Object, public ICloneable {
  public:

@@ -1,0 +1,82 @@
+#include "platform/stream.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+namespace gw {
+
+void Stream::Open() {
+  open_ = true;
+  bytes_.clear();
+  position_ = 0;
+}
+
+void Stream::Close() noexcept {
+  open_ = false;
+  bytes_.clear();
+  position_ = 0;
+}
+
+void Stream::RequireOpen(std::string_view member) const {
+  if (!open_) {
+    throw Error(errnum::kStreamClosed, "Stream." + std::string(member),
+                "Operation is not allowed when the object is closed.");
+  }
+}
+
+void Stream::Write(std::string_view bytes) {
+  RequireOpen("Write");
+  bytes_.append(bytes);
+  position_ = static_cast<long>(bytes_.size());
+}
+
+std::string Stream::Read() {
+  RequireOpen("Read");
+  std::string out = bytes_.substr(static_cast<std::size_t>(position_));
+  position_ = static_cast<long>(bytes_.size());
+  return out;
+}
+
+void Stream::SetPosition(long position) {
+  RequireOpen("Position");
+  if (position < 0 || position > Size()) {
+    throw Error(errnum::kInvalidProcedureCall, "Stream.Position",
+                "Invalid procedure call or argument");
+  }
+  position_ = position;
+}
+
+void Stream::SaveToFile(const std::string& path, int options) const {
+  RequireOpen("SaveToFile");
+  namespace fs = std::filesystem;
+  const auto fail = [&](const std::string& why) {
+    throw Error(errnum::kWriteToFileFailed, "Stream.SaveToFile",
+                "Write to file failed: " + path + " (" + why + ").");
+  };
+  std::error_code ec;
+  if (options != kSaveCreateOverWrite && fs::exists(path, ec)) fail("the file exists");
+  const std::string temporary = path + ".part" + std::to_string(::getpid());
+  {
+    std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
+    if (!out) fail(std::strerror(errno));
+    out.write(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
+    out.close();
+    if (!out) {
+      const std::string why = std::strerror(errno);
+      fs::remove(temporary, ec);
+      fail(why);
+    }
+  }
+  fs::rename(temporary, path, ec);
+  if (ec) {
+    fs::remove(temporary, ec);
+    fail(ec.message());
+  }
+}
+
+}  // namespace gw

@@ -1,0 +1,82 @@
+#include "support/http_server.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <stdexcept>
+
+namespace gw::testing {
+
+LoopbackHttpServer::LoopbackHttpServer() : server_(std::make_unique<httplib::Server>()) {}
+
+LoopbackHttpServer::LoopbackHttpServer(const std::filesystem::path& cert,
+                                       const std::filesystem::path& key)
+    : server_(std::make_unique<httplib::SSLServer>(cert.c_str(), key.c_str())), tls_(true) {
+  if (!server_->is_valid()) throw std::runtime_error("the TLS test server could not start");
+}
+
+LoopbackHttpServer::~LoopbackHttpServer() { Stop(); }
+
+void LoopbackHttpServer::Start(int threads) {
+  server_->new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+  port_ = server_->bind_to_any_port("127.0.0.1");
+  if (port_ <= 0) throw std::runtime_error("the test server could not bind to 127.0.0.1");
+  thread_ = std::thread([this] { server_->listen_after_bind(); });
+  for (int k = 0; k < 500 && !server_->is_running(); ++k) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+  }
+}
+
+void LoopbackHttpServer::Stop() {
+  if (thread_.joinable()) {
+    server_->stop();
+    thread_.join();
+  }
+}
+
+std::string LoopbackHttpServer::Url(std::string_view path) const {
+  return std::string(tls_ ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_) +
+         std::string(path);
+}
+
+TestCertificates MakeTestCertificates(const std::filesystem::path& dir) {
+  TestCertificates c{dir / "ca.pem", dir / "server.pem", dir / "server.key"};
+  const std::string d = dir.string();
+  const std::string ext = (dir / "ext.cnf").string();
+  const std::string script =
+      "cd '" + d +
+      "' && "
+      "printf 'subjectAltName=IP:127.0.0.1,DNS:localhost\\nbasicConstraints=CA:FALSE\\n' > ext.cnf"
+      " && openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes"
+      " -keyout ca.key -out ca.pem -days 2 -subj '/CN=Gleanwright Test CA' 2>/dev/null"
+      " && openssl req -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -nodes"
+      " -keyout server.key -out server.csr -subj '/CN=localhost' 2>/dev/null"
+      " && openssl x509 -req -in server.csr -CA ca.pem -CAkey ca.key -CAcreateserial"
+      " -out server.pem -days 2 -extfile ext.cnf 2>/dev/null";
+  if (std::system(script.c_str()) != 0) {
+    throw std::runtime_error("openssl could not make the test certificates");
+  }
+  return c;
+}
+
+int UnusedLoopbackPort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  addr.sin_port = 0;
+  socklen_t len = sizeof addr;
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
+    ::close(fd);
+    throw std::runtime_error("no free loopback port");
+  }
+  ::close(fd);
+  return ntohs(addr.sin_port);
+}
+
+}  // namespace gw::testing
