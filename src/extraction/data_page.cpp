@@ -210,12 +210,12 @@ void DataPage::ApplyStaticColumns(db::Recordset& static_columns, Entity& entity)
     return;
   }
   try {
-    // Every pass starts again at the first row, so the loop ends only when the row found is the
-    // recordset's last one (or none is found).
-    while (!static_columns.IsEOF()) {
-      static_columns.MoveFirst();
-      static_columns.Find("EntityId = " + entity.Id(), 0, db::SearchDirection::Forward);
-      if (static_columns.IsEOF() || static_columns.IsBOF()) continue;
+    // One forward pass over the rows that name this dataset.
+    const std::string criterion = "EntityId = " + entity.Id();
+    static_columns.MoveFirst();
+    for (static_columns.Find(criterion, 0, db::SearchDirection::Forward);
+         !static_columns.IsEOF() && !static_columns.IsBOF();
+         static_columns.Find(criterion, 1, db::SearchDirection::Forward)) {
       const std::string column = static_columns["ColumnName"].Value().ToText();
       try {
         const auto& row = entity.Extraction();
@@ -230,7 +230,6 @@ void DataPage::ApplyStaticColumns(db::Recordset& static_columns, Entity& entity)
                    "The Column specified by the Static Field " + column +
                        " does not exist in the specified data store or " + e.Description());
       }
-      static_columns.MoveNext();
     }
   } catch (const Error& e) {
     static_failure_ = Status::FromError(e);

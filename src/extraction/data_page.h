@@ -46,9 +46,8 @@ class DataPage : public Object {
   // Cuts rows out of `SrcHTML` until no root dataset's initialization string is left; `SrcHTML`
   // comes back as what no dataset took (it is empty while this runs: handlers must not use it).
   // `StaticColumns` (columns `EntityId`, `ColumnName`, `Value`) gives fixed values to the row of
-  // the dataset it names; they are set on `Entity.Extraction` after the row was written and are not
-  // written to the target. The loop over them ends only when the row it finds is the recordset's
-  // last, so give one row per dataset, the last one matching. The result is always null. Faults
+  // the dataset it names; they are set on `Entity.Extraction` of every row of that dataset after
+  // the row was written, and are not written to the target. The result is always null. Faults
   // unwind with the log name
   // "DataPage.Extract(SrcHTML,UseTmpTbls,StaticColumns,OverrideDBConnStr,UniqueTblPrefix)".
   std::shared_ptr<db::Recordset> Extract(

@@ -2,6 +2,8 @@
 // static columns.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "extraction_fixture.h"
 
 namespace gw::extraction_test {
@@ -134,35 +136,43 @@ TEST_F(Driver, TheProgressGuardDropsOneCharacterOfAnOccurrenceThatConsumedNothin
   EXPECT_EQ(stuck->PendingFailure().Number(), exerr::kUpdateRefused);
 }
 
-TEST_F(Driver, StaticColumnsAreSetOnTheWrittenRowOnly) {
+TEST_F(Driver, StaticColumnsAreSetOnEveryRowOfTheirDatasetAndNotWritten) {
+  auto pears = AddRoot("Pears", "<p>", "pears");
+  AddField(pears, "v", "<p>", "</p>");
   auto statics = db::Recordset::Create();
   statics->AppendField("EntityId", db::DataType::VarWChar, 36);
   statics->AppendField("ColumnName", db::DataType::VarWChar, 50);
   statics->AppendField("Value", db::DataType::VarWChar, 50);
   statics->OpenFabricated();
-  statics->AddNew();
-  (*statics)["EntityId"] = Variant(apples_->Id());
-  (*statics)["ColumnName"] = Variant("v");
-  (*statics)["Value"] = Variant("fixed");
-  statics->Update();
-  statics->MoveFirst();
+  // The apples' rows are not the last ones, and one names a column the table lacks: that one is
+  // a failure that does not unwind.
+  for (const auto& [entity, column, value] :
+       std::vector<std::tuple<std::string, std::string, std::string>>{
+           {apples_->Id(), "v", "fixed-a"},
+           {apples_->Id(), "nope", "x"},
+           {pears->Id(), "v", "fixed-p"}}) {
+    statics->AddNew();
+    (*statics)["EntityId"] = Variant(entity);
+    (*statics)["ColumnName"] = Variant(column);
+    (*statics)["Value"] = Variant(value);
+    statics->Update();
+  }
+  // What each dataset's last row holds after every row of the page.
+  std::vector<std::string> seen;
+  const auto value_of = [](const EntityPtr& e) {
+    return e->Extraction() ? (*e->Extraction())["v"].Value().ToText() : std::string("-");
+  };
+  ScopedConnection progress(page_->OnProgressChange.Connect(
+      [&](long, long) { seen.push_back(value_of(apples_) + "/" + value_of(pears)); }));
 
-  std::string text = "<a>1</a>";
+  std::string text = "<a>1</a><p>2</p><a>3</a><p>4</p>";
   page_->Extract(text, false, statics);
-  ASSERT_NE(apples_->Extraction(), nullptr);
-  EXPECT_EQ((*apples_->Extraction())["v"].Value().ToText(), "fixed");
+  EXPECT_EQ(seen, (std::vector<std::string>{"fixed-a/-", "fixed-a/fixed-p", "fixed-a/fixed-p",
+                                            "fixed-a/fixed-p"}));
   EXPECT_EQ(apples_->Extraction()->ActiveConnection(), nullptr);
-  EXPECT_EQ(Rows("SELECT v FROM apples"), (RowList{{"1"}}));
-
-  // The loop leaves the static columns at their end, where the next row finds them: only the
-  // first row a recordset meets gets its values.
-  text = "<a>2</a><a>3</a>";
-  page_->Extract(text, false, statics);
-  EXPECT_EQ((*apples_->Extraction())["v"].Value().ToText(), "3");
-  statics->MoveFirst();
-  text = "<a>4</a>";
-  page_->Extract(text, false, statics);
-  EXPECT_EQ((*apples_->Extraction())["v"].Value().ToText(), "fixed");
+  // The values are set on the written rows only.
+  EXPECT_EQ(Rows("SELECT v FROM apples"), (RowList{{"1"}, {"3"}}));
+  EXPECT_EQ(Rows("SELECT v FROM pears"), (RowList{{"2"}, {"4"}}));
 }
 
 TEST_F(Driver, ARowFaultEndsThePageWithBothLogNames) {
