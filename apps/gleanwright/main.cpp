@@ -7,6 +7,8 @@
 #include "design/components.h"
 #include "platform/error.h"
 #include "rules/connection_string.h"
+#include "rules/settings.h"
+#include "web/web_settings.h"
 
 int main(int argc, char** argv) {
   CLI::App app{
@@ -19,6 +21,8 @@ int main(int argc, char** argv) {
   // The classes of the upper layers that package runs make.
   gw::RegisterDesignComponents();
   gw::RegisterAcquireComponents();
+  // The web client reads its settings from the rules store's settings table first.
+  gw::web::SetOptionReader([](const std::string& name) { return gw::Settings().GetOption(name); });
 
   gw::app::GlobalOptions globals;
   app.add_option("--rules", globals.rules_connection,
