@@ -7,3 +7,5 @@ gw_add_bench(targets_bench DEPS gw_extraction gw_targets gw_platform)
 # The MariaDB benchmark starts its own private server, as the tests do.
 target_sources(targets_bench PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/mariadb_server.cpp)
 target_include_directories(targets_bench PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+# The web client against a loopback server (cpp-httplib in a child process), beside wrk.
+gw_add_bench(http_bench DEPS gw_web gw_platform PkgConfig::HTTPLIB)

@@ -22,3 +22,8 @@ endif()
 if(GW_BUILD_BENCH)
   find_package(benchmark REQUIRED)
 endif()
+# The in-process HTTP(S) server of the web tests and the HTTP benchmark.
+if(GW_BUILD_TESTS OR GW_BUILD_BENCH)
+  pkg_check_modules(HTTPLIB REQUIRED IMPORTED_TARGET cpp-httplib)
+  find_package(ZLIB REQUIRED)
+endif()

@@ -67,6 +67,8 @@ class CurlMultiDriver {
   std::unordered_map<CURL*, std::weak_ptr<HttpTransport>> active_;
   std::unordered_map<curl_socket_t, EventLoop::Id> watches_;
   EventLoop::Id timer_ = 0;
+  bool delivery_posted_ = false;
+  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 namespace {
@@ -244,6 +246,18 @@ void CurlMultiDriver::Add(CURL* easy, std::weak_ptr<HttpTransport> transport) {
     active_.erase(easy);
     throw Error(httperr::kInternal, "HttpTransport",
                 std::string("The request could not be started: ") + curl_multi_strerror(rc));
+  }
+  // Start at once (connect, send what the socket takes) rather than at the next pass of the
+  // loop; this never blocks. Whatever finishes is delivered from DoEvents, never from here.
+  int running = 0;
+  curl_multi_socket_action(multi_.get(), CURL_SOCKET_TIMEOUT, 0, &running);
+  if (!delivery_posted_) {
+    delivery_posted_ = true;
+    loop_.Post([this, alive = std::weak_ptr<bool>(alive_)] {
+      if (alive.expired()) return;
+      delivery_posted_ = false;
+      DeliverFinished();
+    });
   }
 }
 
@@ -477,6 +491,11 @@ const std::string& HttpTransport::ResponseBody() const {
   return impl_->response_body;
 }
 
+std::string HttpTransport::TakeResponseBody() {
+  impl_->RequireResponse("ResponseBody");
+  return std::move(impl_->response_body);
+}
+
 // ---- Impl -----------------------------------------------------------------------------------
 
 void HttpTransport::Impl::Configure() {
@@ -582,8 +601,8 @@ void HttpTransport::Impl::Configure() {
 size_t HttpTransport::Impl::OnHeader(char* data, size_t size, size_t n, void* userp) {
   auto* m = static_cast<Impl*>(userp);
   const std::string_view line(data, size * n);
-  m->Touch();
   if (line.rfind("HTTP/", 0) == 0) {
+    m->Touch();
     // A new response (after an interim one or an authentication round): only the last counts.
     m->header_text.clear();
     m->response_body.clear();
@@ -600,7 +619,13 @@ size_t HttpTransport::Impl::OnHeader(char* data, size_t size, size_t n, void* us
 
 size_t HttpTransport::Impl::OnBody(char* data, size_t size, size_t n, void* userp) {
   auto* m = static_cast<Impl*>(userp);
-  m->Touch();
+  if (m->response_body.empty()) {
+    curl_off_t length = -1;
+    curl_easy_getinfo(m->easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
+    if (length > 0 && length < (curl_off_t{1} << 30)) {
+      m->response_body.reserve(static_cast<std::size_t>(length));
+    }
+  }
   m->response_body.append(data, size * n);
   return size * n;
 }

@@ -101,6 +101,8 @@ class HttpTransport : public std::enable_shared_from_this<HttpTransport> {
   // declaration in its first bytes, else valid UTF-8, else detection.
   std::string ResponseText() const;
   const std::string& ResponseBody() const;
+  // Moves the body out (later reads of the body give ""): for a reader that keeps its own copy.
+  std::string TakeResponseBody();
   // The address of the open request.
   const std::string& Url() const noexcept;
 

@@ -51,7 +51,7 @@ std::string HttpWebResponse::HeadersToString() const {
   return out;
 }
 
-void HttpWebResponse::Load(std::string_view headerText, const HttpTransport* http,
+void HttpWebResponse::Load(std::string_view headerText, HttpTransport* http,
                            const HttpWebRequest& request) {
   ReportAs("HttpWebResponse.Load(headerText,http,request)", [&] {
     response_uri_ = request.RequestUri();
@@ -60,7 +60,7 @@ void HttpWebResponse::Load(std::string_view headerText, const HttpTransport* htt
     cookies_->LoadFromResponseHeaders(headers_);
     if (http) {
       body_text_ = BString(http->ResponseText());
-      raw_body_ = http->ResponseBody();
+      raw_body_ = http->TakeResponseBody();  // read once per hop
       status_code_ = http->Status();
       status_text_ = http->StatusText();
     }

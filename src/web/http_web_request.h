@@ -83,7 +83,8 @@ class HttpWebResponse : public Object {
   std::string HeadersToString() const;
   // Fills the response: address and method from `request`, the headers from `headerText`, the
   // cookies from the headers, and, when `http` is given, body, text and status from it.
-  void Load(std::string_view headerText, const HttpTransport* http, const HttpWebRequest& request);
+  // The transport's body is moved into the response.
+  void Load(std::string_view headerText, HttpTransport* http, const HttpWebRequest& request);
   // Each non-empty line: the name up to the first ":" (failing that the first space; a line with
   // neither is skipped), both sides trimmed. A status line "HTTP/1.1 200 OK" becomes a header
   // named "HTTP/1.1". A name seen before gets ", " + the new value appended.
