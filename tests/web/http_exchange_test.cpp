@@ -1,12 +1,18 @@
 // The HTTP exchange and the session against real servers on loopback: redirects, cookies,
 // challenges, character sets, compression, time limits, refused connections and certificates.
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <openssl/evp.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <map>
 #include <mutex>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -22,6 +28,34 @@ namespace gw::web {
 namespace {
 
 using gw::testing::LoopbackHttpServer;
+
+std::string Md5Hex(const std::string& text) {
+  unsigned char digest[EVP_MAX_MD_SIZE];
+  unsigned int length = 0;
+  EVP_Digest(text.data(), text.size(), digest, &length, EVP_md5(), nullptr);
+  static const char* hex = "0123456789abcdef";
+  std::string out;
+  for (unsigned int k = 0; k < length; ++k) {
+    out += hex[digest[k] >> 4];
+    out += hex[digest[k] & 15];
+  }
+  return out;
+}
+
+// Whether an "Authorization: Digest ..." value answers the challenge below for user:pw.
+bool IsRightDigest(const std::string& method, const std::string& header) {
+  if (header.rfind("Digest ", 0) != 0) return false;
+  std::map<std::string, std::string> p;
+  const std::regex param(R"re((\w+)=(?:"([^"]*)"|([^,\s]*)))re");
+  for (std::sregex_iterator it(header.begin(), header.end(), param), end; it != end; ++it) {
+    p[(*it)[1]] = (*it)[2].matched ? (*it)[2].str() : (*it)[3].str();
+  }
+  const std::string ha1 = Md5Hex("user:digest-realm:pw");
+  const std::string ha2 = Md5Hex(method + ":" + p["uri"]);
+  return p["username"] == "user" && p["nonce"] == "n0nce" &&
+         p["response"] == Md5Hex(ha1 + ":" + p["nonce"] + ":" + p["nc"] + ":" + p["cnonce"] + ":" +
+                                 p["qop"] + ":" + ha2);
+}
 
 struct Seen {
   std::string method;
@@ -120,6 +154,16 @@ class HttpExchangeTest : public ::testing::Test {
       }
       res.status = 401;
       res.set_header("WWW-Authenticate", "Basic realm=\"test\"");
+    });
+    s.Get("/digest", [](const httplib::Request& req, httplib::Response& res) {
+      if (IsRightDigest("GET", req.get_header_value("Authorization"))) {
+        res.set_content("digest welcome", "text/plain");
+        return;
+      }
+      res.status = 401;
+      res.set_header("WWW-Authenticate",
+                     "Digest realm=\"digest-realm\", qop=\"auth\", nonce=\"n0nce\", "
+                     "algorithm=MD5");
     });
     s.Get("/latin1", [](const httplib::Request&, httplib::Response& res) {
       res.set_content("caf\xe9 cr\xe8me", "text/html; charset=ISO-8859-1");
@@ -292,6 +336,18 @@ TEST_F(HttpExchangeTest, ServerChallenge) {
   }
 }
 
+TEST_F(HttpExchangeTest, DigestChallengeIsAnswered) {
+  auto client = HttpClient::Create();
+  client->SetUserName("user");
+  client->SetPassword("pw");
+  client->GetPage(server_.Url("/digest"));
+  EXPECT_EQ(client->HttpResponse()->StatusCode(), 200);
+  EXPECT_EQ(client->HttpResponse()->BodyText().ToString(), "digest welcome");
+  client->SetPassword("wrong");
+  client->GetPage(server_.Url("/digest"));
+  EXPECT_EQ(client->HttpResponse()->StatusCode(), 401);
+}
+
 TEST_F(HttpExchangeTest, BodyTextIsDecodedByTheDeclaredCharacterSet) {
   struct Case {
     const char* path;
@@ -352,6 +408,36 @@ TEST_F(HttpExchangeTest, ARefusedConnectionFailsWithItsNumberAndCause) {
     ASSERT_FALSE(e.CallStack().empty());
     EXPECT_EQ(e.CallStack().back(), "HttpClient.GetPage(url,Asynch)");
   }
+}
+
+TEST(HttpConnectionTest, AServerThatClosesWithoutAnsweringBreaksTheConnection) {
+  // A listener that reads the request and closes the connection without a word.
+  const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in addr{};
+  addr.sin_family = AF_INET;
+  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t len = sizeof addr;
+  ASSERT_EQ(::bind(listener, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
+  ASSERT_EQ(::listen(listener, 4), 0);
+  ASSERT_EQ(::getsockname(listener, reinterpret_cast<sockaddr*>(&addr), &len), 0);
+  std::thread closer([listener] {
+    const int c = ::accept(listener, nullptr, nullptr);
+    char buf[4096];
+    if (c >= 0) {
+      (void)::recv(c, buf, sizeof buf, 0);
+      ::close(c);
+    }
+  });
+  const std::string url = "http://127.0.0.1:" + std::to_string(ntohs(addr.sin_port)) + "/x";
+  try {
+    HttpClient::Create()->GetPage(url);
+    ADD_FAILURE() << "no error";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), errnum::kConnectionError);
+    EXPECT_NE(e.Description().find(url), std::string::npos) << e.Description();
+  }
+  closer.join();
+  ::close(listener);
 }
 
 TEST_F(HttpExchangeTest, SessionSendsItsSettingsAndResolvesItsFirstAddress) {
