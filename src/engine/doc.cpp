@@ -41,10 +41,7 @@ MetaDocPtr Doc::Metadata() {
 std::string Doc::GetSrcText(IDocPlugin& DocPlugin) {
   return ReportAs("Doc.GetSrcText(DocPlugin)", [&] {
     auto task = task_.lock();
-    if (!task) {
-      throw Error(errnum::kObjectNotSet, "Doc.GetSrcText",
-                  "Object variable or With block variable not set");
-    }
+    if (!task) ThrowObjectNotSet("Doc.GetSrcText");
     DocPlugin.CleanseDocument(local_path_, task->DocCleanseMethod(), task->DocCleanseParams());
     DocPlugin.CleanseDocument(local_path_, task->DocCleanseMethod2(), task->DocCleanseParams2());
     DocPlugin.OpenDocument(local_path_);

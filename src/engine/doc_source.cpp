@@ -29,10 +29,6 @@ constexpr ErrorNumber kDuplicateDocSource = 0xAAB19D7C;
 constexpr ErrorNumber kNoConnectionString = 0xA5915D8F;
 constexpr ErrorNumber kNoStatement = 0xA5915D98;
 
-[[noreturn]] void ThrowObjectNotSet(const char* source) {
-  throw Error(errnum::kObjectNotSet, source, "Object variable or With block variable not set");
-}
-
 // The empty list of a path source.
 db::RecordsetPtr NewUriList() {
   auto list = db::Recordset::Create();

@@ -40,18 +40,8 @@ Attrib::Attrib() : id_(CGUIDGen::NewGUID()) {}
 std::shared_ptr<Attrib> Attrib::Create() { return std::shared_ptr<Attrib>(new Attrib()); }
 
 std::string Attrib::Extract(std::string& SrcHTML, Status& status) {
-  std::string_view rest = SrcHTML;
-  const auto write_back = [&] {
-    if (rest.size() != SrcHTML.size()) SrcHTML.erase(0, SrcHTML.size() - rest.size());
-  };
-  try {
-    std::string value = Extract(rest, status);
-    write_back();
-    return value;
-  } catch (...) {
-    write_back();
-    throw;
-  }
+  PageText text(SrcHTML);
+  return Extract(text.Rest(), status);
 }
 
 std::string Attrib::Extract(std::string_view& SrcHTML, Status& status) {

@@ -49,7 +49,7 @@ class Attrib : public Object {
   // Cuts this field's value out of `SrcHTML`, which is consumed up to (not including) the end tag.
   // Returns the filtered value, also kept in `Extraction`. A missing tag leaves `SrcHTML` alone,
   // returns "" and fills `status` with 0x800403FC (start tag) or 0x80040406 (end tag); any other
-  // fault unwinds. `SrcHTML` must not be changed by the handlers of `OnParserAction`.
+  // fault unwinds. `SrcHTML` is empty while this runs: handlers must not use it.
   std::string Extract(std::string& SrcHTML, Status& status);
   // The same on a view, which moves forward instead of being copied.
   std::string Extract(std::string_view& SrcHTML, Status& status);
@@ -155,6 +155,7 @@ class Attributes {
   // By key or position; failing that, the first field whose `Id` is the argument's text. An
   // unknown field is no error.
   void Remove(const IndexKey& vntIndexKey);
+  void Clear() { items_.Clear(); }
   auto begin() const { return items_.begin(); }
   auto end() const { return items_.end(); }
 

@@ -1,5 +1,6 @@
 #include "extraction/data_page.h"
 
+#include "extraction/entity_internal.h"
 #include "extraction/failures.h"
 #include "extraction/internal.h"
 #include "extraction/text_search.h"
@@ -28,17 +29,6 @@ class PageRelay {
  private:
   DataPage*& slot_;
 };
-
-// The datasets a rules-store query names in its column E_Id, each loaded, in the query's order.
-std::vector<EntityPtr> LoadStoredEntities(const std::shared_ptr<db::Recordset>& ids) {
-  std::vector<EntityPtr> loaded;
-  for (; !ids->IsEOF(); ids->MoveNext()) {
-    auto e = Entity::Create();
-    e->Load(ids->GetFields()["E_Id"].Value().ToString());
-    loaded.push_back(std::move(e));
-  }
-  return loaded;
-}
 
 }  // namespace
 
@@ -76,8 +66,8 @@ bool DataPage::Load(std::string_view Id) {
     row.Take("DateCreated", [&](const Variant& v) { date_created_ = v.ToDate(); });
     row.Take("DateModified", [&](const Variant& v) { date_modified_ = v.ToDate(); });
     // The datasets are read again from the store when they are next used.
-    while (entities_.Count() > 0) entities_.Remove(1);
-    while (root_entities_.Count() > 0) root_entities_.Remove(1);
+    entities_.Clear();
+    root_entities_.Clear();
     is_stored_ = true;
     entities_loaded_ = roots_loaded_ = false;
     is_dirty_ = false;
@@ -103,7 +93,7 @@ Entities& DataPage::RootEntities() {
 void DataPage::SetRootEntitiesFromDB() {
   ReportAs("DataPage.SetRootEntitiesFromDB", [&] {
     auto roots = LoadStoredEntities(D_DataPage().GetRootEntities(id_));
-    while (root_entities_.Count() > 0) root_entities_.Remove(1);
+    root_entities_.Clear();
     root_entities_.AddLoaded(roots);
     roots_loaded_ = true;
   });
@@ -139,12 +129,9 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
     std::string& SrcHTML, bool UseTmpTbls, const std::shared_ptr<db::Recordset>& StaticColumns,
     std::string_view OverrideDBConnStr, std::string_view UniqueTblPrefix) {
   // The page is moved in and every dataset cuts views into it; what is left is moved back out.
-  std::string page = std::move(SrcHTML);
-  std::string_view rest = page;
-  const auto write_back = [&] {
-    page.erase(0, page.size() - rest.size());
-    SrcHTML = std::move(page);
-  };
+  PageText text(SrcHTML);
+  const std::string_view page = text.Whole();
+  std::string_view& rest = text.Rest();
   // Rows of this document share one connection and one transaction per store; every row is
   // committed when the document ends, also when a failure ends it.
   db::WriteBatch batch;
@@ -190,7 +177,6 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
       OnExtractionComplete.Emit();
     });
   } catch (...) {
-    write_back();
     try {
       db::FlushBufferedStores();
     } catch (const Error&) {
@@ -198,7 +184,6 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
     }
     throw;
   }
-  write_back();
   return nullptr;
 }
 
@@ -219,10 +204,7 @@ void DataPage::ApplyStaticColumns(db::Recordset& static_columns, Entity& entity)
       const std::string column = static_columns["ColumnName"].Value().ToText();
       try {
         const auto& row = entity.Extraction();
-        if (!row) {
-          throw Error(errnum::kObjectNotSet, "DataPage.Extract",
-                      "Object variable or With block variable not set");
-        }
+        if (!row) ThrowObjectNotSet("DataPage.Extract");
         row->GetFields().Item(column).SetValue(static_columns["Value"].Value());
       } catch (const Error& e) {
         static_failure_ =

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "extraction/data_page.h"
+#include "extraction/entity_internal.h"
 #include "extraction/failures.h"
 #include "extraction/internal.h"
 #include "infra/c_crypto.h"
@@ -15,47 +16,6 @@
 #include "text/c_string.h"
 
 namespace gw {
-
-namespace {
-
-constexpr std::string_view kExtractLogName =
-    "Entity.Extract(SrcHTML,UseTmpTbls,OverrideConnStr,UniqueTblPrefix)";
-
-[[noreturn]] void ThrowObjectNotSet(std::string_view source) {
-  throw Error(errnum::kObjectNotSet, std::string(source),
-              "Object variable or With block variable not set");
-}
-
-// Links a dataset to the field that is cutting the real row, so that the field's events are
-// re-raised; the link ends with the object.
-class FieldRelay {
- public:
-  FieldRelay() = default;
-  FieldRelay(const FieldRelay&) = delete;
-  FieldRelay& operator=(const FieldRelay&) = delete;
-  ~FieldRelay() { Detach(); }
-  // `slot` is the field's link to the dataset that re-raises its events.
-  void Attach(Entity*& slot, Entity* entity) {
-    Detach();
-    slot = entity;
-    slot_ = &slot;
-  }
-  void Detach() {
-    if (slot_) *slot_ = nullptr;
-    slot_ = nullptr;
-  }
-
- private:
-  Entity** slot_ = nullptr;
-};
-
-// `a` is what is left of a row and `b` the text that followed the row: together they are one
-// stretch of the page.
-std::string_view Rejoin(std::string_view a, std::string_view b) {
-  return std::string_view(a.data(), a.size() + b.size());
-}
-
-}  // namespace
 
 // ---- Entities ----------------------------------------------------------------------------------
 
@@ -138,21 +98,6 @@ void RemoveById(Entities& entities, const std::string& id) {
   }
 }
 
-void RemoveAll(Entities& entities) {
-  while (entities.Count() > 0) entities.Remove(1);
-}
-
-// The datasets a rules-store query names in its column E_Id, each loaded, in the query's order.
-std::vector<EntityPtr> LoadEntities(const std::shared_ptr<db::Recordset>& ids) {
-  std::vector<EntityPtr> loaded;
-  for (; !ids->IsEOF(); ids->MoveNext()) {
-    auto e = Entity::Create();
-    e->Load(ids->GetFields()["E_Id"].Value().ToString());
-    loaded.push_back(std::move(e));
-  }
-  return loaded;
-}
-
 MetaFieldsPtr LoadMetaFields(const std::shared_ptr<db::Recordset>& ids) {
   auto fields = MetaFields::Create();
   for (; !ids->IsEOF(); ids->MoveNext()) {
@@ -164,6 +109,16 @@ MetaFieldsPtr LoadMetaFields(const std::shared_ptr<db::Recordset>& ids) {
 }
 
 }  // namespace
+
+std::vector<EntityPtr> LoadStoredEntities(const std::shared_ptr<db::Recordset>& ids) {
+  std::vector<EntityPtr> loaded;
+  for (; !ids->IsEOF(); ids->MoveNext()) {
+    auto e = Entity::Create();
+    e->Load(ids->GetFields()["E_Id"].Value().ToString());
+    loaded.push_back(std::move(e));
+  }
+  return loaded;
+}
 
 void Entities::AddLoaded(const std::vector<EntityPtr>& loaded) {
   for (const EntityPtr& e : loaded) {
@@ -219,9 +174,9 @@ bool Entity::Load(std::string_view Id) {
     row.Take("ParentEntityId", [&](const Variant& v) { parent_entity_id_ = v.ToString(); });
     row.Take("IsPKSurrogate", [&](const Variant& v) { is_pk_surrogate_ = v.ToBool(); });
     // Fields and children are read again from the store when they are next used.
-    while (attributes_.Count() > 0) attributes_.Remove(1);
-    RemoveAll(all_children_);
-    RemoveAll(children_on_page_);
+    attributes_.Clear();
+    all_children_.Clear();
+    children_on_page_.Clear();
     is_stored_ = true;
     attributes_loaded_ = children_loaded_ = all_children_loaded_ = false;
     metadata_.reset();
@@ -286,7 +241,7 @@ Attributes& Entity::GetAttributes() {
 Entities& Entity::AllChildren() {
   if (is_stored_ && !all_children_loaded_) {
     ReportAs("Entity.AllChildren", [&] {
-      all_children_.AddLoaded(LoadEntities(D_Entity().GetChildren(id_)));
+      all_children_.AddLoaded(LoadStoredEntities(D_Entity().GetChildren(id_)));
       all_children_loaded_ = true;
     });
   }
@@ -296,7 +251,8 @@ Entities& Entity::AllChildren() {
 Entities& Entity::ChildrenOnPage() {
   if (is_stored_ && !children_loaded_) {
     ReportAs("Entity.ChildrenOnPage", [&] {
-      children_on_page_.AddLoaded(LoadEntities(D_Entity().GetChildrenOnPage(id_, datapage_id_)));
+      children_on_page_.AddLoaded(
+          LoadStoredEntities(D_Entity().GetChildrenOnPage(id_, datapage_id_)));
       children_loaded_ = true;
     });
   }
@@ -488,250 +444,6 @@ SkipMap Entity::FindBestSkipMap(std::string_view SrcText, float& Coefficient,
   }
   Coefficient = best;
   return best_map;
-}
-
-// ---- Entity: cutting a row -----------------------------------------------------------------
-
-bool Entity::HasParserListeners() const {
-  return OnParserAction.HasHandlers() ||
-         (relay_page_ != nullptr && relay_page_->OnParserAction.HasHandlers());
-}
-
-void Entity::RaiseParserAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
-                               std::string_view value, std::string_view source,
-                               std::string_view message) {
-  if (OnParserAction.HasHandlers()) {
-    OnParserAction.Emit(entity_name_, attrib_name, type, start_index, value, source, message);
-  }
-  if (relay_page_ && relay_page_->OnParserAction.HasHandlers()) {
-    relay_page_->OnParserAction.Emit(entity_name_, attrib_name, type, start_index, value, source,
-                                     message);
-  }
-}
-
-std::shared_ptr<db::Recordset> Entity::Extract(std::string& SrcHTML, bool UseTmpTbls,
-                                               std::string_view OverrideConnStr,
-                                               std::string_view UniqueTblPrefix,
-                                               long ParentOrderOnPage,
-                                               long* SrcLengthAfterFindingInitString) {
-  // The text is moved in and cut as views into it; what is left is moved back out.
-  std::string page = std::move(SrcHTML);
-  std::string_view rest = page;
-  const auto write_back = [&] {
-    page.erase(0, page.size() - rest.size());
-    SrcHTML = std::move(page);
-  };
-  RowSink* sink = &DefaultRowSink();
-  if (const auto dp = DataPageIfSet(); dp && dp->GetRowSink()) sink = dp->GetRowSink().get();
-  const PageScan scan = PageScan::Begin(page, sink);
-  try {
-    ExtractRow(scan, rest, UseTmpTbls, OverrideConnStr, UniqueTblPrefix, ParentOrderOnPage,
-               SrcLengthAfterFindingInitString);
-  } catch (...) {
-    write_back();
-    throw;
-  }
-  write_back();
-  return nullptr;
-}
-
-void Entity::ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool UseTmpTbls,
-                        std::string_view OverrideConnStr, std::string_view UniqueTblPrefix,
-                        long ParentOrderOnPage, long* SrcLengthAfterFindingInitString) {
-  // `text` is what the row hands back. Until the text is taken it is empty, so a fault before
-  // that leaves nothing of `SrcHTML`.
-  std::string_view text = SrcHTML.substr(SrcHTML.size());
-  std::unique_ptr<SinkRow> row;
-  FieldRelay relay;
-  pending_.Clear();
-  try {
-    const bool overridden = !OverrideConnStr.empty();
-    std::string cn_str(overridden ? OverrideConnStr : std::string_view(db_conn_str_));
-    if (cn_str.empty()) {
-      throw Error(exerr::kNoConnectionString, "Entity.Extract",
-                  "Connection string not specified, or invalid connection string");
-    }
-    std::string table =
-        UniqueTblPrefix.empty() ? table_name_ : std::string(UniqueTblPrefix) + table_name_;
-    const std::shared_ptr<DataPage> page = GetDataPage();
-    if (UseTmpTbls) {
-      table = "##" + table;
-    } else if (!page->DBName().empty()) {
-      cn_str = extraction_internal::ChangeDefaultDB(cn_str, page->DBName());
-    }
-    static const text::NoCaseSearcher kMySql("MySQL");
-    if (kMySql.Find(cn_str) != text::npos) {
-      cn_str = extraction_internal::ReformatMySQLCnStr(cn_str);
-    }
-
-    text = SrcHTML;
-    const std::size_t p = init_finder_.Find(&scan, text);
-    RaiseParserAction({}, TokenTypeEnum::EntityInit, p == text::npos ? 0 : static_cast<long>(p + 1),
-                      InitString(), text, "Found initialization string for row.");
-    if (p != text::npos) text.remove_prefix(p);
-    if (SrcLengthAfterFindingInitString) {
-      *SrcLengthAfterFindingInitString = static_cast<long>(text.size());
-    }
-
-    RowSink& sink = row_sink_ ? *row_sink_ : *scan.sink;
-    row = sink.OpenRow(cn_str, table);
-
-    page->IncrementEntityPageOrder(id_);
-    const MetaEntityPtr meta = Metadata();
-    meta->IncrementOnPageOrder();
-    if (ParentOrderOnPage > 0) meta->SetParentOnPageOrder(ParentOrderOnPage);
-
-    // Trials are silent: no field is linked while the skip map is searched.
-    relay.Detach();
-    float coefficient = 0;
-    const SkipMap skip_map = FindBestSkipMap(text, coefficient, &scan);
-
-    std::string_view row_text = GetCurrentEntText(text, &scan);
-    text.remove_prefix(row_text.size());
-
-    bool row_lost = false;
-    for (const AttribPtr& field : GetAttributes()) {
-      if (IsSkipStep(field->Step(), skip_map)) continue;
-      relay.Attach(field->relay_, this);
-      Status failure;
-      try {
-        const std::string* cut = field->Cut(row_text, failure);
-        std::string value = cut ? *cut : std::string();
-        const std::string& column = field->ColumnName();
-        if (field->ColumnSize() >= 0) {
-          // The target's column width cuts the value, not the field's own size.
-          const auto width = static_cast<std::size_t>(std::max(row->DefinedSize(column), 0));
-          // A text of no more bytes than the width has no more characters either.
-          if (value.size() > width) value.resize(text::TruncateCodePoints(value, width).size());
-        }
-        row->SetValue(column, Variant(std::move(value)));
-      } catch (const Error& e) {
-        failure = Status::FromError(e);
-      }
-      relay.Detach();
-      bool leave = false;
-      switch (failure.Number()) {
-        case 0:
-          break;
-        case exerr::kStartTagMissing:
-        case exerr::kEndTagMissing:
-          pending_ = failure;
-          meta->IncrementErrorCount();
-          break;
-        case errnum::kItemNotFound:
-          pending_ = Status(exerr::kColumnMismatch, "Entity.Extract",
-                            "The actual database column name and the expected column name do not "
-                            "match.  The expected column name is: " +
-                                field->ColumnName() +
-                                " Please ensure that a column with this name exists in the table " +
-                                table_name_ + " in the target database.  ");
-          meta->IncrementErrorCount();
-          row_lost = true;
-          break;
-        default:
-          pending_ = Status(exerr::kColumnRefused, "Entity.Extract",
-                            "During an extraction to the column " + field->ColumnName() +
-                                " an error occurred.  This may be because the start or end tag for "
-                                "the field is too short, the column size is too small or the "
-                                "column may not exist.",
-                            failure.HelpFile(), failure.HelpContext());
-          meta->IncrementErrorCount();
-          leave = true;
-          break;
-      }
-      if (row_lost || leave) break;
-      DoEvents();
-    }
-
-    // A missing column loses the row: no Update, no children, and its text stays consumed.
-    if (!row_lost) {
-      // What the fields left of the row goes back in front of the rest, so the children whose
-      // opening strings stand after the last field's end tag are still found.
-      text = Rejoin(row_text, text);
-      meta->GetMetaFieldValues(*selected_meta_fields_);
-      FillRSMetaFields(*row);
-      bool updated = true;
-      try {
-        row->Update();
-      } catch (const Error&) {
-        updated = false;
-        pending_ = Status(
-            exerr::kUpdateRefused, "Entity.Extract",
-            "Microsoft OLEDB raised a fairly generic error.  This usually means that the data "
-            "extracted exceeds the length of the database column.  Make sure that the column "
-            "length is set appropriately.  Also, the end tag may include dynamic or invalid data.  "
-            "Either adjust the End tag directly or reduce the Minimum tag length option.");
-      }
-      if (updated) {
-        extraction_ = row->Recordset();
-        ExtractChildEntities(scan, text, overridden, UseTmpTbls, cn_str, UniqueTblPrefix);
-        meta->IncrementExtractCount();
-      }
-    }
-    row->Close();
-    SrcHTML = text;
-  } catch (...) {
-    if (row) row->Close();
-    SrcHTML = text;
-    RethrowWithCallStack(kExtractLogName);
-  }
-}
-
-void Entity::ExtractChildEntities(const PageScan& scan, std::string_view& sSrcHTML, bool overridden,
-                                  bool UseTmpTbls, std::string_view CnStr,
-                                  std::string_view UniqueTblPrefix) {
-  const std::shared_ptr<DataPage> page = GetDataPage();
-  if (!page->Doc()) ThrowObjectNotSet("Entity.ExtractChildEntities");
-  Entities& children = ChildrenOnPage();
-  children.InitMetadata(page->Doc()->Metadata());
-  Entities& roots = page->RootEntities();
-
-  long child_pos = 0;
-  long root_pos = 0;
-  EntityPtr child = children.FirstInStr(sSrcHTML, child_pos, &scan);
-  roots.FirstInStr(sSrcHTML, root_pos, &scan);
-  // The next root row comes first: these children belong to it.
-  if (child_pos <= 0 || (root_pos > 0 && root_pos <= child_pos)) return;
-  while (child) {
-    const long order = page->GetEntityPageOrder(id_);
-    const std::size_t before = sSrcHTML.size();
-    long after = 0;
-    child->ExtractRow(scan, sSrcHTML, UseTmpTbls, overridden ? CnStr : std::string_view(),
-                      UniqueTblPrefix, order, &after);
-    // A child row that consumed nothing would be found again at the same place for ever: drop
-    // the first character of its occurrence, as the datapage does for root rows.
-    if (sSrcHTML.size() == before) sSrcHTML = DropFirstCharacter(sSrcHTML, after);
-    DoEvents();
-    roots.FirstInStr(sSrcHTML, root_pos, &scan);
-    child = children.FirstInStr(sSrcHTML, child_pos, &scan);
-    if (root_pos >= 1 && root_pos <= child_pos) break;
-    DoEvents();
-  }
-}
-
-bool Entity::IsFieldInRecordset(std::string_view FieldName, SinkRow& row) {
-  const long count = row.ColumnCount();
-  for (long k = 0; k < count; ++k) {
-    if (row.ColumnName(k) == FieldName) return true;
-  }
-  return false;
-}
-
-void Entity::FillRSMetaFields(SinkRow& row) {
-  for (const MetaFieldPtr& mf : *selected_meta_fields_) {
-    if (!IsFieldInRecordset(mf->ColumnName(), row)) continue;
-    const std::int32_t width = row.DefinedSize(mf->ColumnName());
-    if (width < 1) continue;
-    const Variant& value = mf->Value();
-    if (value.IsNull()) {
-      row.SetValue(mf->ColumnName(), value);
-      continue;
-    }
-    const std::string whole = value.ToText();
-    row.SetValue(
-        mf->ColumnName(),
-        Variant(std::string(text::TruncateCodePoints(whole, static_cast<std::size_t>(width)))));
-  }
 }
 
 }  // namespace gw

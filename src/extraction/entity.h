@@ -65,6 +65,7 @@ class Entities {
   EntityPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
   long Count() const { return items_.Count(); }
   void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
+  void Clear() { items_.Clear(); }
   auto begin() const { return items_.begin(); }
   auto end() const { return items_.end(); }
 
@@ -101,7 +102,7 @@ class Entity : public Object {
   // table name; `UseTmpTbls` addresses the temporary table "##" + table. `ParentOrderOnPage` above
   // 0 is recorded in `Metadata`. `SrcLengthAfterFindingInitString` receives the length of the
   // text from the row's initialization string on. The result is always null: the row is reached
-  // through `Extraction`. `SrcHTML` must not be changed by event handlers while this runs.
+  // through `Extraction`. `SrcHTML` is empty while this runs.
   std::shared_ptr<db::Recordset> Extract(std::string& SrcHTML, bool UseTmpTbls,
                                          std::string_view OverrideConnStr = {},
                                          std::string_view UniqueTblPrefix = {},
@@ -262,6 +263,31 @@ class Entity : public Object {
   friend class DataPage;
   friend class Entities;
   Entity();
+
+  // The pieces of `ExtractRow`, in their order (row.cpp).
+  struct RowTarget {
+    std::string cn_str;       // after the datapage's database and the MySQL repair
+    std::string table;        // with the prefix, and "##" in front for a temporary table
+    bool overridden = false;  // the connection string was the caller's
+  };
+  // Where the row goes. Fails with 0xB7268F58 without a connection string.
+  RowTarget ResolveTarget(std::string_view OverrideConnStr, std::string_view UniqueTblPrefix,
+                          bool UseTmpTbls);
+  // `text` from the row's initialization string on (all of it when there is none), after raising
+  // `EntityInit` with the position (0 when there is none).
+  std::string_view FindRowStart(const PageScan& scan, std::string_view text);
+  // Cuts the fields of `row_text` into `row`, leaving out those `skip_map` skips, each failure
+  // classified (`ClassifyFieldFailure`), kept pending and counted in `meta`. False when the row
+  // is lost.
+  bool CutFields(std::string_view& row_text, const SkipMap& skip_map, SinkRow& row,
+                 MetaEntity& meta);
+  // One field's value into its column, cut to the column's width unless the field's size is
+  // negative. Returns the field's soft failure or the target's refusal; never unwinds for those.
+  Status CutField(Attrib& field, std::string_view& row_text, SinkRow& row);
+  // The metadata columns, then `Update`. False, with the refusal pending, when the target
+  // refuses the row; true when it was written (it is then `Extraction`).
+  bool WriteRow(SinkRow& row, MetaEntity& meta);
+
   void RaiseParserAction(std::string_view attrib_name, TokenTypeEnum type, long start_index,
                          std::string_view value, std::string_view source, std::string_view message);
   // True when someone listens to this dataset's events (or to its datapage's, while it relays).

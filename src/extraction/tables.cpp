@@ -68,10 +68,7 @@ TableDescription Entity::DescribeTable() {
     key.is_pk_surrogate = parent->IsPKSurrogate();
     if (!key.is_pk_surrogate && !key.pk_column.empty()) {
       const AttribPtr pk = parent->PKAttribute();
-      if (!pk) {
-        throw Error(errnum::kObjectNotSet, "Entity.CreateTable",
-                    "Object variable or With block variable not set");
-      }
+      if (!pk) ThrowObjectNotSet("Entity.CreateTable");
       key.pk_size = pk->ColumnSize();
     }
     d.parent = std::move(key);

@@ -41,6 +41,31 @@ struct PageScan {
   }
 };
 
+// A caller's text, taken over while it is cut. The text is moved in (the caller's string is empty
+// meanwhile, so that nothing the caller's event handlers do can move it), `Rest()` is a view into
+// it that the cutting moves forward, and when the object goes, by a return or by a failure, what
+// is left (`Rest()`, which must stay a suffix of the text) is moved back into the caller's string.
+class PageText {
+ public:
+  explicit PageText(std::string& caller)
+      : caller_(caller), text_(std::move(caller)), rest_(text_) {}
+  PageText(const PageText&) = delete;
+  PageText& operator=(const PageText&) = delete;
+  ~PageText() {
+    text_.erase(0, text_.size() - rest_.size());
+    caller_ = std::move(text_);
+  }
+  // All of the text that was taken over.
+  std::string_view Whole() const noexcept { return text_; }
+  // What is left of it.
+  std::string_view& Rest() noexcept { return rest_; }
+
+ private:
+  std::string& caller_;
+  std::string text_;
+  std::string_view rest_;
+};
+
 // The 0-based offset of the first match of `searcher` in `text` at or after `from`, or npos.
 std::size_t FindIn(const text::NoCaseSearcher& searcher, std::string_view text,
                    std::size_t from = 0) noexcept;

@@ -50,7 +50,7 @@ std::int16_t MetaEntity::SuccessCodeId() const {
 bool MetaEntity::SaveToMetabase() {
   return ReportAs("MetaEntity.SaveToMetabase", [&] {
     const std::shared_ptr<MetaDoc> doc = GetMetaDoc();
-    if (!doc) meta_internal::ThrowObjectNotSet("MetaEntity.SaveToMetabase");
+    if (!doc) ThrowObjectNotSet("MetaEntity.SaveToMetabase");
     return D_Metabase().SaveMetaEnt(doc->DocId(), entity_id_, occur_count_, extract_count_,
                                     AvgSuccessCoefficient(), SuccessCodeId(), total_error_count_,
                                     AvgErrorsPerExtraction());

@@ -12,9 +12,4 @@ std::int16_t SuccessCodeId(const db::RecordsetPtr& code_row, std::string_view id
   return code_row->GetFields()[std::string(id_column)].Value().ToInteger();
 }
 
-void ThrowObjectNotSet(std::string_view source) {
-  throw Error(errnum::kObjectNotSet, std::string(source),
-              "Object variable or With block variable not set");
-}
-
 }  // namespace gw::meta_internal

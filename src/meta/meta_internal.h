@@ -1,4 +1,4 @@
-// Internal to the run metadata: reading a success code row, and the failure of a missing owner.
+// Internal to the run metadata: reading a success code row.
 #pragma once
 
 #include <cstdint>
@@ -13,8 +13,5 @@ namespace gw::meta_internal {
 // A store that gave no row fails with 3021.
 std::string SuccessCodeName(const db::RecordsetPtr& code_row);
 std::int16_t SuccessCodeId(const db::RecordsetPtr& code_row, std::string_view id_column);
-
-// Failure 91, "Object variable or With block variable not set".
-[[noreturn]] void ThrowObjectNotSet(std::string_view source);
 
 }  // namespace gw::meta_internal

@@ -31,7 +31,7 @@ std::int16_t MetaTask::SuccessCodeId() const {
 bool MetaTask::SaveToMetabase() {
   return ReportAs("MetaTask.SaveToMetabase", [&] {
     const std::shared_ptr<MetaJob> job = GetMetaJob();
-    if (!job) meta_internal::ThrowObjectNotSet("MetaTask.SaveToMetabase");
+    if (!job) ThrowObjectNotSet("MetaTask.SaveToMetabase");
     DTask().SaveInstance(task_id_, job->JobId(), job->JobStartTime(), start_time_,
                          Variant(complete_time_), Variant(SuccessCodeId()), 0);
     return true;

@@ -89,4 +89,9 @@ void RethrowWithCallStack(std::string_view log_name) {
   }
 }
 
+void ThrowObjectNotSet(std::string_view source) {
+  throw Error(errnum::kObjectNotSet, std::string(source),
+              "Object variable or With block variable not set");
+}
+
 }  // namespace gw

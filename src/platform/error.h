@@ -123,6 +123,10 @@ decltype(auto) ReportAs(std::string_view log_name, Body&& body);
 
 [[noreturn]] void RethrowWithCallStack(std::string_view log_name);
 
+// Failure 91, "Object variable or With block variable not set": an object that a step needs is
+// missing.
+[[noreturn]] void ThrowObjectNotSet(std::string_view source);
+
 template <typename Body>
 decltype(auto) ReportAs(std::string_view log_name, Body&& body) {
   try {

@@ -1,6 +1,7 @@
 // The row loop of a dataset, written into a real SQLite file.
 #include <gtest/gtest.h>
 
+#include "extraction/entity_internal.h"
 #include "extraction_fixture.h"
 
 namespace gw::extraction_test {
@@ -213,6 +214,48 @@ TEST_F(RowLoop, WithoutADocumentTheRowIsWrittenAndThenTheChildStepFails) {
   const Error e = FailureOf([&] { page_->Extract(text, false); });
   EXPECT_EQ(e.Number(), errnum::kObjectNotSet);
   EXPECT_EQ(Rows("SELECT name FROM prods"), (RowList{{"Nut"}}));
+}
+
+TEST(FieldFailures, EachFailureNumberDecidesWhatHappensToTheRow) {
+  struct Case {
+    Status failure;
+    FieldFailureAction action;
+    ErrorNumber pending;
+    std::vector<std::string> text_parts;  // what the pending text must name
+  };
+  const Case cases[] = {
+      {Status(), FieldFailureAction::None, 0, {}},
+      {Status(exerr::kStartTagMissing, "Attrib.Extract", "Start Tag <b> Does not exist"),
+       FieldFailureAction::Count,
+       exerr::kStartTagMissing,
+       {"Start Tag <b>"}},
+      {Status(exerr::kEndTagMissing, "Attrib.Extract", "End Tag </b> Does not exist"),
+       FieldFailureAction::Count,
+       exerr::kEndTagMissing,
+       {"End Tag </b>"}},
+      {Status(errnum::kItemNotFound, "Recordset", "Item cannot be found"),
+       FieldFailureAction::LoseRow,
+       exerr::kColumnMismatch,
+       {"column name is: price ", "in the table prods "}},
+      {Status(0x80040E21, "Recordset", "Multiple-step operation", "help.chm", 7),
+       FieldFailureAction::EndFields,
+       exerr::kColumnRefused,
+       {"to the column price an error"}},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.failure.Number());
+    const FieldFailure verdict = ClassifyFieldFailure(c.failure, "price", "prods");
+    EXPECT_EQ(verdict.action, c.action);
+    EXPECT_EQ(verdict.pending.Number(), c.pending);
+    for (const std::string& part : c.text_parts) {
+      EXPECT_NE(verdict.pending.Description().find(part), std::string::npos) << part;
+    }
+  }
+  // A refused value keeps the help of the fault that refused it.
+  const FieldFailure refused = ClassifyFieldFailure(cases[4].failure, "price", "prods");
+  EXPECT_EQ(refused.pending.HelpFile(), "help.chm");
+  EXPECT_EQ(refused.pending.HelpContext(), 7);
+  EXPECT_EQ(refused.pending.Source(), "Entity.Extract");
 }
 
 }  // namespace
