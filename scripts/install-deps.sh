@@ -10,6 +10,7 @@ PACKAGES=(
   openssl
   libpcre2-dev
   libxml2-dev
+  libgumbo-dev
   libsodium-dev
   libuchardet-dev
   libicu-dev

@@ -4,12 +4,12 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <vector>
 
 #include "engine/doc.h"
 #include "filters/transformations.h"
 #include "platform/charset.h"
+#include "platform/document_file.h"
 #include "platform/error.h"
 #include "platform/regex.h"
 #include "platform/text.h"
@@ -27,45 +27,7 @@ constexpr ErrorNumber kPathFileAccessError = 75;
                   " needs the template editor's browser, which is not available.");
 }
 
-// A document file as text: what it said, in which character set, behind which byte-order mark.
-struct DocumentText {
-  std::string text;  // UTF-8
-  std::string charset;
-  std::string bom;
-};
-
-std::string ReadBytes(const std::string& path, const char* source) {
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) {
-    throw Error(kPathFileAccessError, source, "Path/File access error: " + path + " is a folder.");
-  }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    const int err = errno;
-    throw Error(err == ENOENT ? errnum::kFileNotFound : errnum::kPermissionDenied, source,
-                std::string(err == ENOENT ? "File not found: " : "Permission denied: ") + path);
-  }
-  std::ostringstream bytes;
-  bytes << in.rdbuf();
-  return std::move(bytes).str();
-}
-
-DocumentText ReadDocument(const std::string& path) {
-  const std::string bytes = ReadBytes(path, "CHTMLPlugin.ReadDocument");
-  DocumentText doc;
-  const std::string_view view = bytes;
-  if (view.starts_with("\xEF\xBB\xBF")) {
-    doc.bom = "\xEF\xBB\xBF";
-  } else if (view.starts_with("\xFF\xFE") || view.starts_with("\xFE\xFF")) {
-    doc.bom = std::string(view.substr(0, 2));
-  }
-  DecodedText decoded = DecodeToUtf8(bytes);
-  doc.text = std::move(decoded.text);
-  doc.charset = std::move(decoded.charset);
-  return doc;
-}
-
-void WriteDocument(const std::string& path, const DocumentText& doc, std::string_view text) {
+void WriteDocument(const std::string& path, const DocumentFile& doc, std::string_view text) {
   const std::string bytes = doc.bom + EncodeFromUtf8(text, doc.charset);
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out || !out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) ||
@@ -78,7 +40,7 @@ void WriteDocument(const std::string& path, const DocumentText& doc, std::string
 // Reads the file, lets `edit` change its text, and writes it back in the set it was read in.
 template <typename Edit>
 void RewriteDocument(const std::string& path, Edit&& edit) {
-  const DocumentText doc = ReadDocument(FileSystemPathOf(path));
+  const DocumentFile doc = ReadDocumentFile(FileSystemPathOf(path), "CHTMLPlugin.ReadDocument");
   const BString result = edit(BString(doc.text));
   WriteDocument(FileSystemPathOf(path), doc, result.ToString());
 }
@@ -192,7 +154,7 @@ std::string CHTMLPlugin::GetSource() {
     const std::string path = FileSystemPathOf(document_address_);
     std::error_code ec;
     if (!path.empty() && std::filesystem::is_regular_file(path, ec)) {
-      text = ReadDocument(path).text;
+      text = ReadDocumentFile(path, "CHTMLPlugin.ReadDocument").text;
     }
     source_text_ = filters::Transformations::NormalizeText(text);
     return source_text_;

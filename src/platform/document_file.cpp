@@ -1,0 +1,61 @@
+#include "platform/document_file.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
+#include "platform/charset.h"
+#include "platform/error.h"
+
+namespace gw {
+
+namespace {
+constexpr ErrorNumber kPathFileAccessError = 75;
+}  // namespace
+
+std::string ReadFileBytes(const std::string& path, std::string_view source) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) {
+    throw Error(kPathFileAccessError, std::string(source),
+                "Path/File access error: " + path + " is a folder.");
+  }
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    const int err = errno;
+    throw Error(err == ENOENT ? errnum::kFileNotFound : errnum::kPermissionDenied,
+                std::string(source),
+                std::string(err == ENOENT ? "File not found: " : "Permission denied: ") + path);
+  }
+  // Read in one piece when the size is known, else piece by piece.
+  std::string bytes;
+  const auto size = std::filesystem::file_size(path, ec);
+  if (!ec) {
+    bytes.resize(static_cast<std::size_t>(size));
+    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(in.gcount()));
+    if (in.gcount() < static_cast<std::streamsize>(size)) return bytes;
+    in.clear();
+  }
+  char buffer[65536];
+  while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
+    bytes.append(buffer, static_cast<std::size_t>(in.gcount()));
+  }
+  return bytes;
+}
+
+DocumentFile ReadDocumentFile(const std::string& path, std::string_view source) {
+  const std::string bytes = ReadFileBytes(path, source);
+  DocumentFile doc;
+  const std::string_view view = bytes;
+  if (view.starts_with("\xEF\xBB\xBF")) {
+    doc.bom = "\xEF\xBB\xBF";
+  } else if (view.starts_with("\xFF\xFE") || view.starts_with("\xFE\xFF")) {
+    doc.bom = std::string(view.substr(0, 2));
+  }
+  DecodedText decoded = DecodeToUtf8(bytes);
+  doc.text = std::move(decoded.text);
+  doc.charset = std::move(decoded.charset);
+  return doc;
+}
+
+}  // namespace gw
