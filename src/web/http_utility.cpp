@@ -108,12 +108,38 @@ long SkipChar(std::string_view str, long pos, char c) noexcept {
   return pos;
 }
 
+namespace {
+
+// Every occurrence of `entity` in `text` replaced by `by`.
+void ReplaceEntity(std::string& text, const text::NoCaseSearcher& entity, std::string_view by) {
+  std::size_t hit = entity.Find(text);
+  if (hit == text::npos) return;
+  std::string out;
+  out.reserve(text.size());
+  std::size_t pos = 0;
+  for (; hit != text::npos; hit = entity.Find(text, pos)) {
+    out.append(text, pos, hit - pos);
+    out.append(by);
+    pos = hit + entity.Needle().size();
+  }
+  out.append(text, pos, std::string::npos);
+  text = std::move(out);
+}
+
+}  // namespace
+
 std::string HTMLDecode(std::string_view text) {
-  std::string out = text::ReplaceAll(text, "&nbsp;", " ", true);
-  out = text::ReplaceAll(out, "&amp;", "&", true);
-  out = text::ReplaceAll(out, "&gt;", ">", true);
-  out = text::ReplaceAll(out, "&lt;", "<", true);
-  return text::ReplaceAll(out, "&quot;", "\"", true);
+  std::string out(text);
+  // Every entity starts with "&", and a replacement only makes one from an "&" already there.
+  if (out.find('&') == std::string::npos) return out;
+  static const std::pair<text::NoCaseSearcher, std::string_view> kEntities[] = {
+      {text::NoCaseSearcher("&nbsp;"), " "},
+      {text::NoCaseSearcher("&amp;"), "&"},
+      {text::NoCaseSearcher("&gt;"), ">"},
+      {text::NoCaseSearcher("&lt;"), "<"},
+      {text::NoCaseSearcher("&quot;"), "\""}};
+  for (const auto& [entity, by] : kEntities) ReplaceEntity(out, entity, by);
+  return out;
 }
 
 std::string HtmlEncode(std::string_view text) {
