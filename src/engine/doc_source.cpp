@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <optional>
 #include <vector>
 
 #include "engine/job.h"
@@ -16,7 +17,9 @@
 #include "platform/error.h"
 #include "platform/event_loop.h"
 #include "rules/c_disconn_rs.h"
+#include "rules/connection_string.h"
 #include "rules/package_data_access.h"
+#include "rules/rules_transaction.h"
 #include "rules/stored_row.h"
 
 namespace gw {
@@ -176,6 +179,28 @@ void DocSource::BuildDocTableFromURIList() {
       if (text.empty()) continue;
       docs.SaveDocument(doc_id, task_id, job_id, job_start, text, "", "Queued");
     }
+  });
+}
+
+void DocSource::BuildDocTableFromURIListObject(const std::vector<std::string>& UriListObj) {
+  ReportAs("DocSource.BuildDocTableFromURIListObject(UriListObj)", [&] {
+    auto task = task_.lock();
+    if (!task) ThrowObjectNotSet("DocSource.BuildDocTableFromURIListObject");
+    auto job = task->GetJob();
+    const DateTime job_start = job->StartTime();
+    const std::string job_id = job->JobId();
+    const std::string task_id = task->TaskId();
+    const std::string cn_str = modConnectionString::GetCnStr();
+    std::optional<RulesTransaction> transaction;
+    if (!RulesTransaction::ActiveConnection(cn_str)) transaction.emplace(cn_str);
+    D_Doc docs;
+    for (const std::string& uri : UriListObj) {
+      const std::string doc_id = CGUIDGen::NewGUID();
+      DoEvents();
+      if (uri.empty()) continue;
+      docs.SaveDocument(doc_id, task_id, job_id, job_start, uri, "", "Queued");
+    }
+    if (transaction) transaction->Commit();
   });
 }
 

@@ -8,6 +8,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "platform/collection.h"
 #include "platform/date_time.h"
@@ -82,6 +83,11 @@ class DocSource : public Object {
   // `task_instance_docs` per address that is neither null nor empty, with a new document id, in
   // list order, yielding to the host before each. An address listed twice is queued twice.
   void BuildDocTableFromURIList();
+  // The same for the addresses of a link list (the unsaved links of a `UriList`, which the
+  // acquisition layer hands over as their addresses): one "Queued" row per non-empty address, in
+  // order, yielding before each. All rows are written in one transaction on the rules store (the
+  // caller's, when one is active), whatever their number.
+  void BuildDocTableFromURIListObject(const std::vector<std::string>& UriListObj);
 
  private:
   DocSource() = default;

@@ -1,0 +1,164 @@
+#include "acquire/uri_list.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+
+#include "acquire/uri_rules.h"
+#include "engine/doc_source.h"
+#include "engine/task.h"
+#include "platform/error.h"
+
+namespace gw {
+
+namespace {
+
+constexpr ErrorNumber kPathFileAccessError = 75;
+
+UriListItemPtr MakeItem(const web::Uri& url, const std::string& source) {
+  auto item = std::make_shared<UriListItem>();
+  item->Seturl(url.ToString());
+  item->SetSrcUrl(source);
+  item->SetlinkText(url.linkText());
+  return item;
+}
+
+// Adds under `key` unless the key is there; true when added.
+bool AddTo(std::vector<std::pair<std::string, UriListItemPtr>>& items,
+           std::unordered_map<std::string, std::size_t>& index, const std::string& key,
+           const UriListItemPtr& item) {
+  const auto [it, added] = index.emplace(key, items.size());
+  if (added) items.emplace_back(key, item);
+  return added;
+}
+
+// Writes `text` as the whole content of `path`: into a temporary file beside it, then renamed over
+// it, so that a reader never sees half a list.
+void ReplaceFile(const std::filesystem::path& path, const std::string& text) {
+  std::error_code ec;
+  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ec);
+  const std::filesystem::path temp = path.string() + ".partial";
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    if (!out || !out.write(text.data(), static_cast<std::streamsize>(text.size())) ||
+        !out.flush()) {
+      const std::string reason = std::strerror(errno);
+      std::filesystem::remove(temp, ec);
+      throw Error(kPathFileAccessError, "UriList.WriteToFile",
+                  "Path/File access error: could not write " + path.string() + ": " + reason);
+    }
+  }
+  std::filesystem::rename(temp, path, ec);
+  if (ec) {
+    std::filesystem::remove(temp, ec);
+    throw Error(kPathFileAccessError, "UriList.WriteToFile",
+                "Path/File access error: could not write " + path.string() + ": " + ec.message());
+  }
+}
+
+}  // namespace
+
+bool UriList::Exists(const web::Uri& url) const { return index_.contains(url.HashCode()); }
+
+bool UriList::Add(const web::Uri& url, const std::string& SourceUrl, bool ForSaveToDB) {
+  const std::string& key = url.HashCode();
+  const auto item = MakeItem(url, SourceUrl);
+  const bool added = AddTo(items_, index_, key, item);
+  if (ForSaveToDB) AddTo(unsaved_, unsaved_index_, key, item);
+  return added;
+}
+
+std::string UriList::ToString(bool IncludeSrcUri, bool isEmail) const {
+  return ReportAs("UriList.ToString(IncludeSrcUri,isEmail)", [&] {
+    std::string out;
+    for (const auto& [key, item] : items_) {
+      if (isEmail) {
+        out += web::Uri(item->url()).OpaquePart();
+      } else {
+        out += item->url();
+      }
+      if (IncludeSrcUri) out += ", " + web::Uri(item->SrcUrl()).ToString();
+      out += "\r\n";
+    }
+    return out;
+  });
+}
+
+std::vector<std::string> UriList::Keys() const {
+  std::vector<std::string> out;
+  out.reserve(items_.size());
+  for (const auto& entry : items_) out.push_back(entry.first);
+  return out;
+}
+
+std::vector<UriListItemPtr> UriList::Items() const {
+  std::vector<UriListItemPtr> out;
+  out.reserve(items_.size());
+  for (const auto& entry : items_) out.push_back(entry.second);
+  return out;
+}
+
+UriListItemPtr UriList::Item(const std::string& key) const {
+  const auto it = index_.find(key);
+  return it == index_.end() ? nullptr : items_[it->second].second;
+}
+
+UriListItemPtr UriList::ItemByIndex(long index) const {
+  if (index < 1 || index > Count()) {
+    throw Error(errnum::kSubscriptOutOfRange, "UriList.ItemByIndex", "Subscript out of range");
+  }
+  return items_[static_cast<std::size_t>(index - 1)].second;
+}
+
+std::shared_ptr<UriList> UriList::DivideByRuleset(const UriRuleset& Ruleset,
+                                                  bool ReturnMatches) const {
+  return ReportAs("UriList.DivideByRuleset(Ruleset,ReturnMatches)", [&] {
+    auto result = Create();
+    for (const auto& [key, item] : items_) {
+      web::Uri u(item->url());
+      u.SetLinkText(item->linkText());
+      if (Ruleset.IsMatch(u) == ReturnMatches) result->Add(u, item->SrcUrl(), true);
+    }
+    return result;
+  });
+}
+
+void UriList::MergeTo(const UriList& MergeFrom) {
+  ReportAs("UriList.MergeTo(MergeFrom)", [&] {
+    for (const auto& [key, item] : MergeFrom.items_) {
+      // A new address without its text: merged links keep their source only.
+      const web::Uri u(item->url());
+      if (!Exists(u)) Add(u, item->SrcUrl(), true);
+    }
+  });
+}
+
+void UriList::SaveToDB(const std::shared_ptr<Task>& TaskInstance) {
+  ReportAs("UriList.SaveToDB(TaskInstance)", [&] {
+    if (!TaskInstance) {
+      throw Error(errnum::kObjectNotSet, "UriList.SaveToDB",
+                  "Object variable or With block variable not set");
+    }
+    DocSourcePtr source;
+    if (TaskInstance->GetDocSources().Count() > 0) {
+      source = TaskInstance->GetDocSources().Item(1);
+    } else {
+      source = DocSource::Create();
+      source->SetTask(TaskInstance);
+    }
+    std::vector<std::string> addresses;
+    addresses.reserve(unsaved_.size());
+    for (const auto& entry : unsaved_) addresses.push_back(entry.second->url());
+    source->BuildDocTableFromURIListObject(addresses);
+    unsaved_.clear();
+    unsaved_index_.clear();
+  });
+}
+
+void UriList::WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const {
+  ReportAs("UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)",
+           [&] { ReplaceFile(Filepath, ToString(IncludeSrcUri, isEmail)); });
+}
+
+}  // namespace gw

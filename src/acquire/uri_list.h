@@ -1,0 +1,103 @@
+// UriList: a set of links keyed by their normal form (`Uri::HashCode`), each with the page it was
+// found on and its text, in the order they were first seen.
+//
+// Two links that differ only in what `HashCode` ignores (a fragment, the letter case of the host
+// or path, escaping) are one link, and the first sighting wins with its source and text. Beside
+// all its items a list keeps those not yet stored as documents of a task ("unsaved"): `Add` with
+// `ForSaveToDB`, `MergeTo` and `DivideByRuleset` mark what they add, and `SaveToDB` stores and
+// clears them. Looking a link up costs the same however long the list is.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/collection.h"
+#include "web/uri.h"
+
+namespace gw {
+
+class Task;
+class UriRuleset;
+
+class UriListItem : public Object {
+ public:
+  std::string TypeName() const override { return "UriListItem"; }
+
+  // The address in `Uri::ToString` form.
+  const std::string& url() const { return url_; }
+  void Seturl(std::string v) { url_ = std::move(v); }
+  // The page it was found on.
+  const std::string& SrcUrl() const { return src_url_; }
+  void SetSrcUrl(std::string v) { src_url_ = std::move(v); }
+  const std::string& linkText() const { return link_text_; }
+  void SetlinkText(std::string v) { link_text_ = std::move(v); }
+
+ private:
+  std::string url_;
+  std::string src_url_;
+  std::string link_text_;
+};
+
+using UriListItemPtr = std::shared_ptr<UriListItem>;
+
+class UriList : public Object {
+ public:
+  static std::shared_ptr<UriList> Create() { return std::make_shared<UriList>(); }
+  std::string TypeName() const override { return "UriList"; }
+
+  bool Exists(const web::Uri& url) const;
+  // Adds `url` (its display form, `SourceUrl` and its `linkText`) unless a link with its
+  // `HashCode` is there; with `ForSaveToDB` also to the unsaved links, unless it is there already.
+  // True when the link was new to the list.
+  bool Add(const web::Uri& url, const std::string& SourceUrl = {}, bool ForSaveToDB = false);
+  // One line per link, each ending in CR LF: the address (with `isEmail`, the plain address: the
+  // opaque part of a "mailto:" address), and with `IncludeSrcUri` ", " and the page it was found
+  // on. Fails as `Uri::Parse` when a stored address or source does not parse.
+  std::string ToString(bool IncludeSrcUri, bool isEmail = false) const;
+  long Count() const { return static_cast<long>(items_.size()); }
+  // The keys (`HashCode`s) and items, in order.
+  std::vector<std::string> Keys() const;
+  std::vector<UriListItemPtr> Items() const;
+  // The item with that key; null when there is none.
+  UriListItemPtr Item(const std::string& key) const;
+  // 1-based; fails with 9 outside 1..Count.
+  UriListItemPtr ItemByIndex(long index) const;
+  // A new list of the links (with their sources and texts) that `Ruleset` matches
+  // (`ReturnMatches`) or does not match; every one is marked unsaved there. This list is left as
+  // it is.
+  std::shared_ptr<UriList> DivideByRuleset(const UriRuleset& Ruleset,
+                                           bool ReturnMatches = false) const;
+  // Adds the links of `MergeFrom` that this list does not have, with their sources but not their
+  // texts, marked unsaved (despite its name, it merges into this list).
+  void MergeTo(const UriList& MergeFrom);
+
+  // ---- inside the library ----
+  // Queues the unsaved links as documents of the running task (`DocSource`'s
+  // `BuildDocTableFromURIListObject`, all in one transaction on the rules store), then forgets
+  // them. The task's first document source does it, or one made for the purpose when the task has
+  // none.
+  void SaveToDB(const std::shared_ptr<Task>& TaskInstance);
+  // Writes `ToString(IncludeSrcUri, isEmail)` to `Filepath`, replacing the file, so that it always
+  // holds the whole list; its folder is made when missing. Reports under
+  // "UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)".
+  void WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const;
+  // Every item and the unsaved ones, each as (key, item) in order.
+  const std::vector<std::pair<std::string, UriListItemPtr>>& RawDictionary() const {
+    return items_;
+  }
+  const std::vector<std::pair<std::string, UriListItemPtr>>& RawUnsavedDictionary() const {
+    return unsaved_;
+  }
+
+ private:
+  std::vector<std::pair<std::string, UriListItemPtr>> items_;
+  std::unordered_map<std::string, std::size_t> index_;  // key -> position in items_
+  std::vector<std::pair<std::string, UriListItemPtr>> unsaved_;
+  std::unordered_map<std::string, std::size_t> unsaved_index_;
+};
+
+using UriListPtr = std::shared_ptr<UriList>;
+
+}  // namespace gw

@@ -1,0 +1,358 @@
+#include "acquire/web_page.h"
+
+#include <filesystem>
+#include <fstream>
+
+#include "acquire/link_scan.h"
+#include "infra/c_guid_gen.h"
+#include "platform/document_file.h"
+#include "platform/error.h"
+#include "platform/event_loop.h"
+#include "platform/text.h"
+#include "rules/settings.h"
+#include "text/b_string.h"
+#include "web/http_utility.h"
+#include "web/resource_type.h"
+
+namespace gw {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr ErrorNumber kPathFileAccessError = 75;
+// "Object doesn't support this property or method": a web address without the HTTP client.
+constexpr ErrorNumber kWebAddressUnavailable = 438;
+
+int HexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  return -1;
+}
+
+bool IsWebAddress(std::string_view address) {
+  return text::StartsWithNoCase(address, "http://") || text::StartsWithNoCase(address, "https://");
+}
+
+// The document at `address`: a local file read whole and decoded.
+std::shared_ptr<const html::Document> OpenDocument(const std::string& address) {
+  if (IsWebAddress(address)) {
+    throw Error(kWebAddressUnavailable, "WebPage.LoadFromUrl",
+                "Loading the web address " + address +
+                    " needs the HTTP client, which is not available yet.");
+  }
+  const std::string path = LocalFilePath(address);
+  DocumentFile file = ReadDocumentFile(path, "WebPage.LoadFromUrl");
+  std::error_code ec;
+  const fs::path absolute = fs::absolute(path, ec);
+  return html::Document::Parse(std::move(file.text),
+                               FileAddress(ec ? path : absolute.lexically_normal().string()));
+}
+
+}  // namespace
+
+std::string FileAddress(std::string_view path) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string out = "file://";
+  for (const char c : path) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||
+        (byte >= '0' && byte <= '9') ||
+        std::string_view("/-._~").find(c) != std::string_view::npos) {
+      out += c;
+    } else {
+      out += '%';
+      out += kHex[byte >> 4];
+      out += kHex[byte & 15];
+    }
+  }
+  return out;
+}
+
+std::string LocalFilePath(std::string_view address) {
+  if (!text::StartsWithNoCase(address, "file:")) return std::string(address);
+  address.remove_prefix(5);
+  if (address.starts_with("//")) {
+    // The host ("", or "localhost") names this machine.
+    const std::size_t path = address.find('/', 2);
+    address = path == std::string_view::npos ? std::string_view() : address.substr(path);
+  }
+  std::string out;
+  for (std::size_t i = 0; i < address.size(); ++i) {
+    if (address[i] == '%' && i + 2 < address.size() && HexDigit(address[i + 1]) >= 0 &&
+        HexDigit(address[i + 2]) >= 0) {
+      out += static_cast<char>(HexDigit(address[i + 1]) * 16 + HexDigit(address[i + 2]));
+      i += 2;
+    } else {
+      out += address[i];
+    }
+  }
+  return out;
+}
+
+struct WebPage::LoadContext {
+  // The `HashCode`s of the pages loaded in this tree so far.
+  std::unordered_set<std::string> loaded;
+};
+
+WebPagePtr Frames::Add(std::string_view sKey) { return items_.Add(WebPage::Create(), sKey); }
+
+web::Uri& WebPage::url() {
+  if (!url_) url_ = std::make_shared<web::Uri>();
+  return *url_;
+}
+
+void WebPage::NewLinkLists() {
+  http_links_ = UriList::Create();
+  email_links_ = UriList::Create();
+  other_links_ = UriList::Create();
+}
+
+// ---- the fast scan ----------------------------------------------------------------------------
+
+Variant WebPage::RegExHrefs(const std::string& FilePath, const std::string& url) {
+  return ReportAs("WebPage.RegExHrefs(FilePath,url)", [&] {
+    NewLinkLists();
+    auto page = std::make_shared<web::Uri>();
+    page->Parse(url);
+    url_ = page;
+    const std::string source = page->ToString();
+    std::string text;
+    try {
+      text = ReadDocumentFile(LocalFilePath(FilePath), "WebPage.RegExHrefs").text;
+    } catch (const Error&) {
+      return Variant();  // a file that did not open has no links
+    }
+    ScanAnchors(text, [&](const ScannedAnchor& anchor) {
+      DoEvents();
+      if (!anchor.has_href) return;
+      try {
+        web::Uri u(anchor.href, page.get());
+        u.SetLinkText(anchor.text);
+        AddLink(u, source);
+      } catch (const Error&) {
+        // One bad link does not end the page.
+      }
+    });
+    return Variant();
+  });
+}
+
+void WebPage::AddLink(web::Uri& u, const std::string& source) {
+  switch (web::HttpUtility::ClassifyResourceUri(u.ToExternalForm())) {
+    case web::ResourceType::http:
+    case web::ResourceType::FileSystem:
+      if (!http_links_->Exists(u)) http_links_->Add(u, source);
+      break;
+    case web::ResourceType::email:
+      CleanseEmail(u);
+      if (!email_links_->Exists(u)) email_links_->Add(u, source);
+      break;
+    default:
+      if (!other_links_->Exists(u)) other_links_->Add(u, source);
+      break;
+  }
+}
+
+web::Uri& WebPage::CleanseEmail(web::Uri& mailto) {
+  if (text::AsciiUpper(mailto.scheme()) != "MAILTO") return mailto;
+  std::string address = web::HttpUtility::UrlDecode(mailto.OpaquePart());
+  const std::size_t at = address.rfind('@');
+  const std::size_t query = address.find('?', at == std::string::npos ? 0 : at + 1);
+  if (query != std::string::npos && query >= 2) address.erase(query);
+  std::string_view rest = text::TrimSpaces(address);
+  while (!rest.empty() && (rest.front() == '/' || rest.front() == '\\')) rest.remove_prefix(1);
+  mailto.Parse("mailto:" + std::string(rest));
+  return mailto;
+}
+
+// ---- the document tree ------------------------------------------------------------------------
+
+void WebPage::LoadFromString(const std::string& text, const std::string& SrcUrl) {
+  ReportAs("WebPage.LoadFromString(text,SrcUrl)", [&] {
+    std::string folder;
+    try {
+      folder = Settings().GetOption("StringFileCreatePath").ToText();
+    } catch (const Error&) {
+      // Without the setting, the temporary folder does.
+    }
+    std::error_code ec;
+    if (folder.empty()) folder = fs::temp_directory_path(ec).string();
+    fs::create_directories(folder, ec);
+    const fs::path path = fs::path(folder) / (CGUIDGen::NewGUID() + ".htm");
+    struct RemoveAfterwards {
+      fs::path path;
+      ~RemoveAfterwards() {
+        std::error_code ignored;
+        fs::remove(path, ignored);
+      }
+    } remove_afterwards{path};
+    {
+      // A byte-order mark, so the text is read back as UTF-8 whatever charset it declares.
+      std::ofstream out(path, std::ios::binary | std::ios::trunc);
+      out << "\xEF\xBB\xBF" << text;
+      if (!out.flush()) {
+        throw Error(kPathFileAccessError, "WebPage.LoadFromString",
+                    "Path/File access error: could not write " + path.string());
+      }
+    }
+    LoadFromUrl(path.string(), SrcUrl);
+  });
+}
+
+void WebPage::LoadFromUrl(const std::string& url, const std::string& SrcUrl) {
+  ReportAs("WebPage.LoadFromUrl(url,SrcUrl)", [&] {
+    LoadContext context;
+    Load(url, SrcUrl, context, 0);
+  });
+}
+
+void WebPage::LoadFromDOM(const std::shared_ptr<const html::Document>& htmlDoc,
+                          const std::string& SrcUrl, bool ParseLinks) {
+  ReportAs("WebPage.LoadFromDOM(htmlDoc,SrcUrl,ParseLinks)", [&] {
+    LoadContext context;
+    LoadDocument(htmlDoc, SrcUrl, ParseLinks, context, 0);
+  });
+}
+
+void WebPage::Load(const std::string& url, const std::string& SrcUrl, LoadContext& context,
+                   int depth) {
+  auto doc = OpenDocument(url);
+  DoEvents();
+  LoadDocument(doc, SrcUrl, true, context, depth);
+}
+
+void WebPage::LoadDocument(const std::shared_ptr<const html::Document>& htmlDoc,
+                           const std::string& SrcUrl, bool ParseLinks, LoadContext& context,
+                           int depth) {
+  if (!htmlDoc) {
+    throw Error(errnum::kObjectNotSet, "WebPage.LoadFromDOM",
+                "Object variable or With block variable not set");
+  }
+  document_ = htmlDoc;
+  url_ = std::make_shared<web::Uri>(SrcUrl.empty() ? htmlDoc->URL() : SrcUrl);
+  context.loaded.insert(url_->HashCode());
+  try {
+    context.loaded.insert(web::Uri(htmlDoc->URL()).HashCode());
+  } catch (const Error&) {
+    // A document without an address of its own is known by the page's.
+  }
+  frames_ = Frames();
+  forms_ = ResponseWebForms();
+  LoadFrames(context, depth);
+  LoadForms();
+  if (ParseLinks) {
+    NewLinkLists();
+    GetHrefs();
+  }
+}
+
+void WebPage::LoadFrames(LoadContext& context, int depth) {
+  std::vector<html::Element> elements = document_->tags("FRAME");
+  const bool inline_frames = elements.empty();
+  if (inline_frames) elements = document_->tags("IFRAME");
+  for (const html::Element& element : elements) {
+    WebPagePtr frame = frames_.Add();
+    std::shared_ptr<web::Uri> address;
+    try {
+      address = std::make_shared<web::Uri>(element.src(), &url());
+    } catch (const Error&) {
+      continue;  // an address that does not parse: the frame stays empty
+    }
+    frame->Seturl(address);
+    if (inline_frames && address->HashCode() == url().HashCode()) continue;
+    if (context.loaded.contains(address->HashCode()) || depth + 1 > kMaxFrameDepth) continue;
+    try {
+      frame->Load(address->ToExternalForm(), "", context, depth + 1);
+    } catch (const Error&) {
+      // A frame that cannot be read stays empty, as a browser shows an error in it.
+    }
+  }
+}
+
+void WebPage::LoadForms() {
+  const auto self = std::static_pointer_cast<WebPage>(shared_from_this());
+  for (const html::Element& form : document_->forms()) forms_.Add()->LoadFromDOM(form, self);
+}
+
+void WebPage::GetHrefs() {
+  ReportAs("WebPage.GetHrefs", [&] {
+    const bool local_page = text::AsciiUpper(url().scheme()) == "FILE";
+    const std::string source = url().ToString();
+    for (const html::Element& anchor : document_->tags("A")) {
+      try {
+        web::Uri u;
+        const html::XmlRootAttribute xml = html::ReadXmlRootAttribute(anchor.outerHTML(), "href");
+        if (xml.well_formed) {
+          if (!xml.value) continue;  // an anchor without an address
+          u.Parse(*xml.value, &url());
+        } else if (const std::string href = GetHref(anchor); !href.empty()) {
+          u.Parse(href, &url());
+        } else {
+          const std::optional<std::string> attribute = anchor.getAttribute("href");
+          if (!attribute) continue;
+          u.Parse(*attribute, &url());
+          if (text::AsciiUpper(u.scheme()) == "FILE" && !local_page) {
+            // A link resolved against a local copy of the page: put it back on the page's site.
+            std::string folder = u.PathWithoutFile();
+            const std::size_t drive = folder.find(":/");
+            folder =
+                drive != std::string::npos ? folder.substr(drive + 1) : url().PathWithoutFile();
+            std::string rebuilt = url().scheme() + "://" + url().Host() + folder + u.FileName();
+            if (!u.QueryString().empty()) rebuilt += "?" + u.QueryString();
+            u.Parse(rebuilt);
+          }
+        }
+        u.SetLinkText(anchor.innerText());
+        AddLink(u, source);
+      } catch (const Error&) {
+        // One bad link does not end the page.
+      }
+      DoEvents();
+    }
+  });
+}
+
+std::string WebPage::GetHref(const html::Element& anchor) {
+  static constexpr std::pair<std::string_view, std::string_view> kTokens[] = {
+      {"href=\"", "\""}, {"href =\"", "\""}, {"href = \"", "\""}, {"href=", " "},   {"href =", " "},
+      {"href = ", " "},  {"href=", ">"},     {"href =", ">"},     {"href = ", ">"},
+  };
+  const BString html(anchor.outerHTML());
+  for (const auto& [start, end] : kTokens) {
+    std::string value = html.ValueBetweenTokens(start, end).ToString();
+    if (!value.empty()) return value;
+  }
+  return {};
+}
+
+std::string WebPage::ToString() const {
+  if (!document_) return {};
+  const auto roots = document_->tags("HTML");
+  return roots.empty() ? std::string() : roots.front().outerHTML();
+}
+
+std::string WebPage::BuildFrameSelectHTML() {
+  const std::string page = url().ToString();
+  std::string out =
+      "<HTML><BODY><h1 align=center><font face=Verdana>HTML Frames</font></h1><hr>"
+      "<p><font face=Verdana><B>The following URLs make up the component frames for the frameset "
+      "at <a href=" +
+      page + ">" + page + "</a> :</B></font></p><ul>";
+  for (const WebPagePtr& frame : frames_) {
+    const std::string address = frame->url().ToString();
+    out += "<li><font face=Verdana><A href=" + address + " >" + address + "</A></font></li>";
+  }
+  return out + "</ul></BODY></HTML>";
+}
+
+std::string WebPage::GetElementPath(const html::Element& elem) const {
+  return html::ElementPath(elem);
+}
+
+std::string WebPage::GetElementDescription(const html::Element& elem) const {
+  return html::ElementDescription(elem);
+}
+
+}  // namespace gw
