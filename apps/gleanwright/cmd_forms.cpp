@@ -1,0 +1,82 @@
+// gleanwright forms: the forms of a page, each with its controls and both Form Submit Statement
+// templates, ready to paste into a package. The forms of the page's frames follow, frame by frame.
+#include <iostream>
+#include <memory>
+
+#include "acquire/web_page.h"
+#include "commands.h"
+#include "page_source.h"
+
+namespace gw::app {
+namespace {
+
+std::string Quoted(const std::string& text) { return "\"" + text + "\""; }
+
+void PrintControl(const WebCtrl& ctrl) {
+  std::cout << "    " << (ctrl.Id().empty() ? "(no name)" : ctrl.Id()) << "  "
+            << ctrl.GetCtrlTypeAsString() << "  value " << Quoted(ctrl.Value());
+  if (ctrl.Options().Count() > 0) {
+    std::cout << "  options:";
+    bool first = true;
+    for (const auto& [key, text] : ctrl.Options()) {
+      std::cout << (first ? " " : ", ") << Quoted(key) << "=" << Quoted(text);
+      first = false;
+    }
+  }
+  if (ctrl.MaxLength() > 0 && ctrl.MaxLength() < 2147483647) {
+    std::cout << "  max length " << ctrl.MaxLength();
+  }
+  std::cout << "\n";
+}
+
+void PrintForms(WebPage& page, bool samples, const std::string& heading, int& count) {
+  if (!heading.empty() && page.Forms().Count() > 0) std::cout << heading << "\n";
+  for (const ResponseWebFormPtr& form : page.Forms()) {
+    ++count;
+    std::cout << "Form " << count << ": id " << Quoted(form->Id()) << ", method " << form->Method()
+              << ", action " << form->Action() << "\n";
+    std::cout << "  Path: " << form->ElementPath() << "\n";
+    std::cout << "  Controls:\n";
+    if (form->Controls().Count() == 0) std::cout << "    (none)\n";
+    for (const WebCtrlPtr& ctrl : form->Controls()) PrintControl(*ctrl);
+    std::cout << "  XML template:\n    " << form->BuildXMLTemplate(samples) << "\n";
+    std::cout << "  Query template:\n    " << form->BuildQueryTemplate(samples) << "\n";
+  }
+  for (const WebPagePtr& frame : page.GetFrames()) {
+    if (frame->Document()) PrintForms(*frame, samples, "Frame " + frame->url().ToString(), count);
+  }
+}
+
+int RunForms(const std::string& address, const std::string& base, bool samples) {
+  const PageSource source = OpenPageSource(address, base);
+  auto page = WebPage::Create();
+  page->LoadFromUrl(source.file, source.base);
+  int count = 0;
+  PrintForms(*page, samples, {}, count);
+  if (count == 0) std::cout << "No forms.\n";
+  return 0;
+}
+
+const CommandRegistration kForms(61, [](CLI::App& app, const GlobalOptions&,
+                                        const std::function<void(int)>& set_exit) {
+  auto* cmd = app.add_subcommand(
+      "forms",
+      "Print the forms of a page (and of its frames): id, method, absolute action, each control "
+      "with its type, value and options, and the form as XML and query templates of a Form "
+      "Submit Statement");
+  auto address = std::make_shared<std::string>();
+  auto base = std::make_shared<std::string>();
+  auto samples = std::make_shared<bool>(false);
+  cmd->add_option("page", *address, "A local file, a file:// address, or an http(s) address")
+      ->required();
+  cmd->add_option("--base", *base,
+                  "The address that the actions resolve against (default: the page's own)");
+  cmd->add_flag("--samples", *samples,
+                "Fill the templates with sample values (\"Sample Text\", a list's first option...) "
+                "instead of the page's own values");
+  cmd->callback(
+      [set_exit, address, base, samples] { set_exit(RunForms(*address, *base, *samples)); });
+});
+
+}  // namespace
+}  // namespace gw::app

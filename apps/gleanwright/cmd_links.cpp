@@ -1,0 +1,67 @@
+// gleanwright links: the links of a page as the crawler reads them.
+//
+// One line per link, tab-separated: kind (http, email, other), address, the page it was found on,
+// the link's text (tabs and line breaks in it written as spaces). Web and file addresses come
+// first, then e-mail addresses, then the rest, each in the order of the page; a link stands once
+// however often the page has it. By default the links come from the crawler's scan of the
+// file; with --dom they come from the document tree instead.
+#include <filesystem>
+#include <iostream>
+#include <memory>
+
+#include "acquire/web_page.h"
+#include "commands.h"
+#include "page_source.h"
+
+namespace gw::app {
+namespace {
+
+std::string OneLine(std::string text) {
+  for (char& c : text) {
+    if (c == '\t' || c == '\n' || c == '\r') c = ' ';
+  }
+  return text;
+}
+
+void Print(const char* kind, const UriList& list) {
+  for (const auto& item : list.Items()) {
+    std::cout << kind << '\t' << OneLine(item->url()) << '\t' << OneLine(item->SrcUrl()) << '\t'
+              << OneLine(item->linkText()) << '\n';
+  }
+}
+
+int RunLinks(const std::string& address, const std::string& base, bool dom) {
+  const PageSource source = OpenPageSource(address, base);
+  auto page = WebPage::Create();
+  if (dom) {
+    page->LoadFromUrl(source.file, source.base);
+  } else {
+    page->RegExHrefs(source.file, source.base);
+  }
+  Print("http", page->HttpLinks());
+  Print("email", page->EmailLinks());
+  Print("other", page->OtherLinks());
+  return 0;
+}
+
+const CommandRegistration kLinks(60, [](CLI::App& app, const GlobalOptions&,
+                                        const std::function<void(int)>& set_exit) {
+  auto* cmd = app.add_subcommand(
+      "links",
+      "Print the links of a page as the crawler finds them: one line per link with its kind "
+      "(http, email, other), address, the page it was found on and its text, tab-separated");
+  auto address = std::make_shared<std::string>();
+  auto base = std::make_shared<std::string>();
+  auto dom = std::make_shared<bool>(false);
+  cmd->add_option("page", *address, "A local file, a file:// address, or an http(s) address")
+      ->required();
+  cmd->add_option("--base", *base,
+                  "The address that relative links resolve against (default: the page's own)");
+  cmd->add_flag("--dom", *dom,
+                "Read the links from the document tree (as the template editor does) instead of "
+                "the crawler's scan");
+  cmd->callback([set_exit, address, base, dom] { set_exit(RunLinks(*address, *base, *dom)); });
+});
+
+}  // namespace
+}  // namespace gw::app
