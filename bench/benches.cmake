@@ -9,3 +9,5 @@ target_sources(targets_bench PRIVATE ${PROJECT_SOURCE_DIR}/tests/support/mariadb
 target_include_directories(targets_bench PRIVATE ${PROJECT_SOURCE_DIR}/tests)
 # The web client against a loopback server (cpp-httplib in a child process), beside wrk.
 gw_add_bench(http_bench DEPS gw_web gw_platform PkgConfig::HTTPLIB)
+# The link scan and the document tree on generated pages (links_bench.cpp says what each shows).
+gw_add_bench(links_bench DEPS gw_acquire gw_platform PkgConfig::PCRE2)
