@@ -160,12 +160,21 @@ std::string Job::Execute(const std::string& Uri, const std::string& SourceText) 
   } catch (const std::exception& e) {
     failure = Error(errnum::kProviderError, "Job.Execute", e.what());
   }
-  // The run's row is closed; the rest of the results is not saved.
+  // The run's row is closed; the rest of the results is not saved. Closing it may fail too (the
+  // store that failed the run may be the rules store): the failure that ended the run is still
+  // the one that goes on, and it says that the row stays open.
   SetExecutingTask(nullptr);
+  const auto noting = [&](auto&& step) {
+    try {
+      step();
+    } catch (const Error& e) {
+      failure->AddCallStackLine("Job.Execute: the run could not be closed: " + e.NumberText() +
+                                " " + e.Description());
+    }
+  };
   complete_time_ = DateTime::Now();
-  Save();
-  complete_code_ = Metadata()->SuccessCodeId();
-  Save();
+  noting([&] { complete_code_ = Metadata()->SuccessCodeId(); });
+  noting([&] { Save(); });
   bool ignored = false;
   OnStatusChange.Emit(failure->Description(), ignored);
   OnJobExecuteComplete.Emit(job_id_, start_time_);
@@ -181,12 +190,8 @@ void Job::RunTasks(const std::string& Uri, const std::string& SourceText, bool& 
     const TaskPtr task = GetTasks().Item(i);
     SetExecutingTask(task);
     // A task run again by a goto keeps its first entry.
-    try {
-      meta->GetMetaTasks().Item(task->TaskId());
-    } catch (const Error& e) {
-      if (e.Number() == errnum::kInvalidProcedureCall) {
-        meta->GetMetaTasks().Add(task->Metadata(), meta);
-      }
+    if (!meta->GetMetaTasks().Find(task->TaskId())) {
+      meta->GetMetaTasks().Add(task->Metadata(), meta);
     }
     if (task->TaskType() == TaskTypes::GotoTask) {
       DocSource& target = *task->GetDocSources().Item(1);

@@ -1,5 +1,7 @@
 #include "engine/task.h"
 
+#include <algorithm>
+#include <array>
 #include <chrono>
 #include <fstream>
 
@@ -85,89 +87,13 @@ const std::string& Task::TaskId() {
   return task_id_;
 }
 
-void Task::SetTaskName(std::string v) {
-  task_name_ = std::move(v);
-  Touch();
-}
-void Task::SetDescription(std::string v) {
-  description_ = std::move(v);
-  Touch();
-}
-void Task::SetStep(std::int32_t v) {
-  step_ = v;
-  Touch();
-}
-void Task::SetTaskType(TaskTypes v) {
-  task_type_ = v;
-  Touch();
-}
-void Task::SetDisplaySrcType(TaskSrcType v) {
-  display_src_type_ = v;
-  Touch();
-}
-void Task::SetThrottleWaitMSecs(std::int32_t v) {
-  throttle_wait_msecs_ = v;
-  Touch();
-}
 std::string Task::Method() const { return text::AsciiUpper(text::TrimSpaces(method_)); }
 void Task::SetMethod(const std::string& v) {
   method_ = text::AsciiUpper(text::TrimSpaces(v));
   Touch();
 }
-void Task::SetInheritHttpClient(bool v) {
-  inherit_http_client_ = v;
-  Touch();
-}
-void Task::SetClearTableBeforeExtraction(bool v) {
-  clear_table_before_extraction_ = v;
-  Touch();
-}
-void Task::SetClearRootFolderBeforeDownload(bool v) {
-  clear_root_folder_before_download_ = v;
-  Touch();
-}
-void Task::SetIsDisabled(bool v) {
-  is_disabled_ = v;
-  Touch();
-}
-void Task::SetSaveErrorPages(bool v) {
-  save_error_pages_ = v;
-  Touch();
-}
-void Task::SetDisableLocalFileCopy(bool v) {
-  disable_local_file_copy_ = v;
-  Touch();
-}
 void Task::SetDoValidation(std::int16_t v) {
   do_validation_ = static_cast<std::int16_t>((v > 0) - (v < 0));
-  Touch();
-}
-void Task::SetDocCleanseMethod(std::string v) {
-  doc_cleanse_method_ = std::move(v);
-  Touch();
-}
-void Task::SetDocCleanseParams(std::string v) {
-  doc_cleanse_params_ = std::move(v);
-  Touch();
-}
-void Task::SetDocCleanseMethod2(std::string v) {
-  doc_cleanse_method2_ = std::move(v);
-  Touch();
-}
-void Task::SetDocCleanseParams2(std::string v) {
-  doc_cleanse_params2_ = std::move(v);
-  Touch();
-}
-void Task::SetStartTime(DateTime v) {
-  start_time_ = v;
-  Touch();
-}
-void Task::SetCompleteTime(DateTime v) {
-  complete_time_ = v;
-  Touch();
-}
-void Task::SetCompleteCode(std::string v) {
-  complete_code_ = std::move(v);
   Touch();
 }
 void Task::SetDataPageId(std::string v) {
@@ -641,27 +567,25 @@ std::shared_ptr<Task> Task::Copy() {
     auto job = GetJob();
     auto copy = Task::Create();
     copy->SetStep(job->GetTasks().GetMaxStep() + 1);
-    copy->SetClearRootFolderBeforeDownload(clear_root_folder_before_download_);
-    copy->SetClearTableBeforeExtraction(clear_table_before_extraction_);
+    // Every setting the property table lists is copied, except the run's values and what a copy
+    // does not take over (it is enabled and validates).
+    constexpr std::array<std::string_view, 7> kNotCopied = {
+        "Step",      "TaskName",     "IsDisabled",  "DoValidation",
+        "StartTime", "CompleteTime", "CompleteCode"};
+    for (const PropertyInfo& property : GetPropertyTable()->properties) {
+      const bool excluded =
+          std::find(kNotCopied.begin(), kNotCopied.end(), property.name) != kNotCopied.end();
+      if (property.IsReadOnly() || excluded) continue;
+      property.set(*copy, property.get(*this));
+    }
+    // The datapage and the objects with pieces of their own are not in the table.
+    copy->SetDataPageId(data_page_id_);
     copy->SetCrawlerAgent(crawler_agent_);
     copy->crawler_piece_ = crawler_piece_;
-    copy->SetDataPageId(data_page_id_);
-    copy->SetDescription(description_);
-    copy->SetDisableLocalFileCopy(disable_local_file_copy_);
-    copy->SetDisplaySrcType(display_src_type_);
-    copy->SetDocCleanseMethod(doc_cleanse_method_);
-    copy->SetDocCleanseParams(doc_cleanse_params_);
-    copy->SetDocCleanseMethod2(doc_cleanse_method2_);
-    copy->SetDocCleanseParams2(doc_cleanse_params2_);
-    copy->SetInheritHttpClient(inherit_http_client_);
-    copy->SetMethod(method_);
     copy->SetSaveAsTemplate(save_as_template_);
     copy->file_saver_piece_ = file_saver_piece_;
-    copy->SetSaveErrorPages(save_error_pages_);
-    copy->SetTaskType(task_type_);
     copy->SetTemplateHttpClient(template_http_client_);
     copy->http_client_piece_ = http_client_piece_;
-    copy->SetThrottleWaitMSecs(throttle_wait_msecs_);
     copy->SetTaskName("Copy of " + task_name_);
     copy->SetJob(job);
     for (const auto& source : GetDocSources()) {

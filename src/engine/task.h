@@ -121,49 +121,61 @@ class Task : public Object, public ISerializable {
   // Never empty: the getter makes a new id if it finds none.
   const std::string& TaskId();
   const std::string& TaskName() const { return task_name_; }
-  void SetTaskName(std::string v);
+  void SetTaskName(std::string v) { SetProperty(task_name_, std::move(v), is_dirty_); }
   const std::string& Description() const { return description_; }
-  void SetDescription(std::string v);
+  void SetDescription(std::string v) { SetProperty(description_, std::move(v), is_dirty_); }
   std::int32_t Step() const { return step_; }
-  void SetStep(std::int32_t v);
+  void SetStep(std::int32_t v) { SetProperty(step_, v, is_dirty_); }
   TaskTypes TaskType() const { return task_type_; }
-  void SetTaskType(TaskTypes v);
+  void SetTaskType(TaskTypes v) { SetProperty(task_type_, v, is_dirty_); }
   TaskSrcType DisplaySrcType() const { return display_src_type_; }
-  void SetDisplaySrcType(TaskSrcType v);
+  void SetDisplaySrcType(TaskSrcType v) { SetProperty(display_src_type_, v, is_dirty_); }
   std::int32_t ThrottleWaitMSecs() const { return throttle_wait_msecs_; }
-  void SetThrottleWaitMSecs(std::int32_t v);
+  void SetThrottleWaitMSecs(std::int32_t v) { SetProperty(throttle_wait_msecs_, v, is_dirty_); }
   // Trimmed and in capitals, both when set and when read.
   std::string Method() const;
   void SetMethod(const std::string& v);
   bool InheritHttpClient() const { return inherit_http_client_; }
-  void SetInheritHttpClient(bool v);
+  void SetInheritHttpClient(bool v) { SetProperty(inherit_http_client_, v, is_dirty_); }
   bool ClearTableBeforeExtraction() const { return clear_table_before_extraction_; }
-  void SetClearTableBeforeExtraction(bool v);
+  void SetClearTableBeforeExtraction(bool v) {
+    SetProperty(clear_table_before_extraction_, v, is_dirty_);
+  }
   bool ClearRootFolderBeforeDownload() const { return clear_root_folder_before_download_; }
-  void SetClearRootFolderBeforeDownload(bool v);
+  void SetClearRootFolderBeforeDownload(bool v) {
+    SetProperty(clear_root_folder_before_download_, v, is_dirty_);
+  }
   bool IsDisabled() const { return is_disabled_; }
-  void SetIsDisabled(bool v);
+  void SetIsDisabled(bool v) { SetProperty(is_disabled_, v, is_dirty_); }
   bool SaveErrorPages() const { return save_error_pages_; }
-  void SetSaveErrorPages(bool v);
+  void SetSaveErrorPages(bool v) { SetProperty(save_error_pages_, v, is_dirty_); }
   bool DisableLocalFileCopy() const { return disable_local_file_copy_; }
-  void SetDisableLocalFileCopy(bool v);
+  void SetDisableLocalFileCopy(bool v) { SetProperty(disable_local_file_copy_, v, is_dirty_); }
   // Keeps only the sign of what is set: -1, 0 or 1; only 1 validates.
   std::int16_t DoValidation() const { return do_validation_; }
   void SetDoValidation(std::int16_t v);
   const std::string& DocCleanseMethod() const { return doc_cleanse_method_; }
-  void SetDocCleanseMethod(std::string v);
+  void SetDocCleanseMethod(std::string v) {
+    SetProperty(doc_cleanse_method_, std::move(v), is_dirty_);
+  }
   const std::string& DocCleanseParams() const { return doc_cleanse_params_; }
-  void SetDocCleanseParams(std::string v);
+  void SetDocCleanseParams(std::string v) {
+    SetProperty(doc_cleanse_params_, std::move(v), is_dirty_);
+  }
   const std::string& DocCleanseMethod2() const { return doc_cleanse_method2_; }
-  void SetDocCleanseMethod2(std::string v);
+  void SetDocCleanseMethod2(std::string v) {
+    SetProperty(doc_cleanse_method2_, std::move(v), is_dirty_);
+  }
   const std::string& DocCleanseParams2() const { return doc_cleanse_params2_; }
-  void SetDocCleanseParams2(std::string v);
+  void SetDocCleanseParams2(std::string v) {
+    SetProperty(doc_cleanse_params2_, std::move(v), is_dirty_);
+  }
   const DateTime& StartTime() const { return start_time_; }
-  void SetStartTime(DateTime v);
+  void SetStartTime(DateTime v) { SetProperty(start_time_, std::move(v), is_dirty_); }
   const DateTime& CompleteTime() const { return complete_time_; }
-  void SetCompleteTime(DateTime v);
+  void SetCompleteTime(DateTime v) { SetProperty(complete_time_, std::move(v), is_dirty_); }
   const std::string& CompleteCode() const { return complete_code_; }
-  void SetCompleteCode(std::string v);
+  void SetCompleteCode(std::string v) { SetProperty(complete_code_, std::move(v), is_dirty_); }
   bool IsDirty() const { return is_dirty_; }
   bool IsInstance() const { return is_instance_; }
 

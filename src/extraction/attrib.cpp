@@ -214,21 +214,6 @@ void Attrib::SetColumnType(std::string value) {
   is_dirty_ = true;
 }
 
-void Attrib::SetColumnTypeParameter(std::string value) {
-  column_type_parameter_ = std::move(value);
-  is_dirty_ = true;
-}
-
-void Attrib::SetColumnSize(std::int32_t value) {
-  column_size_ = value;
-  is_dirty_ = true;
-}
-
-void Attrib::SetStep(std::int16_t value) {
-  step_ = value;
-  is_dirty_ = true;
-}
-
 void Attrib::SetStartTag(std::string_view value) {
   start_tag_ = text::NoCaseSearcher(value);
   is_dirty_ = true;
@@ -236,21 +221,6 @@ void Attrib::SetStartTag(std::string_view value) {
 
 void Attrib::SetEndTag(std::string_view value) {
   end_tag_ = text::NoCaseSearcher(value);
-  is_dirty_ = true;
-}
-
-void Attrib::SetColumnName(std::string value) {
-  column_name_ = std::move(value);
-  is_dirty_ = true;
-}
-
-void Attrib::SetIsOptional(bool value) {
-  is_optional_ = value;
-  is_dirty_ = true;
-}
-
-void Attrib::SetEntityId(std::string value) {
-  entity_id_ = std::move(value);
   is_dirty_ = true;
 }
 

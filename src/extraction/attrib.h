@@ -71,22 +71,24 @@ class Attrib : public Object {
   const std::string& ColumnType() const { return column_type_; }
   void SetColumnType(std::string value);
   const std::string& ColumnTypeParameter() const { return column_type_parameter_; }
-  void SetColumnTypeParameter(std::string value);
+  void SetColumnTypeParameter(std::string value) {
+    SetProperty(column_type_parameter_, std::move(value), is_dirty_);
+  }
   // Negative: the value is written whole; 0 or more: it is cut to the target column's width.
   std::int32_t ColumnSize() const { return column_size_; }
-  void SetColumnSize(std::int32_t value);
+  void SetColumnSize(std::int32_t value) { SetProperty(column_size_, value, is_dirty_); }
   // Order inside the dataset, and the field's identity in a skip map.
   std::int16_t Step() const { return step_; }
-  void SetStep(std::int16_t value);
+  void SetStep(std::int16_t value) { SetProperty(step_, value, is_dirty_); }
   const std::string& StartTag() const { return start_tag_.Needle(); }
   void SetStartTag(std::string_view value);
   const std::string& EndTag() const { return end_tag_.Needle(); }
   void SetEndTag(std::string_view value);
   const std::string& ColumnName() const { return column_name_; }
-  void SetColumnName(std::string value);
+  void SetColumnName(std::string value) { SetProperty(column_name_, std::move(value), is_dirty_); }
   // The row may do without this field: it takes part in the skip-map search.
   bool IsOptional() const { return is_optional_; }
-  void SetIsOptional(bool value);
+  void SetIsOptional(bool value) { SetProperty(is_optional_, value, is_dirty_); }
 
   // The last filtered value; a failed extraction keeps the previous one.
   const std::string& Extraction() const { return extraction_; }
@@ -104,7 +106,7 @@ class Attrib : public Object {
   // The owner, as a back reference.
   void SetEntity(const std::shared_ptr<Entity>& entity);
   const std::string& EntityId() const { return entity_id_; }
-  void SetEntityId(std::string value);
+  void SetEntityId(std::string value) { SetProperty(entity_id_, std::move(value), is_dirty_); }
   void SetExtraction(std::string_view value);
   void SetId(std::string value) { id_ = std::move(value); }
 

@@ -99,19 +99,6 @@ void DataPage::SetRootEntitiesFromDB() {
   });
 }
 
-void DataPage::SetDescription(Variant value) {
-  description_ = std::move(value);
-  is_dirty_ = true;
-}
-void DataPage::SetDisplayName(std::string value) {
-  display_name_ = std::move(value);
-  is_dirty_ = true;
-}
-void DataPage::SetDBName(std::string value) {
-  db_name_ = std::move(value);
-  is_dirty_ = true;
-}
-
 long DataPage::GetEntityPageOrder(std::string_view EntityId) const {
   const long* count = extracted_entity_counts_.Find(EntityId);
   return count ? *count : 0;

@@ -80,11 +80,13 @@ class DataPage : public Object {
   bool Load(std::string_view Id);
 
   const Variant& Description() const { return description_; }
-  void SetDescription(Variant value);
+  void SetDescription(Variant value) { SetProperty(description_, std::move(value), is_dirty_); }
   const std::string& DisplayName() const { return display_name_; }
-  void SetDisplayName(std::string value);
+  void SetDisplayName(std::string value) {
+    SetProperty(display_name_, std::move(value), is_dirty_);
+  }
   const std::string& DBName() const { return db_name_; }
-  void SetDBName(std::string value);
+  void SetDBName(std::string value) { SetProperty(db_name_, std::move(value), is_dirty_); }
   const DateTime& DateCreated() const { return date_created_; }
   const DateTime& DateModified() const { return date_modified_; }
   const std::string& Id() const { return id_; }

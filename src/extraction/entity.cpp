@@ -322,40 +322,8 @@ void Entity::SetIsPKSurrogate(bool value) {
   is_dirty_ = true;
 }
 
-void Entity::SetOnPageOrder(std::int16_t value) {
-  on_page_order_ = value;
-  is_dirty_ = true;
-}
-void Entity::SetEntityName(std::string value) {
-  entity_name_ = std::move(value);
-  is_dirty_ = true;
-}
-void Entity::SetDescription(std::string value) {
-  description_ = std::move(value);
-  is_dirty_ = true;
-}
 void Entity::SetInitString(std::string_view value) {
   init_finder_.Reset(value);
-  is_dirty_ = true;
-}
-void Entity::SetPKColumn(std::string value) {
-  pk_column_ = std::move(value);
-  is_dirty_ = true;
-}
-void Entity::SetTableName(std::string value) {
-  table_name_ = std::move(value);
-  is_dirty_ = true;
-}
-void Entity::SetDBConnStr(std::string value) {
-  db_conn_str_ = std::move(value);
-  is_dirty_ = true;
-}
-void Entity::SetDatapageId(std::string value) {
-  datapage_id_ = std::move(value);
-  is_dirty_ = true;
-}
-void Entity::SetParentEntityID(std::string value) {
-  parent_entity_id_ = std::move(value);
   is_dirty_ = true;
 }
 void Entity::SetSelectedMetaFields(MetaFieldsPtr fields) {

@@ -164,19 +164,19 @@ class Entity : public Object {
   // Setting true first takes the key from the key field.
   void SetIsPKSurrogate(bool value);
   std::int16_t OnPageOrder() const { return on_page_order_; }
-  void SetOnPageOrder(std::int16_t value);
+  void SetOnPageOrder(std::int16_t value) { SetProperty(on_page_order_, value, is_dirty_); }
   const std::string& EntityName() const { return entity_name_; }
-  void SetEntityName(std::string value);
+  void SetEntityName(std::string value) { SetProperty(entity_name_, std::move(value), is_dirty_); }
   const std::string& Description() const { return description_; }
-  void SetDescription(std::string value);
+  void SetDescription(std::string value) { SetProperty(description_, std::move(value), is_dirty_); }
   const std::string& InitString() const { return init_finder_.Needle(); }
   void SetInitString(std::string_view value);
   const std::string& PKColumn() const { return pk_column_; }
-  void SetPKColumn(std::string value);
+  void SetPKColumn(std::string value) { SetProperty(pk_column_, std::move(value), is_dirty_); }
   const std::string& TableName() const { return table_name_; }
-  void SetTableName(std::string value);
+  void SetTableName(std::string value) { SetProperty(table_name_, std::move(value), is_dirty_); }
   const std::string& DBConnStr() const { return db_conn_str_; }
-  void SetDBConnStr(std::string value);
+  void SetDBConnStr(std::string value) { SetProperty(db_conn_str_, std::move(value), is_dirty_); }
   // The parent; loaded by `ParentEntityID` when it is set and no object is.
   EntityPtr ParentEntity();
   void SetParentEntity(const EntityPtr& parent);
@@ -244,8 +244,10 @@ class Entity : public Object {
                           const PageScan* scan = nullptr);
 
   void SetMetadata(MetaEntityPtr metadata) { metadata_ = std::move(metadata); }
-  void SetDatapageId(std::string value);
-  void SetParentEntityID(std::string value);
+  void SetDatapageId(std::string value) { SetProperty(datapage_id_, std::move(value), is_dirty_); }
+  void SetParentEntityID(std::string value) {
+    SetProperty(parent_entity_id_, std::move(value), is_dirty_);
+  }
   void SetDataPage(const std::shared_ptr<DataPage>& page);
   void SetSelectedMetaFields(MetaFieldsPtr fields);
   // `SelectedMetaFields` from the rules store: the columns selected by default, or those stored

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include "platform/date_time.h"
@@ -26,6 +27,14 @@ class Object : public std::enable_shared_from_this<Object> {
   // The class's public properties in the order of its interface (see property_table.h), or
   // nullptr for a class that offers none.
   virtual const PropertyTable* GetPropertyTable() const { return nullptr; }
+
+ protected:
+  // A property write of a class that tracks changes: the new value, and the class's `IsDirty`.
+  template <typename T, typename V>
+  static void SetProperty(T& member, V&& value, bool& is_dirty) {
+    member = std::forward<V>(value);
+    is_dirty = true;
+  }
 };
 
 using ObjectPtr = std::shared_ptr<Object>;

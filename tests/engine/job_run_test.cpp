@@ -153,6 +153,27 @@ TEST_F(JobRunTest, AGotoToNothingEndsThePackageThroughItsErrorPath) {
   EXPECT_TRUE(log.Has("status:" + e.Description()));
 }
 
+TEST_F(JobRunTest, ARunThatCannotBeClosedStillReportsTheFailureThatEndedIt) {
+  auto job = NewJob("Unclosable");
+  LogTask(job, "t1", 1);
+  GotoTask(job, 2, "abc");
+  job->SaveAll();
+  // From the first "Task Complete" on, the rules store refuses to close the run's row.
+  ScopedConnection refuse = job->OnStatusChange.Connect([this](const std::string& s, bool&) {
+    if (s != "Task Complete") return;
+    Exec(
+        "CREATE TRIGGER IF NOT EXISTS refuse_close BEFORE UPDATE ON job_instances "
+        "BEGIN SELECT RAISE(ABORT, 'refused for the test'); END");
+  });
+  const Error e = CaughtError([&] { job->Execute(); });
+  EXPECT_EQ(e.Number(), 9u) << "the goto's failure, not the refused save's";
+  const auto& stack = e.CallStack();
+  ASSERT_GE(stack.size(), 2u);
+  EXPECT_NE(stack[stack.size() - 2].find("the run could not be closed"), std::string::npos);
+  EXPECT_NE(stack[stack.size() - 2].find("refused for the test"), std::string::npos);
+  EXPECT_EQ(JobRun().substr(0, 1), "0") << "the row stays open";
+}
+
 TEST_F(JobRunTest, AGotoWithoutASourceIsRefusedOrFails) {
   auto job = NewJob("Empty goto");
   LogTask(job, "t1", 1);
