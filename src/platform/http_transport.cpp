@@ -110,6 +110,9 @@ ThreadState::~ThreadState() {
   g_state_gone = true;
 }
 ThreadState& State() {
+  // The loop first: thread-local objects go in the reverse order of their making, and the driver
+  // unwatches its sockets in the loop when it goes.
+  EventLoop::Current();
   thread_local ThreadState state;
   return state;
 }
@@ -447,7 +450,12 @@ void HttpTransport::Start() {
     return;
   }
   m.pending = true;
-  Driver().Add(m.easy.get(), weak_from_this());
+  try {
+    Driver().Add(m.easy.get(), weak_from_this());
+  } catch (...) {
+    m.pending = false;
+    throw;
+  }
   m.in_driver = true;
 }
 

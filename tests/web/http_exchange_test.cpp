@@ -599,6 +599,21 @@ TEST_F(HttpExchangeTest, AsynchronousRequestsFollowRedirectsAndAnswerChallenges)
   EXPECT_EQ(client->HttpResponse()->BodyText().ToString(), "welcome");
 }
 
+TEST_F(HttpExchangeTest, AsynchronousChallengeRetriesEndInOneEvent) {
+  auto client = HttpClient::Create();
+  client->SetUserName("user");
+  client->SetPassword("wrong");
+  std::vector<std::string> messages;
+  ScopedConnection c = client->AsynchRequestComplete.Connect(
+      [&](const std::string& msg) { messages.push_back(msg); });
+  client->GetPage(server_.Url("/secret"), true);
+  ASSERT_TRUE(
+      EventLoop::Current().RunUntil([&] { return client->IsReady(); }, std::chrono::seconds(20)));
+  EXPECT_EQ(messages, std::vector<std::string>{""});
+  EXPECT_EQ(client->HttpResponse()->StatusCode(), 401);
+  EXPECT_EQ(client->CurrentRequest()->AuthenticationAttempts(), 3);
+}
+
 TEST_F(HttpExchangeTest, ANewRequestAbandonsTheOneInFlight) {
   auto client = HttpClient::Create();
   std::vector<std::string> messages;
