@@ -91,6 +91,18 @@ TEST(TextUtf8, TruncateNeverSplitsACharacter) {
   EXPECT_FALSE(IsValidUtf8("\xC3"));
 }
 
+TEST(TextUtf8, ValidityIsCheckedAtEveryPositionOfLongText) {
+  // Long ASCII runs are checked in blocks: a bad or a good sequence at any offset, split across a
+  // block's end or not, is still seen.
+  for (std::size_t at = 0; at < 40; ++at) {
+    SCOPED_TRACE(at);
+    std::string text(40, 'a');
+    EXPECT_TRUE(IsValidUtf8(std::string(text).insert(at, "\xE2\x82\xAC")));
+    EXPECT_FALSE(IsValidUtf8(std::string(text).insert(at, "\xE2\x82")));
+    EXPECT_FALSE(IsValidUtf8(std::string(text).insert(at, "\xFF")));
+  }
+}
+
 TEST(TextReplace, ReplacesWithoutOverlapInEitherCompareMode) {
   EXPECT_EQ(ReplaceAll("aaa", "aa", "b"), "ba");
   EXPECT_EQ(ReplaceAll("A-a-A", "a", "x", true), "x-x-x");
