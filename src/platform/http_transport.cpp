@@ -1,6 +1,7 @@
 #include "platform/http_transport.h"
 
 #include <curl/curl.h>
+#include <time.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,6 +22,18 @@ namespace gw {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// A monotonic clock of a few milliseconds' resolution, cheaper to read than the precise one; it
+// times the stall limits, which are hundreds of milliseconds or more.
+struct CoarseClock {
+  using duration = std::chrono::nanoseconds;
+  using time_point = std::chrono::time_point<CoarseClock, duration>;
+  static time_point now() noexcept {
+    timespec ts{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &ts);
+    return time_point(std::chrono::seconds(ts.tv_sec) + std::chrono::nanoseconds(ts.tv_nsec));
+  }
+};
 
 void EnsureCurlInitialized() {
   static const CURLcode rc = curl_global_init(CURL_GLOBAL_DEFAULT);
@@ -185,7 +198,7 @@ struct HttpTransport::Impl {
   bool connected = false;
   bool stalled = false;
   curl_off_t last_up = 0, last_down = 0;
-  Clock::time_point last_activity;
+  CoarseClock::time_point last_activity;
 
   // Response of the final hop.
   long status = 0;
@@ -202,7 +215,7 @@ struct HttpTransport::Impl {
     response_body.clear();
     content_type.clear();
   }
-  void Touch() { last_activity = Clock::now(); }
+  void Touch() { last_activity = CoarseClock::now(); }
 
   void Configure();
   // Reads the outcome after curl finished; fills an error or nothing.
@@ -227,6 +240,9 @@ CurlMultiDriver::CurlMultiDriver() : loop_(EventLoop::Current()) {
   curl_multi_setopt(multi_.get(), CURLMOPT_SOCKETDATA, this);
   curl_multi_setopt(multi_.get(), CURLMOPT_TIMERFUNCTION, &CurlMultiDriver::TimerCallback);
   curl_multi_setopt(multi_.get(), CURLMOPT_TIMERDATA, this);
+  // Keep idle connections for reuse whatever the number of transfers at the moment (curl's
+  // default follows the number of handles added, which drops between one request and the next).
+  curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, 256L);
 }
 
 CurlMultiDriver::~CurlMultiDriver() {
@@ -523,6 +539,7 @@ void HttpTransport::Impl::Configure() {
   curl_easy_setopt(h, CURLOPT_ERRORBUFFER, error_buffer);
   curl_easy_setopt(h, CURLOPT_ACCEPT_ENCODING, "");  // every coding curl decodes
   curl_easy_setopt(h, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl_easy_setopt(h, CURLOPT_BUFFERSIZE, 64L * 1024);  // most pages in one read
 
   curl_easy_setopt(h, CURLOPT_HEADERFUNCTION, &Impl::OnHeader);
   curl_easy_setopt(h, CURLOPT_HEADERDATA, this);
@@ -659,7 +676,7 @@ int HttpTransport::Impl::OnProgress(void* userp, curl_off_t, curl_off_t dlnow, c
   const long limit = m->uploading ? m->send_ms : m->receive_ms;
   if (limit <= 0) return 0;
   const auto idle =
-      std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - m->last_activity);
+      std::chrono::duration_cast<std::chrono::milliseconds>(CoarseClock::now() - m->last_activity);
   if (idle.count() >= limit) {
     m->stalled = true;
     return 1;  // aborts the transfer
