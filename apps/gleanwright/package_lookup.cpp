@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <vector>
 
+#include "engine/failures.h"
 #include "platform/error.h"
 #include "platform/text.h"
 #include "rules/c_disconn_rs.h"
@@ -33,11 +34,11 @@ DateTime FindRunStart(const std::string& job_id, const std::string& start_text) 
   }
   if (found.empty()) {
     throw Error(
-        0xAAA25B3B, "gleanwright",
+        engineerr::kNoSuchJob, "gleanwright",
         "The package has no run that started at " + start_text + " (see gleanwright history).");
   }
   if (found.size() > 1) {
-    throw Error(0xAAA25B3C, "gleanwright",
+    throw Error(engineerr::kDuplicateJob, "gleanwright",
                 "Several runs started at " + start_text + "; give the start to the millisecond.");
   }
   return found.front();
@@ -51,11 +52,11 @@ std::string FindPackageId(const std::string& id_or_name) {
     if (text::EqualsNoCase((*rs)["Name"].Value().ToText(), id_or_name)) by_name.push_back(id);
   }
   if (by_name.empty()) {
-    throw Error(0xAAA25B3B, "gleanwright",
+    throw Error(engineerr::kNoSuchJob, "gleanwright",
                 "There is no package with the id or name '" + id_or_name + "'.");
   }
   if (by_name.size() > 1) {
-    throw Error(0xAAA25B3C, "gleanwright",
+    throw Error(engineerr::kDuplicateJob, "gleanwright",
                 "Several packages are named '" + id_or_name + "'; give the package's id.");
   }
   return by_name.front();

@@ -19,8 +19,6 @@ namespace gw {
 
 namespace {
 
-constexpr ErrorNumber kPathFileAccessError = 75;
-
 [[noreturn]] void ThrowNotAvailable(const char* member) {
   throw Error(errnum::kNotSupported, std::string("CHTMLPlugin.") + member,
               "Object doesn't support this property or method: " + std::string(member) +
@@ -32,7 +30,7 @@ void WriteDocument(const std::string& path, const DocumentFile& doc, std::string
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out || !out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) ||
       !out.flush()) {
-    throw Error(kPathFileAccessError, "CHTMLPlugin.WriteDocument",
+    throw Error(errnum::kPathFileAccessError, "CHTMLPlugin.WriteDocument",
                 "Path/File access error: could not write " + path + ": " + std::strerror(errno));
   }
 }

@@ -20,11 +20,6 @@
 
 namespace gw {
 
-namespace errnum {
-// "Object doesn't support this property or method": a browser-side member without its browser.
-inline constexpr ErrorNumber kNotSupported = 438;
-}  // namespace errnum
-
 class CHTMLPlugin : public Object, public IDocPlugin {
  public:
   static std::shared_ptr<CHTMLPlugin> Create() { return std::make_shared<CHTMLPlugin>(); }

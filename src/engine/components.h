@@ -16,12 +16,6 @@
 
 namespace gw {
 
-namespace errnum {
-// Runtime failure of making an object whose class is not available ("ActiveX component can't
-// create object").
-inline constexpr ErrorNumber kCannotCreateObject = 429;
-}  // namespace errnum
-
 using DocPluginFactory = std::function<DocPluginPtr()>;
 using DownloadMgrFactory = std::function<DownloadMgrPtr()>;
 

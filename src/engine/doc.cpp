@@ -10,11 +10,6 @@
 
 namespace gw {
 
-namespace {
-constexpr ErrorNumber kInputPastEndOfFile = 62;
-constexpr ErrorNumber kPathFileAccessError = 75;
-}  // namespace
-
 std::string FileSystemPathOf(std::string_view uri) {
   if (text::StartsWithNoCase(uri, "file://")) uri.remove_prefix(7);
   return std::string(uri);
@@ -60,7 +55,7 @@ Status Doc::CheckReadable() const {
                   "The document " + local_path_ + " could not be read: the file does not exist.");
   }
   if (fs::is_directory(st)) {
-    return Status(kPathFileAccessError, kSource,
+    return Status(errnum::kPathFileAccessError, kSource,
                   "The document " + local_path_ + " could not be read: it is a folder.");
   }
   std::ifstream in(path, std::ios::binary);
@@ -70,7 +65,7 @@ Status Doc::CheckReadable() const {
         "The document " + local_path_ + " could not be read: " + std::strerror(errno) + ".");
   }
   if (in.peek() == std::ifstream::traits_type::eof()) {
-    return Status(kInputPastEndOfFile, kSource,
+    return Status(errnum::kInputPastEndOfFile, kSource,
                   "The document " + local_path_ + " is empty: there is nothing to extract.");
   }
   return {};

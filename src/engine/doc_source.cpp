@@ -27,10 +27,6 @@ namespace gw {
 namespace fs = std::filesystem;
 
 namespace {
-constexpr ErrorNumber kNoSuchDocSource = 0xAAB19D7B;
-constexpr ErrorNumber kDuplicateDocSource = 0xAAB19D7C;
-constexpr ErrorNumber kNoConnectionString = 0xA5915D8F;
-constexpr ErrorNumber kNoStatement = 0xA5915D98;
 
 // The empty list of a path source.
 db::RecordsetPtr NewUriList() {
@@ -141,7 +137,7 @@ db::RecordsetPtr DocSource::GetURIListFromFilePath(const std::string& prmPathOve
 db::RecordsetPtr DocSource::GetURIListFromSQL() {
   return ReportAs("DocSource.GetURIListFromSQL", [&] {
     if (conn_str_.empty()) {
-      throw Error(kNoConnectionString, "DocSource.GetURIListFromSQL",
+      throw Error(engineerr::kNoConnectionString, "DocSource.GetURIListFromSQL",
                   "Connection String empty.  Please enter a valid connection string.");
     }
     auto cn = db::Connection::Create();
@@ -151,7 +147,7 @@ db::RecordsetPtr DocSource::GetURIListFromSQL() {
     const std::string cn_str = cn->ConnectionString();
     cn->Close();
     if (source_.empty()) {
-      throw Error(kNoStatement, "DocSource.GetURIListFromSQL",
+      throw Error(engineerr::kNoStatement, "DocSource.GetURIListFromSQL",
                   "No SQL statement was specified.  Please specify as valid SQL Select "
                   "Statement.");
     }
@@ -239,8 +235,9 @@ void DocSource::Load(const std::string& DocSrcId) {
     auto rs = DDocSource().Selectx(DocSrcId, true);
     const StoredRow row(
         *rs,
-        {kNoSuchDocSource, "DocSource.Load", "The specified Document Source Id does not exist."},
-        {kDuplicateDocSource, "DocSource.Load",
+        {engineerr::kNoSuchDocSource, "DocSource.Load",
+         "The specified Document Source Id does not exist."},
+        {engineerr::kDuplicateDocSource, "DocSource.Load",
          "Data consistency error within the database.  There is more than one Document "
          "Source with that ID."});
     row.Take("doc_location_id", [&](const Variant& v) { doc_src_id_ = v.ToString(); });

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/failures.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"
 #include "platform/db/recordset.h"

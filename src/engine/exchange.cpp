@@ -106,11 +106,11 @@ std::string Resolve(std::string_view id_or_name, const char* kind,
   if (std::string id = stored_id(wanted); !id.empty()) return id;
   const auto named = WithName(all, wanted);
   if (named.empty()) {
-    throw Error(kErrNotFound, "Exchange",
+    throw Error(engineerr::kExchangeNotFound, "Exchange",
                 "There is no " + std::string(kind) + " with the id or name \"" + wanted + "\".");
   }
   if (named.size() > 1) {
-    throw Error(kErrAmbiguous, "Exchange",
+    throw Error(engineerr::kExchangeAmbiguous, "Exchange",
                 "Several " + std::string(kind) + "s are named \"" + wanted + "\" (" +
                     IdList(named) + "); name one by its id.");
   }
@@ -337,7 +337,7 @@ class Importer {
   };
 
   [[noreturn]] void Refuse(const Object& obj, std::string_view property, const std::string& what,
-                           ErrorNumber number = kErrRefused) const {
+                           ErrorNumber number = engineerr::kExchangeRefused) const {
     throw Error(number, "Exchange.Import", reader_.Where(obj, property) + what);
   }
 
@@ -371,7 +371,7 @@ class Importer {
       Refuse(obj, name_property,
              "several stored " + std::string(kind) + "s are named \"" + name + "\" (" +
                  IdList(named) + "); give the id of the one to replace",
-             kErrAmbiguous);
+             engineerr::kExchangeAmbiguous);
     }
     return named.empty() ? CGUIDGen::NewGUID() : named.front()->id;
   }
@@ -417,7 +417,7 @@ class Importer {
     if (named.size() > 1) {
       Refuse(e, "ParentEntityID",
              "several datasets of this datapage are named \"" + given + "\"; give the parent's id",
-             kErrAmbiguous);
+             engineerr::kExchangeAmbiguous);
     }
     if (named.size() == 1) {
       e.parent_entity_id = named.front()->id;
@@ -489,7 +489,7 @@ class Importer {
     if (existing_[&job]) {
       if (DJob().GetRunningInstances(job.job_id)->RecordCount() > 0) {
         Refuse(job, "", "the package \"" + job.job_name + "\" is running and cannot be replaced",
-               kErrPackageRunning);
+               engineerr::kExchangePackageRunning);
       }
       for (const std::string& id : Column(DJob().GetTasks(job.job_id, true), "TaskId")) {
         stored_tasks.push_back({id, Text(DTask().Selectx(id, true), "TaskName")});
@@ -532,7 +532,7 @@ class Importer {
     }
     if (named.size() > 1) {
       Refuse(t, "DataPageId", "several datapages of this file are named \"" + given + "\"",
-             kErrAmbiguous);
+             engineerr::kExchangeAmbiguous);
     }
     if (named.size() == 1) {
       t.data_page_id = named.front()->id;
@@ -547,7 +547,7 @@ class Importer {
     if (stored.size() > 1) {
       Refuse(t, "DataPageId",
              "several stored datapages are named \"" + given + "\" (" + IdList(stored) + ")",
-             kErrAmbiguous);
+             engineerr::kExchangeAmbiguous);
     }
     if (stored.empty()) {
       Refuse(t, "DataPageId",

@@ -44,16 +44,10 @@
 #include <string_view>
 #include <vector>
 
+#include "engine/failures.h"
 #include "platform/error.h"
 
 namespace gw::exchange {
-
-// Numbers of the failures of export and import. A file that is not well-formed or is not such an
-// export fails with `ObjectXmlReader::kErrBadDocument` (0x80044F01).
-inline constexpr ErrorNumber kErrNotFound = 0x80044F02;   // no datapage or package of that id/name
-inline constexpr ErrorNumber kErrAmbiguous = 0x80044F03;  // a name that several objects share
-inline constexpr ErrorNumber kErrRefused = 0x80044F04;    // a file the store cannot take
-inline constexpr ErrorNumber kErrPackageRunning = 0x80044F05;
 
 struct ExportResult {
   std::string xml;

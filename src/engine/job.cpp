@@ -17,11 +17,6 @@
 namespace gw {
 
 namespace {
-constexpr ErrorNumber kNoSuchJob = 0xAAA25B3B;
-constexpr ErrorNumber kDuplicateJob = 0xAAA25B3C;
-constexpr ErrorNumber kJobSaveWhileRunning = 0x86125335;
-constexpr ErrorNumber kJobSaveAllWhileRunning = 0x86125339;
-constexpr ErrorNumber kJobDeleteWhileRunning = 0x861253A3;
 
 constexpr const char* kNoEditingText =
     "One or more instances of this package is currently executing.  No editing is allowed during "
@@ -213,7 +208,7 @@ void Job::Validate(bool& flgCancel) {
   ReportAs("Job.Validate(flgCancel)", [&] {
     Tasks& tasks = GetTasks();
     if (tasks.Count() == 0) {
-      throw Error(errnum::kPackageWithoutTasks, "Job.Validate",
+      throw Error(engineerr::kPackageWithoutTasks, "Job.Validate",
                   "Package " + job_name_ + " does not have any tasks associated with it.");
     }
     for (const auto& task : tasks) {
@@ -246,8 +241,8 @@ void Job::Load(const std::string& Id, bool DeepLoad) {
   ReportAs("Job.Load(Id,DeepLoad)", [&] {
     auto rs = DJob().Selectx(Id, true);
     const StoredRow row(
-        *rs, {kNoSuchJob, "Job.Load", "The specified Job Id does not exist."},
-        {kDuplicateJob, "Job.Load",
+        *rs, {engineerr::kNoSuchJob, "Job.Load", "The specified Job Id does not exist."},
+        {engineerr::kDuplicateJob, "Job.Load",
          "Data consistency error within the database.  There is more than one Job with "
          "that ID."});
     row.Take("JobId", [&](const Variant& v) { job_id_ = v.ToString(); });
@@ -270,7 +265,8 @@ void Job::Save() {
     if (job_id_.empty()) job_id_ = CGUIDGen::NewGUID();
     if (date_created_.IsEmpty()) date_created_ = DateTime::Now();
     if (!is_instance_) {
-      if (IsAnyInstanceRunning()) throw Error(kJobSaveWhileRunning, "Job.Save", kNoEditingText);
+      if (IsAnyInstanceRunning())
+        throw Error(engineerr::kJobSaveWhileRunning, "Job.Save", kNoEditingText);
       DJob().Save(job_id_, Variant(date_created_), Variant(DateTime::Now()), job_name_,
                   description_);
     } else {
@@ -281,7 +277,8 @@ void Job::Save() {
 
 void Job::SaveAll() {
   ReportAs("Job.SaveAll", [&] {
-    if (IsAnyInstanceRunning()) throw Error(kJobSaveAllWhileRunning, "Job.SaveAll", kNoEditingText);
+    if (IsAnyInstanceRunning())
+      throw Error(engineerr::kJobSaveAllWhileRunning, "Job.SaveAll", kNoEditingText);
     Save();
     GetTasks().SaveAll();
   });
@@ -290,7 +287,7 @@ void Job::SaveAll() {
 void Job::Delete() {
   ReportAs("Job.Delete", [&] {
     if (IsAnyInstanceRunning()) {
-      throw Error(kJobDeleteWhileRunning, "Job.Delete",
+      throw Error(engineerr::kJobDeleteWhileRunning, "Job.Delete",
                   "One or more instances of this package is currently executing.  Deletion is not "
                   "allowed during package execution.  Delete cancelled.  This may be because a "
                   "package terminated abnormally.  You can force all running packages to complete "

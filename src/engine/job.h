@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "engine/failures.h"
 #include "engine/task.h"
 #include "platform/collection.h"
 #include "platform/date_time.h"
@@ -20,10 +21,6 @@ namespace gw {
 class Job;
 class DocSource;
 class MetaJob;
-
-namespace errnum {
-inline constexpr ErrorNumber kPackageWithoutTasks = 0x8552A95B;
-}  // namespace errnum
 
 // The steps of a package, 1-based. `Job::Tasks` keeps it sorted by step.
 class Tasks {

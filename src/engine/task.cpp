@@ -27,10 +27,6 @@
 namespace gw {
 
 namespace {
-constexpr ErrorNumber kNoSuchTask = 0x8004041F;
-constexpr ErrorNumber kDuplicateTask = 0x80040420;
-constexpr ErrorNumber kTaskSaveWhileRunning = 0x86125343;
-constexpr ErrorNumber kTaskDeleteWhileRunning = 0x86125399;
 
 // The frames of the four pieces of a task's text form.
 constexpr const char* kTaskFrame = "TSK";
@@ -291,8 +287,9 @@ bool Task::Load(const std::string& Id) {
   return ReportAs("Task.Load(Id)", [&] {
     auto rs = DTask().Selectx(Id, true);
     const StoredRow row(
-        *rs, {kNoSuchTask, "Task.Load", "The specified Task Id " + Id + " does not exist."},
-        {kDuplicateTask, "Task.Load",
+        *rs,
+        {engineerr::kNoSuchTask, "Task.Load", "The specified Task Id " + Id + " does not exist."},
+        {engineerr::kDuplicateTask, "Task.Load",
          "Data consistency error within the database.  There is more than one "
          "Attribute with the specified ID " +
              Id + " ."});
@@ -317,7 +314,7 @@ void Task::Save() {
     auto job = GetJob();
     if (!is_instance_) {
       if (job->IsAnyInstanceRunning()) {
-        throw Error(kTaskSaveWhileRunning, "Task.Save",
+        throw Error(engineerr::kTaskSaveWhileRunning, "Task.Save",
                     "One or more instances of this package is currently executing.  No editing "
                     "is allowed during package execution.  Save cancelled.  This may be because a "
                     "package terminated abnormally.  You can force all running packages to "
@@ -337,7 +334,7 @@ void Task::Save() {
 void Task::Delete() {
   ReportAs("Task.Delete", [&] {
     if (GetJob()->IsAnyInstanceRunning()) {
-      throw Error(kTaskDeleteWhileRunning, "Task.Delete",
+      throw Error(engineerr::kTaskDeleteWhileRunning, "Task.Delete",
                   "One or more instances of this is currently executing.  Deletion is not allowed "
                   "during package execution.  Delete cancelled.");
     }
@@ -388,7 +385,7 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
                     HttpClientPtr* AncestralHttpClient, bool& flgCancel) {
   auto job = GetJob();
   if (!Uri.empty() && !SourceText.empty()) {
-    throw Error(errnum::kUriAndSourceText, "Task.Execute",
+    throw Error(engineerr::kUriAndSourceText, "Task.Execute",
                 "Both the URI and the SourceText Parameters were specified.  Please choose only "
                 "one or the other, or neither.");
   }
@@ -533,7 +530,7 @@ void Task::Validate() {
       SetTaskType(TaskTypes::DownloadOnly);  // a task without a datapage downloads
     }
     if (GetDocSources().Count() < 1) {
-      throw Error(errnum::kNoDocSources, "Task.Validate",
+      throw Error(engineerr::kNoDocSources, "Task.Validate",
                   "There are no files or file sources listed for the task " + task_name_ + ".");
     }
     if (!IsDownloadingKind(task_type_)) return;
@@ -545,7 +542,7 @@ void Task::Validate() {
       } catch (const Error& e) {
         if (source->SourceType() == SrcType::path) throw;
         throw Error(
-            errnum::kSqlSourceUnreachable, "Task.Validate",
+            engineerr::kSqlSourceUnreachable, "Task.Validate",
             "There was an issue connecting to the database or file that you specified as the "
             "source of a file or url list for the task " +
                 task_name_ +

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "engine/download_manager.h"
+#include "engine/failures.h"
 #include "infra/xml_serializer.h"
 #include "platform/date_time.h"
 #include "platform/error.h"
@@ -47,13 +48,6 @@ enum class TaskTypes : int {
 
 // `TaskSrcType`, remembered for the user interface only.
 enum class TaskSrcType : int { PathGroup = 0, SQLGroup = 1, DPageGroup = 2 };
-
-namespace errnum {
-inline constexpr ErrorNumber kUriAndSourceText = 0xAA931984;
-inline constexpr ErrorNumber kClearRootFolderFailed = 0x801380E9;
-inline constexpr ErrorNumber kNoDocSources = 0x8552A940;
-inline constexpr ErrorNumber kSqlSourceUnreachable = 0x81E33591;
-}  // namespace errnum
 
 class Task : public Object, public ISerializable {
  public:

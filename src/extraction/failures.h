@@ -1,13 +1,14 @@
 // Failure numbers of the extraction engine that callers and tests compare with.
 #pragma once
 
-#include "platform/error.h"
+#include "filters/failures.h"
+#include "platform/failures.h"
 
 namespace gw::exerr {
 
 // Soft failures of a field (a `Status`, never thrown).
-inline constexpr ErrorNumber kStartTagMissing = 0x800403FC;
-inline constexpr ErrorNumber kEndTagMissing = 0x80040406;
+inline constexpr ErrorNumber kStartTagMissing = filters::errnum::kStartTagNotFound;  // 0x800403FC
+inline constexpr ErrorNumber kEndTagMissing = filters::errnum::kEndTagNotFound;      // 0x80040406
 // Pending failures of a row: they neither unwind nor stop the page.
 inline constexpr ErrorNumber kColumnMismatch = 0xAADF6878;  // a field's column is not in the table
 inline constexpr ErrorNumber kColumnRefused = 0x80058345;   // a value or static column refused

@@ -35,7 +35,8 @@ std::int32_t Summatorial(std::int32_t num, std::int32_t times) {
 
 float CalcSuccessCoefficient(std::int32_t err_count, std::int32_t min_failed_step,
                              std::int32_t field_count) {
-  if (field_count == 0) throw Error(11, "Entity.CalcSuccessCoefficient", "Division by zero");
+  if (field_count == 0)
+    throw Error(errnum::kDivisionByZero, "Entity.CalcSuccessCoefficient", "Division by zero");
   const double errors = err_count;
   const double spread = static_cast<double>(Summatorial(field_count, err_count)) + 1.0 -
                         static_cast<double>(min_failed_step);

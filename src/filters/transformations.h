@@ -4,17 +4,11 @@
 #include <string>
 #include <string_view>
 
+#include "filters/failures.h"
 #include "platform/collection.h"
 #include "platform/error.h"
 
 namespace gw::filters {
-
-namespace errnum {
-// The start and end tag failures of `GetStringBetweenTagsAndTruncate` (the numbers of a field
-// whose tags are missing).
-inline constexpr ErrorNumber kStartTagNotFound = 0x800403FC;
-inline constexpr ErrorNumber kEndTagNotFound = 0x80040406;
-}  // namespace errnum
 
 namespace Transformations {
 

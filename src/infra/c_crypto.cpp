@@ -105,9 +105,7 @@ std::optional<std::string> Decrypt(const std::vector<unsigned char>& sealed, con
   return clear;
 }
 
-[[noreturn]] void ThrowBadData() {
-  throw Error(CCrypto::kErrNotACiphertext, "CCrypto", "Bad Data.");
-}
+[[noreturn]] void ThrowBadData() { throw Error(infraerr::kNotACiphertext, "CCrypto", "Bad Data."); }
 
 }  // namespace
 

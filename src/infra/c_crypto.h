@@ -17,20 +17,20 @@
 // Otherwise the default key is used. The setting and the file are read at every call.
 //
 // Failures: a text that is not a ciphertext of one of these keys (bad base64, too short, or not
-// authentic) fails with `kErrNotACiphertext`, source "CCrypto", text "Bad Data.", reported as
-// "CCrypto.DecryptText(CipherText)". An empty `CipherText` decrypts to "".
+// authentic) fails with `infraerr::kNotACiphertext`, source "CCrypto", text "Bad Data.", reported
+// as "CCrypto.DecryptText(CipherText)". An empty `CipherText` decrypts to "".
 #pragma once
 
 #include <string>
 #include <string_view>
 
+#include "infra/failures.h"
 #include "platform/error.h"
 
 namespace gw {
 
 class CCrypto {
  public:
-  static constexpr ErrorNumber kErrNotACiphertext = 0x80090005;  // "Bad Data."
   static constexpr std::string_view kKeyFileValueName = "CryptoKeyFile";
 
   std::string EncryptText(std::string_view ClearText) const;

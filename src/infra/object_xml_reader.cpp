@@ -47,7 +47,7 @@ struct ObjectXmlReaderWalk {
   ObjectXmlReader& reader;
 
   [[noreturn]] void Fail(long line, const std::string& what) const {
-    throw Error(ObjectXmlReader::kErrBadDocument, "ObjectXmlReader",
+    throw Error(infraerr::kBadDocument, "ObjectXmlReader",
                 reader.source_name_ + ":" + std::to_string(line) + ": " + what);
   }
 

@@ -15,7 +15,7 @@
 //  - comments are allowed anywhere; text between elements must be white space; entity references
 //    other than the predefined ones, and DTDs, are refused; external entities are never loaded.
 //
-// Every refusal fails with `kErrBadDocument`, source "ObjectXmlReader", and a description
+// Every refusal fails with `infraerr::kBadDocument`, source "ObjectXmlReader", and a description
 // "<source name>:<line>: <what is wrong>"; a setter's failure keeps its text after the same prefix.
 // The root object may be left half filled: fill a fresh one and use it only after `Read` returned.
 //
@@ -29,6 +29,7 @@
 #include <string_view>
 #include <utility>
 
+#include "infra/failures.h"
 #include "infra/xml_serializer.h"
 #include "platform/error.h"
 #include "platform/variant.h"
@@ -37,8 +38,6 @@ namespace gw {
 
 class ObjectXmlReader {
  public:
-  static constexpr ErrorNumber kErrBadDocument = 0x80044F01;
-
   explicit ObjectXmlReader(ValueEscape escape = ValueEscape::Reversible) : escape_(escape) {}
 
   // Fills `root` from `xml`; `source_name` (a file name) starts every message.

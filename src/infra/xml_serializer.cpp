@@ -17,10 +17,8 @@ namespace gw {
 
 namespace {
 
-constexpr ErrorNumber kNoSuchMember = 438;  // "Object doesn't support this property or method"
-
 [[noreturn]] void ThrowNoMember(const std::string& type, const std::string& name) {
-  throw Error(kNoSuchMember, "XmlSerializer",
+  throw Error(errnum::kNotSupported, "XmlSerializer",
               "Object doesn't support this property or method (" + type + "." + name + ")");
 }
 

@@ -1,23 +1,20 @@
 #include "meta/meta_field.h"
 
+#include "meta/failures.h"
 #include "platform/error.h"
 #include "rules/stored_row.h"
 #include "rules/template_data_access.h"
 
 namespace gw {
 
-namespace {
-constexpr ErrorNumber kNoSuchCustomColumn = 0xBC83FFCA;
-constexpr ErrorNumber kDuplicateCustomColumn = 0xBC83FFCB;
-}  // namespace
-
 MetaField& MetaField::Load(long CustColId) {
   return ReportAs("MetaField.Load(CustColId)", [&]() -> MetaField& {
     auto rs = D_CustCols().Selectx(CustColId);
     const StoredRow row(
         *rs,
-        {kNoSuchCustomColumn, "Metafield.Load", "The specified Custom Column Id does not exist."},
-        {kDuplicateCustomColumn, "Metafield.Load",
+        {metaerr::kNoSuchCustomColumn, "Metafield.Load",
+         "The specified Custom Column Id does not exist."},
+        {metaerr::kDuplicateCustomColumn, "Metafield.Load",
          "Data consistency error within the database.  There is more than one Custom "
          "Column with that ID."});
     row.Take("custom_col_id", [&](const Variant& v) { id_ = v.ToLong(); });

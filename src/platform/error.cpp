@@ -79,7 +79,7 @@ void RethrowWithCallStack(std::string_view log_name) {
     e.AddCallStackLine(std::string(log_name));
     throw;
   } catch (const std::bad_alloc&) {
-    Error e(7, std::string(log_name), "Out of memory");
+    Error e(errnum::kOutOfMemory, std::string(log_name), "Out of memory");
     e.AddCallStackLine(std::string(log_name));
     throw e;
   } catch (const std::exception& ex) {

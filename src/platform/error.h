@@ -1,4 +1,5 @@
-// Failures: how an error travels through the library.
+// Failures: how an error travels through the library. The numbers are in the layers'
+// `failures.h` headers (platform/failures.h for the runtime's own).
 //
 // A failure is a number, a source and a description (plus an optional help file and context).
 // Numbers are fixed per failure and callers test them, so they are never renumbered.
@@ -16,35 +17,9 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/failures.h"
+
 namespace gw {
-
-// Error numbers are 32-bit patterns. Many are written as HRESULT-like hexadecimal values
-// (0x800403FC), so they are held unsigned; small runtime numbers (5, 9, 3265) fit as they are.
-using ErrorNumber = std::uint32_t;
-
-// Numbers of the runtime's own failures that callers test.
-namespace errnum {
-inline constexpr ErrorNumber kInvalidProcedureCall = 5;  // "Invalid procedure call or argument"
-inline constexpr ErrorNumber kOverflow = 6;              // "Overflow"
-inline constexpr ErrorNumber kSubscriptOutOfRange = 9;   // "Subscript out of range"
-inline constexpr ErrorNumber kTypeMismatch = 13;         // "Type mismatch"
-inline constexpr ErrorNumber kFileNotFound = 53;         // "File not found"
-inline constexpr ErrorNumber kPermissionDenied = 70;     // "Permission denied"
-inline constexpr ErrorNumber kPathNotFound = 76;         // "Path not found"
-inline constexpr ErrorNumber kObjectNotSet =
-    91;  // "Object variable or With block variable not set"
-inline constexpr ErrorNumber kInvalidUseOfNull = 94;  // "Invalid use of Null"
-inline constexpr ErrorNumber kDuplicateKey = 457;     // key already in a collection
-inline constexpr ErrorNumber kItemNotFound = 3265;  // name or ordinal not in a collection (fields)
-inline constexpr ErrorNumber kOperationNotAllowed = 3219;  // operation not allowed in this context
-inline constexpr ErrorNumber kNoCurrentRecord = 3021;      // BOF or EOF is true
-inline constexpr ErrorNumber kElementNotFound = 32811;     // keyed map: element not found
-// Provider failures (the numbers an OLE DB provider reports).
-inline constexpr ErrorNumber kProviderError = 0x80004005;     // unspecified provider failure
-inline constexpr ErrorNumber kDataTruncated = 0x80040E57;     // value longer than its column
-inline constexpr ErrorNumber kProviderNotFound = 0x800A0E7A;  // no driver for the provider
-inline constexpr ErrorNumber kSyntaxError = 0x80040E14;       // statement refused by the store
-}  // namespace errnum
 
 class Error : public std::exception {
  public:

@@ -31,22 +31,6 @@
 
 namespace gw {
 
-namespace httperr {
-inline constexpr ErrorNumber kTimeout = 0x80072EE2;                // no progress within a limit
-inline constexpr ErrorNumber kInternal = 0x80072EE4;               // any other transport failure
-inline constexpr ErrorNumber kInvalidUrl = 0x80072EE5;             // an address curl cannot read
-inline constexpr ErrorNumber kUnrecognizedScheme = 0x80072EE6;     // not http or https
-inline constexpr ErrorNumber kNameNotResolved = 0x80072EE7;        // unknown host or proxy
-inline constexpr ErrorNumber kCancelled = 0x80072EF1;              // aborted
-inline constexpr ErrorNumber kCannotConnect = 0x80072EFD;          // refused, unreachable
-inline constexpr ErrorNumber kConnectionError = 0x80072EFE;        // reset, closed early
-inline constexpr ErrorNumber kInvalidServerResponse = 0x80072F78;  // not HTTP, bad encoding
-inline constexpr ErrorNumber kSecureChannelError = 0x80072F7D;     // TLS handshake failed
-inline constexpr ErrorNumber kCertificateError = 0x80072F8F;       // certificate not trusted
-inline constexpr ErrorNumber kResponseNotReady = 0x8000000A;       // read before the response
-inline constexpr ErrorNumber kOutOfMemory = 7;
-}  // namespace httperr
-
 // Machine state of the transport (the web layer fills it from its settings).
 struct HttpTransportSettings {
   // "host:port" or "http://host:port"; empty: the environment's http_proxy, https_proxy and

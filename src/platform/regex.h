@@ -32,11 +32,6 @@
 
 namespace gw {
 
-namespace errnum {
-inline constexpr ErrorNumber kOutOfStackSpace = 28;
-inline constexpr ErrorNumber kRegexSyntax = 5017;
-}  // namespace errnum
-
 struct RegexOptions {
   bool ignore_case = false;
   bool multiline = false;

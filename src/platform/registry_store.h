@@ -37,13 +37,6 @@
 
 namespace gw {
 
-namespace regerr {
-inline constexpr ErrorNumber kCantRead = 0x800703F4;
-inline constexpr ErrorNumber kCantWrite = 0x800703F5;
-inline constexpr ErrorNumber kDamaged = 0x800703F9;
-inline constexpr ErrorNumber kInvalidName = 0x80070057;
-}  // namespace regerr
-
 // The predefined roots, numbered as the registry numbers them.
 enum class RegRoot : std::uint32_t {
   ClassesRoot = 0x80000000u,

@@ -16,12 +16,6 @@
 
 namespace gw {
 
-namespace errnum {
-inline constexpr ErrorNumber kStreamClosed =
-    3704;  // "Operation is not allowed when the object is closed."
-inline constexpr ErrorNumber kWriteToFileFailed = 3004;  // "Write to file failed."
-}  // namespace errnum
-
 class Stream : public Object {
  public:
   enum StreamType { kBinary = 1, kText = 2 };

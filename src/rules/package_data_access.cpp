@@ -1,14 +1,13 @@
 #include "rules/package_data_access.h"
 
 #include "platform/error.h"
+#include "rules/failures.h"
 #include "rules/row_writer.h"
 #include "rules/shape.h"
 
 namespace gw {
 
 namespace {
-
-constexpr ErrorNumber kPackageRunning = 0x8612533D;
 
 // Not given: Empty, the empty date, the number 0 or the empty text.
 bool IsNotGiven(const Variant& v) {
@@ -125,7 +124,7 @@ void DJob::SaveInstance(const std::string& JobId, const DateTime& StartTime,
 void DJob::Delete(const std::string& JobId) {
   ReportAs("DJob.Delete(JobId)", [&] {
     if (GetRunningInstances(JobId)->RecordCount() > 0) {
-      throw Error(kPackageRunning, "DJob.Delete",
+      throw Error(ruleserr::kPackageRunning, "DJob.Delete",
                   "One or more instances of this package is currently executing.  Deletion of the "
                   "package is not allowed during execution.  Delete cancelled.  This may be "
                   "because a package terminated abnormally.  You can force all running packages "
@@ -171,7 +170,7 @@ db::RecordsetPtr DJob::GetTasks(const std::string& JobId, bool ReadOnly) {
 void DJob::DeleteAllTasks(const std::string& JobId) {
   ReportAs("DJob.DeleteAllTasks(JobId)", [&] {
     if (GetRunningInstances(JobId)->RecordCount() > 0) {
-      throw Error(kPackageRunning, "DJob.DeleteAllTasks",
+      throw Error(ruleserr::kPackageRunning, "DJob.DeleteAllTasks",
                   "One or more instances of this package is currently executing.  Deletion of the "
                   "package is not allowed during execution.  Delete cancelled.");
     }

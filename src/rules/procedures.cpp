@@ -12,7 +12,6 @@ namespace gw {
 
 namespace {
 
-constexpr ErrorNumber kMissingParameter = 0x80040E10;
 constexpr std::string_view kHeader = "-- procedure:";
 
 // Parses the "-- procedure: usp_Name(A, B)" blocks of a procedures script.
@@ -79,7 +78,7 @@ BoundStatement BindProcedureCall(std::string_view dialect, const ExecCall& call,
                 "Could not find stored procedure '" + call.procedure + "'.");
   }
   if (call.arguments.size() < proc->arguments.size()) {
-    throw Error(kMissingParameter, "Rules store",
+    throw Error(db::dberr::kMissingParameter, "Rules store",
                 "Procedure or function '" + proc->name + "' expects parameter '@" +
                     proc->arguments[call.arguments.size()] + "', which was not supplied.");
   }

@@ -2,18 +2,13 @@
 
 #include "platform/error.h"
 #include "platform/text.h"
+#include "rules/failures.h"
 #include "rules/row_writer.h"
 #include "rules/shape.h"
 
 namespace gw {
 
 namespace {
-
-constexpr ErrorNumber kInvalidAttribId = 0x80040442;
-constexpr ErrorNumber kInvalidDatapageId = 0x99871899;
-constexpr ErrorNumber kInvalidEntityId = 0x9987189B;
-constexpr ErrorNumber kInvalidDatapageReference = 0x9987189C;
-constexpr ErrorNumber kDatapageInUse = 0xB68E1CDB;
 
 // Deletes the one row a statement selects, if it is there.
 void DeleteRowById(const CDisconnRS& q, std::string_view select_sql, const std::string& id) {
@@ -51,7 +46,7 @@ bool D_Attrib::Save(const std::string& Id, const Variant& EntityId, const Varian
       "IsOptional)",
       [&] {
         if (Id.empty()) {
-          throw Error(kInvalidAttribId, "D_Attrib.Update",
+          throw Error(ruleserr::kInvalidAttribId, "D_Attrib.Update",
                       "The specified Attribute Id is not valid.");
         }
         PartialRowWriter row(Query(), "SELECT * FROM attributes WHERE attribute_id = ?",
@@ -129,12 +124,13 @@ bool D_Entity::Save(const std::string& Id, const Variant& DatapageId, const Vari
       "InitString,ParentEntityId,OnPageOrder,IsPKSurrogate)",
       [&] {
         if (Id.empty()) {
-          throw Error(kInvalidEntityId, "D_Entity.Update", "The specified Entity Id is not valid.");
+          throw Error(ruleserr::kInvalidEntityId, "D_Entity.Update",
+                      "The specified Entity Id is not valid.");
         }
         PartialRowWriter row(Query(), "SELECT * FROM entities WHERE entity_id = ?", {Variant(Id)});
         const bool no_datapage = IsEmptyArgument(DatapageId);
         if (row.IsInsert() && no_datapage) {
-          throw Error(kInvalidDatapageReference, "D_Entity.Insert",
+          throw Error(ruleserr::kInvalidDatapageReference, "D_Entity.Insert",
                       "Invalid Datapage reference.  Make sure that this is assigned to a valid "
                       "DatapageId.");
         }
@@ -200,7 +196,7 @@ void D_DataPage::Delete(const std::string& Id) {
       for (jobs->MoveFirst(); !jobs->IsEOF(); jobs->MoveNext()) {
         names.push_back((*jobs)["job_name"].Value().ToText());
       }
-      throw Error(kDatapageInUse, "DJob.Delete",
+      throw Error(ruleserr::kDatapageInUse, "DJob.Delete",
                   "The datapage could not be deleted because it is currently referenced by one or "
                   "more packages.  You must remove these references before deleting this "
                   "datapage.  The following packages reference this datapage: " +
@@ -216,7 +212,7 @@ bool D_DataPage::Save(const std::string& Id, const Variant& DisplayName, const V
   return ReportAs("D_DataPage.Save(Id,DisplayName,Description,DBName,DateCreated,DateModified)",
                   [&] {
                     if (Id.empty()) {
-                      throw Error(kInvalidDatapageId, "D_DataPage.Save",
+                      throw Error(ruleserr::kInvalidDatapageId, "D_DataPage.Save",
                                   "The specified Datapage Id is not valid.");
                     }
                     PartialRowWriter row(Query(), "SELECT * FROM datapages WHERE datapage_id = ?",

@@ -17,17 +17,9 @@
 
 #include "platform/db/recordset.h"
 #include "platform/error.h"
+#include "targets/failures.h"
 
 namespace gw {
-
-namespace targeterr {
-// An empty connection string given to `Database.Create`, `Database.Drop` or `Entity.CreateTable`.
-inline constexpr ErrorNumber kNoConnectionString = 0xB735CB8C;
-// `Database.Create` and `Database.Drop` for a provider they cannot create or drop databases for.
-inline constexpr ErrorNumber kDatabaseNotSupported = 0xBCD0239A;
-// `Tbl.Create` for a provider it cannot create tables for; harmless to `Entity.Validate`.
-inline constexpr ErrorNumber kTableNotSupported = 0xBCD023A1;
-}  // namespace targeterr
 
 class Database {
  public:

@@ -283,13 +283,15 @@ void CString::WriteToFile(std::ostream& out, bool prefix_length) const {
       out.write(bytes, 4);
     }
     out.write(buffer_.data(), length_);
-    if (!out) throw Error(57, std::string(kSource), "Device I/O error");
+    if (!out) throw Error(errnum::kDeviceIOError, std::string(kSource), "Device I/O error");
   });
 }
 
 void CString::ReadFromFile(std::istream& in, bool prefix_length) {
   ReportAs("CString.ReadFromFile(FileNum,PrefixLength)", [&] {
-    auto past_end = [] { return Error(62, std::string(kSource), "Input past end of file"); };
+    auto past_end = [] {
+      return Error(errnum::kInputPastEndOfFile, std::string(kSource), "Input past end of file");
+    };
     if (prefix_length) {
       unsigned char bytes[4];
       in.read(reinterpret_cast<char*>(bytes), 4);

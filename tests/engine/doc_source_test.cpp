@@ -101,11 +101,11 @@ TEST_F(DocSourceTest, SqlSourcesListTheRowsOfTheirQuery) {
             (std::vector<std::string>{"http://a.test/1", "NULL", "", "http://a.test/1"}));
 
   source->SetConnStr("");
-  EXPECT_EQ(CaughtError([&] { source->UriList(); }).Number(), 0xA5915D8Fu);
+  EXPECT_EQ(CaughtError([&] { source->UriList(); }).Number(), engineerr::kNoConnectionString);
   source->SetConnStr(target_cn_);
   source->SetSource("");
   const Error e = CaughtError([&] { source->UriList(); });
-  EXPECT_EQ(e.Number(), 0xA5915D98u);
+  EXPECT_EQ(e.Number(), engineerr::kNoStatement);
   EXPECT_EQ(e.Description(),
             "No SQL statement was specified.  Please specify as valid SQL Select Statement.");
 }

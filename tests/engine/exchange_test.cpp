@@ -238,41 +238,41 @@ TEST_F(ExchangeTest, AFileThatCannotBeStoredIsRefusedWithItsLineAndNothingIsWrit
     return x;
   };
   const Case cases[] = {
-      {"not well-formed", edited("</Jobs>", "</Job>"), ObjectXmlReader::kErrBadDocument,
+      {"not well-formed", edited("</Jobs>", "</Job>"), infraerr::kBadDocument,
        "in.xml:" + line_of("</Jobs>") + ": "},
-      {"not an export", "<DataPage Object=\"True\">\n</DataPage>\n",
-       ObjectXmlReader::kErrBadDocument, "in.xml:1: the document is a <DataPage>"},
+      {"not an export", "<DataPage Object=\"True\">\n</DataPage>\n", infraerr::kBadDocument,
+       "in.xml:1: the document is a <DataPage>"},
       {"an unknown element", edited("<TaskName>Read</TaskName>", "<TaskNam>Read</TaskNam>"),
-       ObjectXmlReader::kErrBadDocument,
+       infraerr::kBadDocument,
        "in.xml:" + line_of("<TaskName>Read</TaskName>") + ": a Task has no property TaskNam"},
       {"a step that is no number",
        edited("<Step>1</Step>\n\t\t\t\t\t<DisplaySrcType>", "<Step>one</Step>\n<DisplaySrcType>"),
-       ObjectXmlReader::kErrBadDocument, "in.xml:" + step_line + ": the value \"one\""},
+       infraerr::kBadDocument, "in.xml:" + step_line + ": the value \"one\""},
       {"two tasks on one step",
        edited("<Step>2</Step>\n\t\t\t\t\t<DisplaySrcType>", "<Step>1</Step>\n<DisplaySrcType>"),
-       exchange::kErrRefused,
+       engineerr::kExchangeRefused,
        "in.xml:" + line_of("<Step>2</Step>\n\t\t\t\t\t<DisplaySrcType>") +
            ": the tasks \"Read\" and \"Read again\" have the same step 1"},
       {"a datapage that is nowhere",
        edited("<DataPageId>" + page_id_ + "</DataPageId>", "<DataPageId>Nowhere</DataPageId>"),
-       exchange::kErrRefused,
+       engineerr::kExchangeRefused,
        "in.xml:" + line_of("<DataPageId>" + page_id_) +
            ": the datapage \"Nowhere\" is neither in this file nor in the rules store"},
       {"an unknown custom column",
        edited("<ColumnName>SOURCE_URI</ColumnName>", "<ColumnName>SOURCE_URL</ColumnName>"),
-       exchange::kErrRefused,
+       engineerr::kExchangeRefused,
        "in.xml:" + line_of("<ColumnName>SOURCE_URI</ColumnName>") +
            ": the custom column 11 is SOURCE_URI in the rules store, not SOURCE_URL"},
       {"an unknown parent",
        edited("<ParentEntityID>" + Parent(good) + "</ParentEntityID>",
               "<ParentEntityID>Prodcuts</ParentEntityID>"),
-       exchange::kErrRefused,
+       engineerr::kExchangeRefused,
        "in.xml:" + line_of("<ParentEntityID>" + Parent(good)) +
            ": the parent dataset \"Prodcuts\" is neither"},
-      {"a newer format", edited("<FormatVersion>1<", "<FormatVersion>2<"), exchange::kErrRefused,
-       "in.xml:2: the file has the format version 2"},
+      {"a newer format", edited("<FormatVersion>1<", "<FormatVersion>2<"),
+       engineerr::kExchangeRefused, "in.xml:2: the file has the format version 2"},
       {"an id given twice", edited("<TaskId>T2</TaskId>", "<TaskId>T1</TaskId>"),
-       exchange::kErrRefused, "in.xml:" + line_of("<TaskId>T2</TaskId>") + ": the id T1"},
+       engineerr::kExchangeRefused, "in.xml:" + line_of("<TaskId>T2</TaskId>") + ": the id T1"},
       // Found only by the store, after the template and the package were written: the
       // transaction takes them back.
       {"a name too long for the store",
@@ -296,7 +296,7 @@ TEST_F(ExchangeTest, APackageThatIsRunningIsNotReplaced) {
   DJob().SaveInstance("J1", DateTime::Now());
   const std::vector<long> before = Counts();
   EXPECT_EQ(CaughtError([&] { exchange::Import(xml, "x.xml"); }).Number(),
-            exchange::kErrPackageRunning);
+            engineerr::kExchangePackageRunning);
   EXPECT_EQ(Counts(), before);
 }
 
@@ -304,10 +304,10 @@ TEST_F(ExchangeTest, ExportFindsByIdOrNameAndSaysWhenItCannot) {
   MakeTemplateAndPackage(false);
   EXPECT_EQ(exchange::ExportDataPage(page_id_).xml, exchange::ExportDataPage("SHOP\\products").xml);
   EXPECT_EQ(CaughtError([] { exchange::ExportDataPage("Nothing"); }).Number(),
-            exchange::kErrNotFound);
+            engineerr::kExchangeNotFound);
   DJob().Save("J2", NoAction(), NoAction(), "Shop\\Nightly");
   EXPECT_EQ(CaughtError([] { exchange::ExportPackage("Shop\\Nightly"); }).Number(),
-            exchange::kErrAmbiguous);
+            engineerr::kExchangeAmbiguous);
   // A task whose datapage is gone: written, with a warning.
   DTask().Save("T9", "J2", "Lost", "", 1, 0, 0, "gone");
   const auto result = exchange::ExportPackage("J2");

@@ -179,7 +179,7 @@ TEST_F(JobRunTest, AGotoWithoutASourceIsRefusedOrFails) {
   LogTask(job, "t1", 1);
   auto go = AddTask(job, "goto", 2, TaskTypes::GotoTask);
   job->SaveAll();
-  EXPECT_EQ(CaughtError([&] { job->Execute(); }).Number(), 0x8552A940u);
+  EXPECT_EQ(CaughtError([&] { job->Execute(); }).Number(), engineerr::kNoDocSources);
   EXPECT_TRUE(Log().empty()) << "validation comes before any task";
   go->SetDoValidation(0);
   EXPECT_EQ(CaughtError([&] { job->Execute(); }).Number(), 9u);
@@ -191,7 +191,7 @@ TEST_F(JobRunTest, APackageWithoutTasksFailsAfterItsRunBegan) {
   EventLog log;
   Listen(*job, log);
   const Error e = CaughtError([&] { job->Execute(); });
-  EXPECT_EQ(e.Number(), 0x8552A95Bu);
+  EXPECT_EQ(e.Number(), engineerr::kPackageWithoutTasks);
   EXPECT_EQ(e.Description(), "Package Nothing does not have any tasks associated with it.");
   EXPECT_EQ(log.events.front(), "job begin");
   EXPECT_EQ(log.events.back(), "job complete");

@@ -121,11 +121,11 @@ TEST_F(PackagePersistenceTest, UnknownIdsFailWithTheirNumberedTexts) {
     const char* source;
     std::string text;
   } cases[] = {
-      {[] { Job::Create()->Load("nope"); }, 0xAAA25B3B, "Job.Load",
+      {[] { Job::Create()->Load("nope"); }, engineerr::kNoSuchJob, "Job.Load",
        "The specified Job Id does not exist."},
-      {[] { Task::Create()->Load("nope"); }, 0x8004041F, "Task.Load",
+      {[] { Task::Create()->Load("nope"); }, engineerr::kNoSuchTask, "Task.Load",
        "The specified Task Id nope does not exist."},
-      {[] { DocSource::Create()->Load("nope"); }, 0xAAB19D7B, "DocSource.Load",
+      {[] { DocSource::Create()->Load("nope"); }, engineerr::kNoSuchDocSource, "DocSource.Load",
        "The specified Document Source Id does not exist."},
   };
   for (const auto& c : cases) {
@@ -215,11 +215,11 @@ TEST_F(PackagePersistenceTest, NothingIsEditedWhileARunIsUnderWay) {
     ErrorNumber number;
     const char* source;
   } cases[] = {
-      {[&] { job->Save(); }, 0x86125335, "Job.Save"},
-      {[&] { job->SaveAll(); }, 0x86125339, "Job.SaveAll"},
-      {[&] { job->Delete(); }, 0x861253A3, "Job.Delete"},
-      {[&] { task->Save(); }, 0x86125343, "Task.Save"},
-      {[&] { task->Delete(); }, 0x86125399, "Task.Delete"},
+      {[&] { job->Save(); }, engineerr::kJobSaveWhileRunning, "Job.Save"},
+      {[&] { job->SaveAll(); }, engineerr::kJobSaveAllWhileRunning, "Job.SaveAll"},
+      {[&] { job->Delete(); }, engineerr::kJobDeleteWhileRunning, "Job.Delete"},
+      {[&] { task->Save(); }, engineerr::kTaskSaveWhileRunning, "Task.Save"},
+      {[&] { task->Delete(); }, engineerr::kTaskDeleteWhileRunning, "Task.Delete"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.source);

@@ -211,7 +211,7 @@ TEST_F(TaskRunTest, BothUriAndSourceTextFailAfterTheInstanceRowIsWritten) {
   auto task = ExtractingTask(docs_.Path().string());
   BeginRun();
   const Error e = CaughtError([&] { task->Execute("/x.htm", "<li class=item><b>A</b>"); });
-  EXPECT_EQ(e.Number(), 0xAA931984u);
+  EXPECT_EQ(e.Number(), engineerr::kUriAndSourceText);
   EXPECT_EQ(e.Description(),
             "Both the URI and the SourceText Parameters were specified.  Please choose only one "
             "or the other, or neither.");
@@ -340,7 +340,7 @@ TEST_F(TaskRunTest, ValidationTexts) {
   auto task = AddTask(job_, "Lonely", 1, TaskTypes::CmdLine);
   job_->SaveAll();
   Error e = CaughtError([&] { task->Validate(); });
-  EXPECT_EQ(e.Number(), 0x8552A940u);
+  EXPECT_EQ(e.Number(), engineerr::kNoDocSources);
   EXPECT_EQ(e.Description(), "There are no files or file sources listed for the task Lonely.");
   task->SetDoValidation(0);
   EXPECT_NO_THROW(task->Validate());
@@ -348,7 +348,7 @@ TEST_F(TaskRunTest, ValidationTexts) {
   auto sql = AddTask(job_, "Query", 2, TaskTypes::DownloadOnly);
   AddSource(sql, "SELECT uri FROM nowhere", SrcType::sql, target_cn_);
   e = CaughtError([&] { sql->Validate(); });
-  EXPECT_EQ(e.Number(), 0x81E33591u);
+  EXPECT_EQ(e.Number(), engineerr::kSqlSourceUnreachable);
   EXPECT_EQ(e.Description().rfind("There was an issue connecting to the database or file that "
                                   "you specified as the source of a file or url list for the "
                                   "task Query.  Ensure",

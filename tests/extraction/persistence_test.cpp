@@ -6,6 +6,7 @@
 #include "extraction/entity.h"
 #include "extraction/failures.h"
 #include "infra/c_crypto.h"
+#include "meta/failures.h"
 #include "rules/rules_fixture.h"
 #include "rules/template_data_access.h"
 
@@ -266,7 +267,8 @@ TEST_F(TemplatePersistenceTest, ADatasetStoresTheDefaultColumnsUnlessItChoseOthe
   ASSERT_EQ(again->SelectedMetaFields()->Count(), 1);
   EXPECT_EQ(again->SelectedMetaFields()->Item(1)->ColumnName(), "SOURCE_URI");
 
-  EXPECT_EQ(CaughtError([] { MetaField::Create()->Load(999); }).Number(), 0xBC83FFCAu);
+  EXPECT_EQ(CaughtError([] { MetaField::Create()->Load(999); }).Number(),
+            metaerr::kNoSuchCustomColumn);
 }
 
 TEST_F(TemplatePersistenceTest, AFieldFindsItsDatasetByIdInTheStore) {

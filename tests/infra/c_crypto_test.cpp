@@ -88,13 +88,13 @@ TEST(CCrypto, AKeyFileEncryptsAndTheDefaultKeyStillDecrypts) {
 
   // Without the file, only the default key is left, and it cannot read the new text.
   std::filesystem::remove(home.Path() / "keys" / "machine.key");
-  EXPECT_EQ(DecryptFailure(new_text), CCrypto::kErrNotACiphertext);
+  EXPECT_EQ(DecryptFailure(new_text), infraerr::kNotACiphertext);
   EXPECT_EQ(CCrypto().DecryptText(old_text), "written before the key file");
 
   // An absolute path works too; another key file's text is not readable with this one.
   testing::WriteFile(home.Path() / "other.key", "another key");
   UseKeyFile((home.Path() / "other.key").string());
-  EXPECT_EQ(DecryptFailure(new_text), CCrypto::kErrNotACiphertext);
+  EXPECT_EQ(DecryptFailure(new_text), infraerr::kNotACiphertext);
   EXPECT_EQ(CCrypto().DecryptText(CCrypto().EncryptText("x")), "x");
 }
 
@@ -110,7 +110,7 @@ TEST(CCrypto, TextsThatAreNotCiphertextsFail) {
   };
   for (const auto& text : not_ciphertexts) {
     SCOPED_TRACE(text);
-    EXPECT_EQ(DecryptFailure(text), CCrypto::kErrNotACiphertext);
+    EXPECT_EQ(DecryptFailure(text), infraerr::kNotACiphertext);
   }
 }
 

@@ -161,7 +161,7 @@ TEST(ObjectXmlReader, RefusalsNameTheSourceAndTheLine) {
       ObjectXmlReader().Read(tree, c.xml, "t.xml");
       ADD_FAILURE() << "accepted";
     } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), ObjectXmlReader::kErrBadDocument);
+      EXPECT_EQ(e.Number(), infraerr::kBadDocument);
       EXPECT_EQ(e.Description().rfind(c.expected, 0), 0u) << e.Description();
     }
   }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "rules/failures.h"
 #include "rules/settings.h"
 #include "rules_fixture.h"
 
@@ -101,7 +102,7 @@ TEST_F(PackageDataTest, TaskRunStoresEmptyCompletionAsNullEvenOverAValue) {
 TEST_F(PackageDataTest, RunningPackageCannotBeDeletedUntilClosed) {
   ASSERT_EQ(job_.GetRunningInstances("j1")->RecordCount(), 1);
   const Error e = CaughtError([&] { job_.Delete("j1"); });
-  EXPECT_EQ(e.Number(), 0x8612533Du);
+  EXPECT_EQ(e.Number(), ruleserr::kPackageRunning);
   EXPECT_EQ(e.Source(), "DJob.Delete");
   EXPECT_EQ(e.Description(),
             "One or more instances of this package is currently executing.  Deletion of the "
@@ -109,7 +110,7 @@ TEST_F(PackageDataTest, RunningPackageCannotBeDeletedUntilClosed) {
             "package terminated abnormally.  You can force all running packages to complete from "
             "the Console Tool menu.");
   const Error e2 = CaughtError([&] { job_.DeleteAllTasks("j1"); });
-  EXPECT_EQ(e2.Number(), 0x8612533Du);
+  EXPECT_EQ(e2.Number(), ruleserr::kPackageRunning);
   EXPECT_EQ(e2.Source(), "DJob.DeleteAllTasks");
   EXPECT_EQ(e2.Description(),
             "One or more instances of this package is currently executing.  Deletion of the "

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include "rules/failures.h"
 #include "rules/package_data_access.h"
 #include "rules/template_data_access.h"
 #include "rules_fixture.h"
@@ -48,7 +49,7 @@ TEST_F(RulesTransactionTest, AnErrorUnwindingRollsEveryCallBack) {
     D_Entity().Save("", "p1");  // refused: no id
     tx.Commit();
   });
-  EXPECT_EQ(n, 0x9987189Bu);
+  EXPECT_EQ(n, ruleserr::kInvalidEntityId);
   EXPECT_EQ(Pages(), 0);
   EXPECT_EQ(Count("SELECT COUNT(*) FROM entities"), 0);
   EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs"), 0);

@@ -169,7 +169,7 @@ TEST(BindProcedureCall, PairsPlaceholdersWithParameters) {
   EXPECT_EQ(FailureOf([&] {
               BindProcedureCall("sqlite", ExecCall{"usp_GetTasks", {}}, {});
             }),
-            0x80040E10u);
+            db::dberr::kMissingParameter);
   EXPECT_EQ(FailureOf([&] {
               BindProcedureCall(
                   "sqlite", ExecCall{"usp_GetTasks", {{false, Variant(1)}, {false, Variant(2)}}},

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "platform/text.h"
+#include "rules/failures.h"
 #include "rules/package_data_access.h"
 #include "rules/settings.h"
 #include "rules/shape.h"
@@ -75,15 +76,15 @@ TEST_F(TemplateDataTest, SavesRefuseAnEmptyIdWithTheirNumbers) {
     const char* source;
     const char* text;
   } cases[] = {
-      {[] { D_Attrib().Save(""); }, 0x80040442, "D_Attrib.Update",
+      {[] { D_Attrib().Save(""); }, ruleserr::kInvalidAttribId, "D_Attrib.Update",
        "The specified Attribute Id is not valid."},
-      {[] { D_Entity().Save(""); }, 0x9987189B, "D_Entity.Update",
+      {[] { D_Entity().Save(""); }, ruleserr::kInvalidEntityId, "D_Entity.Update",
        "The specified Entity Id is not valid."},
-      {[] { D_DataPage().Save(""); }, 0x99871899, "D_DataPage.Save",
+      {[] { D_DataPage().Save(""); }, ruleserr::kInvalidDatapageId, "D_DataPage.Save",
        "The specified Datapage Id is not valid."},
-      {[] { D_Entity().Save("e1", ""); }, 0x9987189C, "D_Entity.Insert",
+      {[] { D_Entity().Save("e1", ""); }, ruleserr::kInvalidDatapageReference, "D_Entity.Insert",
        "Invalid Datapage reference.  Make sure that this is assigned to a valid DatapageId."},
-      {[] { D_Entity().Save("e1"); }, 0x9987189C, "D_Entity.Insert",
+      {[] { D_Entity().Save("e1"); }, ruleserr::kInvalidDatapageReference, "D_Entity.Insert",
        "Invalid Datapage reference.  Make sure that this is assigned to a valid DatapageId."},
   };
   for (const auto& c : cases) {
@@ -181,7 +182,7 @@ TEST_F(TemplateDataTest, DatapageDeleteIsRefusedWhilePackagesUseIt) {
   t.Save("t3", "j2", "y", NoAction(), 2, 0, 0, "p1");
 
   const Error e = CaughtError([&] { p.Delete("p1"); });
-  EXPECT_EQ(e.Number(), 0xB68E1CDBu);
+  EXPECT_EQ(e.Number(), ruleserr::kDatapageInUse);
   EXPECT_EQ(e.Source(), "DJob.Delete");
   EXPECT_EQ(e.Description(),
             "The datapage could not be deleted because it is currently referenced by one or more "

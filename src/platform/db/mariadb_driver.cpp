@@ -189,7 +189,7 @@ class MariaDbDriver final : public Driver {
     }
 
     db_ = mysql_init(nullptr);
-    if (!db_) throw Error(7, "MariaDB", "Out of memory");
+    if (!db_) throw Error(errnum::kOutOfMemory, "MariaDB", "Out of memory");
     mysql_options(db_, MYSQL_SET_CHARSET_NAME, "utf8mb4");
     const unsigned int timeout = 30;
     mysql_options(db_, MYSQL_OPT_CONNECT_TIMEOUT, &timeout);

@@ -8,8 +8,6 @@ namespace gw::db {
 
 namespace {
 
-constexpr ErrorNumber kRowNotLocated = 0x80040E38;
-
 [[noreturn]] void Fail(ErrorNumber n, const char* op, std::string text) {
   throw Error(n, std::string("Recordset.") + op, std::move(text));
 }
@@ -564,7 +562,7 @@ void Recordset::WriteUpdate(RowData& row) {
   const std::string sql = "UPDATE " + d.QuoteIdentifier(table) + " SET " + sets +
                           (where.empty() ? "" : " WHERE " + where);
   if (d.Execute(sql, params).rows_affected < 1) {
-    Fail(kRowNotLocated, "Update",
+    Fail(dberr::kRowNotLocated, "Update",
          "Row cannot be located for updating. Some values may have been changed since it was last "
          "read.");
   }
@@ -578,7 +576,7 @@ void Recordset::WriteDelete(const RowData& row) {
   const std::string sql =
       "DELETE FROM " + d.QuoteIdentifier(table) + (where.empty() ? "" : " WHERE " + where);
   if (d.Execute(sql, params).rows_affected < 1) {
-    Fail(kRowNotLocated, "Delete",
+    Fail(dberr::kRowNotLocated, "Delete",
          "Row cannot be located for updating. Some values may have been changed since it was last "
          "read.");
   }

@@ -76,21 +76,4 @@ enum class ObjectState : int { Closed = 0, Open = 1 };
 enum class EditMode : int { None = 0, InProgress = 1, Add = 2, Delete = 4 };
 enum class SearchDirection : int { Backward = -1, Forward = 1 };
 
-// Failure numbers of the data layer.
-namespace dberr {
-inline constexpr ErrorNumber kObjectClosed = 3704;  // operation not allowed when closed
-inline constexpr ErrorNumber kObjectOpen = 3705;    // operation not allowed when open
-inline constexpr ErrorNumber kNotUpdatable = 3251;  // recordset does not support updating
-inline constexpr ErrorNumber kNoCurrentRecord = errnum::kNoCurrentRecord;
-inline constexpr ErrorNumber kItemNotFound = errnum::kItemNotFound;
-inline constexpr ErrorNumber kMultipleStep = 0x80040E21;  // a value the column refuses
-inline constexpr ErrorNumber kDataTruncated = errnum::kDataTruncated;
-inline constexpr ErrorNumber kSyntax = errnum::kSyntaxError;
-inline constexpr ErrorNumber kNoSuchTable = 0x80040E37;
-inline constexpr ErrorNumber kIntegrity = 0x80040E2F;
-inline constexpr ErrorNumber kProvider = errnum::kProviderError;
-inline constexpr ErrorNumber kProviderNotFound = errnum::kProviderNotFound;
-inline constexpr ErrorNumber kBadArgument = 3001;  // arguments of the wrong type or out of range
-}  // namespace dberr
-
 }  // namespace gw::db
