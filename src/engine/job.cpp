@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "engine/doc_source.h"
+#include "engine/engine_internal.h"
 #include "infra/c_guid_gen.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
@@ -15,14 +16,6 @@
 #include "rules/stored_row.h"
 
 namespace gw {
-
-namespace {
-
-constexpr const char* kNoEditingText =
-    "One or more instances of this package is currently executing.  No editing is allowed during "
-    "package execution.  Save cancelled.  This may be because a package terminated abnormally.  "
-    "You can force all running packages to complete from the Console Tool menu.";
-}  // namespace
 
 // ---- Tasks -----------------------------------------------------------------------------------
 
@@ -266,7 +259,8 @@ void Job::Save() {
     if (date_created_.IsEmpty()) date_created_ = DateTime::Now();
     if (!is_instance_) {
       if (IsAnyInstanceRunning())
-        throw Error(engineerr::kJobSaveWhileRunning, "Job.Save", kNoEditingText);
+        throw Error(engineerr::kJobSaveWhileRunning, "Job.Save",
+                    std::string(engine_internal::kNoEditingText));
       DJob().Save(job_id_, Variant(date_created_), Variant(DateTime::Now()), job_name_,
                   description_);
     } else {
@@ -278,7 +272,8 @@ void Job::Save() {
 void Job::SaveAll() {
   ReportAs("Job.SaveAll", [&] {
     if (IsAnyInstanceRunning())
-      throw Error(engineerr::kJobSaveAllWhileRunning, "Job.SaveAll", kNoEditingText);
+      throw Error(engineerr::kJobSaveAllWhileRunning, "Job.SaveAll",
+                  std::string(engine_internal::kNoEditingText));
     Save();
     GetTasks().SaveAll();
   });
@@ -288,10 +283,7 @@ void Job::Delete() {
   ReportAs("Job.Delete", [&] {
     if (IsAnyInstanceRunning()) {
       throw Error(engineerr::kJobDeleteWhileRunning, "Job.Delete",
-                  "One or more instances of this package is currently executing.  Deletion is not "
-                  "allowed during package execution.  Delete cancelled.  This may be because a "
-                  "package terminated abnormally.  You can force all running packages to complete "
-                  "from the Console Tool menu.");
+                  std::string(engine_internal::kNoDeletionText));
     }
     DJob().Delete(job_id_);
   });

@@ -8,6 +8,7 @@
 #include "engine/components.h"
 #include "engine/doc.h"
 #include "engine/doc_source.h"
+#include "engine/engine_internal.h"
 #include "engine/job.h"
 #include "extraction/data_page.h"
 #include "infra/c_guid_gen.h"
@@ -15,6 +16,7 @@
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
 #include "platform/db/connection.h"
+#include "platform/db/connection_string.h"
 #include "platform/error.h"
 #include "platform/event_loop.h"
 #include "platform/process.h"
@@ -291,7 +293,7 @@ bool Task::Load(const std::string& Id) {
         {engineerr::kNoSuchTask, "Task.Load", "The specified Task Id " + Id + " does not exist."},
         {engineerr::kDuplicateTask, "Task.Load",
          "Data consistency error within the database.  There is more than one "
-         "Attribute with the specified ID " +
+         "Task with the specified ID " +
              Id + " ."});
     row.Take("TaskId", [&](const Variant& v) { task_id_ = v.ToString(); });
     row.Take("JobId", [&](const Variant& v) { job_id_ = v.ToString(); });
@@ -315,10 +317,7 @@ void Task::Save() {
     if (!is_instance_) {
       if (job->IsAnyInstanceRunning()) {
         throw Error(engineerr::kTaskSaveWhileRunning, "Task.Save",
-                    "One or more instances of this package is currently executing.  No editing "
-                    "is allowed during package execution.  Save cancelled.  This may be because a "
-                    "package terminated abnormally.  You can force all running packages to "
-                    "complete from the Console Tool menu.");
+                    std::string(engine_internal::kNoEditingText));
       }
       DTask().Save(id, job->JobId(), task_name_, Serialize(), step_,
                    static_cast<int>(display_src_type_), throttle_wait_msecs_, data_page_id_);
@@ -547,13 +546,11 @@ void Task::Validate() {
             "source of a file or url list for the task " +
                 task_name_ +
                 ".  Ensure that the database and table or file exists and that the user name and "
-                "password (if necessary) are correct.  Remember that if you are connecting to a "
-                "database that requires a password to check the 'Allow saving password' checkbox "
-                "on the Datalink properties dialog (don't worry, we encrypt it with AES-256).  If "
-                "you are connecting to the local instance of SQL server installed with the "
-                "product, the username is 'sa' and the password is 'quartzmeadows'.   The "
-                "connection string that you are using is: " +
-                source->ConnStr() + " Additional Error Info: " + e.Description());
+                "password (if necessary) are correct.  A database that requires a password needs "
+                "it in the connection string, which is stored enciphered.  The connection string "
+                "that you are using is (passwords hidden): " +
+                db::MaskPasswords(source->ConnStr()) +
+                " Additional Error Info: " + e.Description());
       }
     }
   });

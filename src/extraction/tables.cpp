@@ -3,6 +3,7 @@
 #include "extraction/entity.h"
 #include "extraction/failures.h"
 #include "platform/db/connection.h"
+#include "platform/db/connection_string.h"
 #include "targets/database.h"
 
 namespace gw {
@@ -161,14 +162,16 @@ void Entity::Validate() {
       cn->Open(db_conn_str_);
     } catch (const Error& e) {
       fail(exerr::kCannotConnect, "Could not connect using the following connection string: " +
-                                      db_conn_str_ + where + "  " + ConnectAdvice(e.Description()));
+                                      db::MaskPasswords(db_conn_str_) + where + "  " +
+                                      ConnectAdvice(e.Description()));
     }
     try {
       cn->Execute("SELECT * FROM " + table_name_);
     } catch (const Error& e) {
-      fail(exerr::kCannotOpenTable, "Could not connect to the table " + table_name_ +
-                                        "using the following connection string: " + db_conn_str_ +
-                                        where + "  " + ConnectAdvice(e.Description()));
+      fail(exerr::kCannotOpenTable,
+           "Could not connect to the table " + table_name_ +
+               "using the following connection string: " + db::MaskPasswords(db_conn_str_) + where +
+               "  " + ConnectAdvice(e.Description()));
     }
     cn->Close();
   });

@@ -128,7 +128,7 @@ void DJob::Delete(const std::string& JobId) {
                   "One or more instances of this package is currently executing.  Deletion of the "
                   "package is not allowed during execution.  Delete cancelled.  This may be "
                   "because a package terminated abnormally.  You can force all running packages "
-                  "to complete from the Console Tool menu.");
+                  "to complete with the command 'gleanwright close-instances'.");
     }
     DeleteSelectedRow(Selectx(JobId, false));
   });

@@ -226,6 +226,13 @@ TEST_F(PackagePersistenceTest, NothingIsEditedWhileARunIsUnderWay) {
     const Error e = CaughtError(c.act);
     EXPECT_EQ(e.Number(), c.number);
     EXPECT_EQ(e.Source(), c.source);
+    // The way out that the text names is a command of this program.
+    if (c.number != engineerr::kTaskDeleteWhileRunning) {
+      EXPECT_TRUE(e.Description().ends_with(
+          "You can force all running packages to complete with the command "
+          "'gleanwright close-instances'."))
+          << e.Description();
+    }
   }
   EXPECT_EQ(Count("SELECT COUNT(*) FROM tasks"), 2);
 

@@ -10,6 +10,7 @@
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
 #include "platform/db/connection.h"
+#include "platform/db/connection_string.h"
 #include "platform/event_loop.h"
 #include "rules/package_data_access.h"
 
@@ -346,7 +347,7 @@ TEST_F(TaskRunTest, ValidationTexts) {
   EXPECT_NO_THROW(task->Validate());
 
   auto sql = AddTask(job_, "Query", 2, TaskTypes::DownloadOnly);
-  AddSource(sql, "SELECT uri FROM nowhere", SrcType::sql, target_cn_);
+  AddSource(sql, "SELECT uri FROM nowhere", SrcType::sql, target_cn_ + ";Password=s3cret");
   e = CaughtError([&] { sql->Validate(); });
   EXPECT_EQ(e.Number(), engineerr::kSqlSourceUnreachable);
   EXPECT_EQ(e.Description().rfind("There was an issue connecting to the database or file that "
@@ -354,9 +355,15 @@ TEST_F(TaskRunTest, ValidationTexts) {
                                   "task Query.  Ensure",
                                   0),
             0u);
-  EXPECT_NE(e.Description().find("The connection string that you are using is: " + target_cn_ +
+  // The connection string is shown with its password hidden, and no credential of the product's.
+  EXPECT_NE(e.Description().find("The connection string that you are using is (passwords "
+                                 "hidden): " +
+                                 db::MaskPasswords(target_cn_ + ";Password=s3cret") +
                                  " Additional Error Info: "),
-            std::string::npos);
+            std::string::npos)
+      << e.Description();
+  EXPECT_EQ(e.Description().find("s3cret"), std::string::npos);
+  EXPECT_EQ(e.Description().find("password is '"), std::string::npos);
 }
 
 TEST_F(TaskRunTest, StatementsAndCommandLines) {

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "extraction_fixture.h"
+#include "platform/db/connection_string.h"
 #include "platform/db/driver.h"
 #include "platform/db/write_batch.h"
 #include "rules/connection_string.h"
@@ -196,18 +197,23 @@ TEST_F(TablesTest, ValidateReportsAStoreThatCannotBeReached) {
   }
   g_vanishing_opens = 0;
   // "MySQL" in the string: made by the MySQL statements, through the store above.
-  cn_str_ = "Provider=Vanishing;Data Source=" + (dir_ / "g.db").string() + ";Server=MySQL";
+  cn_str_ = "Provider=Vanishing;Data Source=" + (dir_ / "g.db").string() +
+            ";Server=MySQL;Password=s3cret";
   auto prods = AddRoot("Products", "<tr>", "prods");
   AddField(prods, "name", "<n>", "</n>", false, 20);
   const Error e = FailureOf([&] { prods->Validate(); });
-  EXPECT_EQ(e.Number(), 0x8524E4F9u);
-  EXPECT_EQ(e.Description(),
-            "Could not connect using the following connection string: " + prods->DBConnStr() +
-                " for dataset Products in datapage Listing.  " + kAdvice +
-                "If the database that you are connecting to is not SQL, Access, or Excel, the "
-                "tables and database will not be created automatically and you will need to do it "
-                "manuall.  If all else fails, delete or rename the existing database or file and "
-                "try again.  Original Error: The server has gone away");
+  EXPECT_EQ(e.Number(), exerr::kCannotConnect);
+  // The connection string is shown with its password hidden.
+  const std::string& text = e.Description();
+  EXPECT_EQ(text.find("s3cret"), std::string::npos) << text;
+  EXPECT_EQ(text.rfind("Could not connect using the following connection string: " +
+                           db::MaskPasswords(prods->DBConnStr()) +
+                           " for dataset Products in datapage Listing.  " + kAdvice,
+                       0),
+            0u)
+      << text;
+  EXPECT_NE(text.find("you will need to do it manuall.  "), std::string::npos);
+  EXPECT_TRUE(text.ends_with("Original Error: The server has gone away")) << text;
 }
 
 TEST_F(TablesTest, ADatapageNeedsDatasetsAndAnId) {

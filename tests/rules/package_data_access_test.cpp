@@ -107,8 +107,8 @@ TEST_F(PackageDataTest, RunningPackageCannotBeDeletedUntilClosed) {
   EXPECT_EQ(e.Description(),
             "One or more instances of this package is currently executing.  Deletion of the "
             "package is not allowed during execution.  Delete cancelled.  This may be because a "
-            "package terminated abnormally.  You can force all running packages to complete from "
-            "the Console Tool menu.");
+            "package terminated abnormally.  You can force all running packages to complete with "
+            "the command 'gleanwright close-instances'.");
   const Error e2 = CaughtError([&] { job_.DeleteAllTasks("j1"); });
   EXPECT_EQ(e2.Number(), ruleserr::kPackageRunning);
   EXPECT_EQ(e2.Source(), "DJob.DeleteAllTasks");
