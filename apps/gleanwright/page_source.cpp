@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "acquire/failures.h"
 #include "acquire/web_page.h"
 #include "platform/error.h"
 #include "platform/text.h"
@@ -12,7 +13,7 @@ namespace fs = std::filesystem;
 
 PageSource OpenPageSource(const std::string& address, const std::string& base) {
   if (text::StartsWithNoCase(address, "http://") || text::StartsWithNoCase(address, "https://")) {
-    throw Error(438, "gleanwright",
+    throw Error(acquireerr::kWebAddressUnavailable, "gleanwright",
                 "Reading the web address " + address +
                     " needs the HTTP client, which is not available yet; save the page and give "
                     "its file.");

@@ -14,8 +14,6 @@ namespace gw {
 
 namespace {
 
-constexpr ErrorNumber kPathFileAccessError = 75;
-
 UriListItemPtr MakeItem(const web::Uri& url, const std::string& source) {
   auto item = std::make_shared<UriListItem>();
   item->Seturl(url.ToString());
@@ -45,14 +43,14 @@ void ReplaceFile(const std::filesystem::path& path, const std::string& text) {
         !out.flush()) {
       const std::string reason = std::strerror(errno);
       std::filesystem::remove(temp, ec);
-      throw Error(kPathFileAccessError, "UriList.WriteToFile",
+      throw Error(errnum::kPathFileAccessError, "UriList.WriteToFile",
                   "Path/File access error: could not write " + path.string() + ": " + reason);
     }
   }
   std::filesystem::rename(temp, path, ec);
   if (ec) {
     std::filesystem::remove(temp, ec);
-    throw Error(kPathFileAccessError, "UriList.WriteToFile",
+    throw Error(errnum::kPathFileAccessError, "UriList.WriteToFile",
                 "Path/File access error: could not write " + path.string() + ": " + ec.message());
   }
 }

@@ -2,6 +2,7 @@
 
 #include <array>
 
+#include "acquire/failures.h"
 #include "platform/property_table.h"
 #include "platform/regex.h"
 #include "platform/text.h"
@@ -92,12 +93,12 @@ bool UriRule::IsMatch(const web::Uri& u, bool DefaultValue) const {
 
 void UriRule::Validate() const {
   if (!IsOneOf(kParts, part_)) {
-    throw Error(errnum::kInvalidUriPart, "UriRule.Validate()",
+    throw Error(acquireerr::kInvalidUriPart, "UriRule.Validate()",
                 "Invalid Uri part specified in uri rule.  Valid values are [URLPATH], [URL], "
                 "[URLQUERY], [FILENAME], [HOST], [FILEEXT], and [SCHEME]");
   }
   if (!IsOneOf(kOperators, operator_)) {
-    throw Error(errnum::kInvalidUriOperator, "UriRule.Validate()",
+    throw Error(acquireerr::kInvalidUriOperator, "UriRule.Validate()",
                 "Invalid Operator specified in uri rule.  Valid values are [EQUALS], [NOT EQUAL], "
                 "[CONTAINS], [DOES NOT CONTAIN], [STARTS WITH], [DOES NOT START WITH], "
                 "[ENDS WITH], and [DOES NOT END WITH]");

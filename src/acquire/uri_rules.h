@@ -37,11 +37,6 @@
 
 namespace gw {
 
-namespace errnum {
-inline constexpr ErrorNumber kInvalidUriPart = 0x84ED63EF;
-inline constexpr ErrorNumber kInvalidUriOperator = 0x84ED63F5;
-}  // namespace errnum
-
 class UriRule : public Object {
  public:
   static std::shared_ptr<UriRule> Create() { return std::make_shared<UriRule>(); }
@@ -58,7 +53,8 @@ class UriRule : public Object {
   // Whether `u` matches; an unknown part or operator gives `DefaultValue`. A "[REGEX MATCH]"
   // value that is no pattern fails with 5017.
   bool IsMatch(const web::Uri& u, bool DefaultValue = false) const;
-  // Fails with `kInvalidUriPart` or `kInvalidUriOperator` (source "UriRule.Validate()").
+  // Fails with `acquireerr::kInvalidUriPart` or `kInvalidUriOperator` (source
+  // "UriRule.Validate()").
   void Validate() const;
   bool IsValid() const;
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "acquire/failures.h"
 #include "acquire/link_scan.h"
 #include "infra/c_guid_gen.h"
 #include "platform/document_file.h"
@@ -20,10 +21,6 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr ErrorNumber kPathFileAccessError = 75;
-// "Object doesn't support this property or method": a web address without the HTTP client.
-constexpr ErrorNumber kWebAddressUnavailable = 438;
-
 int HexDigit(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
@@ -38,7 +35,7 @@ bool IsWebAddress(std::string_view address) {
 // The document at `address`: a local file read whole and decoded.
 std::shared_ptr<const html::Document> OpenDocument(const std::string& address) {
   if (IsWebAddress(address)) {
-    throw Error(kWebAddressUnavailable, "WebPage.LoadFromUrl",
+    throw Error(acquireerr::kWebAddressUnavailable, "WebPage.LoadFromUrl",
                 "Loading the web address " + address +
                     " needs the HTTP client, which is not available yet.");
   }
@@ -193,7 +190,7 @@ void WebPage::LoadFromString(const std::string& text, const std::string& SrcUrl)
       std::ofstream out(path, std::ios::binary | std::ios::trunc);
       out << "\xEF\xBB\xBF" << text;
       if (!out.flush()) {
-        throw Error(kPathFileAccessError, "WebPage.LoadFromString",
+        throw Error(errnum::kPathFileAccessError, "WebPage.LoadFromString",
                     "Path/File access error: could not write " + path.string());
       }
     }

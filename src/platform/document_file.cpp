@@ -9,14 +9,10 @@
 
 namespace gw {
 
-namespace {
-constexpr ErrorNumber kPathFileAccessError = 75;
-}  // namespace
-
 std::string ReadFileBytes(const std::string& path, std::string_view source) {
   std::error_code ec;
   if (std::filesystem::is_directory(path, ec)) {
-    throw Error(kPathFileAccessError, std::string(source),
+    throw Error(errnum::kPathFileAccessError, std::string(source),
                 "Path/File access error: " + path + " is a folder.");
   }
   std::ifstream in(path, std::ios::binary);

@@ -57,7 +57,7 @@ TEST(UriList, ALinkIsKeptOnceWithItsFirstSourceAndText) {
       list.ItemByIndex(bad);
       ADD_FAILURE() << bad;
     } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), 9u);
+      EXPECT_EQ(e.Number(), errnum::kSubscriptOutOfRange);
     }
   }
   EXPECT_TRUE(list.RawUnsavedDictionary().empty());

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "acquire/failures.h"
+
 namespace gw {
 namespace {
 
@@ -87,7 +89,7 @@ TEST(UriRule, ValidationNamesThePartOrTheOperator) {
     Rule("[PORT]", "[EQUALS]", "80")->Validate();
     FAIL() << "no error";
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), 0x84ED63EFu);
+    EXPECT_EQ(e.Number(), acquireerr::kInvalidUriPart);
     EXPECT_EQ(e.Source(), "UriRule.Validate()");
     EXPECT_EQ(e.Description(),
               "Invalid Uri part specified in uri rule.  Valid values are [URLPATH], [URL], "
@@ -97,7 +99,7 @@ TEST(UriRule, ValidationNamesThePartOrTheOperator) {
     Rule("[HOST]", "[LIKE]", "x")->Validate();
     FAIL() << "no error";
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), 0x84ED63F5u);
+    EXPECT_EQ(e.Number(), acquireerr::kInvalidUriOperator);
     EXPECT_EQ(e.Description(),
               "Invalid Operator specified in uri rule.  Valid values are [EQUALS], [NOT EQUAL], "
               "[CONTAINS], [DOES NOT CONTAIN], [STARTS WITH], [DOES NOT START WITH], "

@@ -26,7 +26,7 @@ TEST(SkipMap, CoefficientsFavourFewAndLateFailures) {
   EXPECT_FLOAT_EQ(CalcSuccessCoefficient(2, 1, 5), 7.2f);
   EXPECT_EQ(CalcSuccessCoefficient(0, 4, 5), 0.0f);
   EXPECT_LT(CalcSuccessCoefficient(1, 4, 5), CalcSuccessCoefficient(1, 2, 5));
-  EXPECT_EQ(FailureOf([] { CalcSuccessCoefficient(1, 1, 0); }).Number(), 11u);
+  EXPECT_EQ(FailureOf([] { CalcSuccessCoefficient(1, 1, 0); }).Number(), errnum::kDivisionByZero);
 
   auto entity = Entity::Create();
   for (int k = 0; k < 5; ++k) entity->GetAttributes().Add(Attrib::Create());

@@ -143,7 +143,7 @@ TEST_F(TablesTest, ValidateNamesTheFirstThingMissing) {
   auto alone = Entity::Create();
   alone->SetEntityName("Loose");
   const Error e = FailureOf([&] { alone->Validate(); });
-  EXPECT_EQ(e.Number(), 0x8524E4F5u);
+  EXPECT_EQ(e.Number(), exerr::kNoDatapageOrInitString);
   EXPECT_EQ(e.Description(), "No datapage associated with Loose.");
 }
 
@@ -162,7 +162,7 @@ TEST_F(TablesTest, ValidateReportsATableThatCannotBeOpened) {
   auto prods = AddRoot("Products", "<tr>", "my prods");
   AddField(prods, "name", "<n>", "</n>", false, 20);
   const Error e = FailureOf([&] { prods->Validate(); });
-  EXPECT_EQ(e.Number(), 0x8524E4FAu);
+  EXPECT_EQ(e.Number(), exerr::kCannotOpenTable);
   EXPECT_EQ(e.Description().rfind("Could not connect to the table my prodsusing the following "
                                   "connection string: " +
                                       prods->DBConnStr() +
@@ -218,16 +218,16 @@ TEST_F(TablesTest, ValidateReportsAStoreThatCannotBeReached) {
 
 TEST_F(TablesTest, ADatapageNeedsDatasetsAndAnId) {
   Error e = FailureOf([&] { page_->Validate(); });
-  EXPECT_EQ(e.Number(), 0x8088D1B1u);
+  EXPECT_EQ(e.Number(), exerr::kNoDatasets);
   EXPECT_EQ(e.Source(), "Datapage.Validate");
   EXPECT_EQ(e.Description(), "The datapage Listing does not have a dataset associated with it.");
   auto prods = AddRoot("Products", "<tr>", "prods");
   page_->SetId("");
   e = FailureOf([&] { page_->Validate(); });
-  EXPECT_EQ(e.Number(), 0x808BDEF1u);
+  EXPECT_EQ(e.Number(), exerr::kNoDatapageId);
   EXPECT_EQ(e.Description(), "The datapage Listing does not have an Id.");
   page_->SetId("some-id");
-  EXPECT_EQ(FailureOf([&] { page_->Validate(); }).Number(), 0x8524E4F6u);  // the root's check
+  EXPECT_EQ(FailureOf([&] { page_->Validate(); }).Number(), exerr::kNoFields);  // the root's check
   AddField(prods, "name", "<n>", "</n>", false, 20);
   page_->Validate();
 }

@@ -104,7 +104,7 @@ TEST(CStringLength, NegativeLengthsFailWithInvalidLength) {
       calls[k]();
       ADD_FAILURE() << "no failure";
     } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), 5u);
+      EXPECT_EQ(e.Number(), errnum::kInvalidProcedureCall);
       EXPECT_EQ(e.Source(), "CString");
       EXPECT_EQ(e.Description(), "Invalid length");
       EXPECT_TRUE(e.CallStack().empty());
@@ -234,7 +234,7 @@ TEST(CStringFile, RoundTripsWithAndWithoutLengthPrefix) {
     past_end.ReadFromFile(file, true);
     ADD_FAILURE() << "no failure";
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), 62u);
+    EXPECT_EQ(e.Number(), errnum::kInputPastEndOfFile);
   }
 
   // Without a prefix the whole buffer is read; TrimToNull finds the text's end.
