@@ -56,7 +56,7 @@ std::string DownloadMgr::DownloadFolder(const std::string& JobId, const DateTime
 }
 
 HttpClientPtr DownloadMgr::DownloadDocs(const std::string& JobId, const std::string& TaskId,
-                                        const DateTime& JobStartTime, const ObjectPtr&,
+                                        const DateTime& JobStartTime, const FileSaverPtr&,
                                         const HttpClientPtr& TemplateHttpClient, const std::string&,
                                         bool) {
   return ReportAs(
@@ -168,7 +168,7 @@ void DownloadMgr::DontDownloadDocs(const std::string& JobId, const std::string& 
            [&] { D_DownloadMgr().SetCachePathToSrcPath(JobId, TaskId, JobStartTime); });
 }
 
-HttpClientPtr DownloadMgr::Crawl(const std::shared_ptr<Task>& task, const ObjectPtr&,
+HttpClientPtr DownloadMgr::Crawl(const std::shared_ptr<Task>& task, const FileSaverPtr&,
                                  const HttpClientPtr& TemplateHttpClient) {
   return ReportAs("DownloadMgr.Crawl(Task,SaveAsTemplate,TemplateHttpClient)", [&] {
     if (!task) {

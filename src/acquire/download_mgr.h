@@ -33,7 +33,7 @@ class DownloadMgr : public Object, public IDownloadMgr {
   // minutes for all threads to complete..." after each pass. Progress: (1, rows of the pass x 5)
   // for each copied row. Returns `TemplateHttpClient`.
   HttpClientPtr DownloadDocs(const std::string& JobId, const std::string& TaskId,
-                             const DateTime& JobStartTime, const ObjectPtr& SaveAsTemplate,
+                             const DateTime& JobStartTime, const FileSaverPtr& SaveAsTemplate,
                              const HttpClientPtr& TemplateHttpClient, const std::string& Method,
                              bool SaveErrorPages) override;
   // `D_DownloadMgr::SetCachePathToSrcPath`.
@@ -41,7 +41,7 @@ class DownloadMgr : public Object, public IDownloadMgr {
                         const DateTime& JobStartTime) override;
   // Crawling is not available yet: every row of the run still to fetch gets that failure.
   // Returns `TemplateHttpClient`.
-  HttpClientPtr Crawl(const std::shared_ptr<Task>& task, const ObjectPtr& SaveAsTemplate,
+  HttpClientPtr Crawl(const std::shared_ptr<Task>& task, const FileSaverPtr& SaveAsTemplate,
                       const HttpClientPtr& TemplateHttpClient) override;
 
   // The run's download folder of a task (see the file comment); made on first copy. With no

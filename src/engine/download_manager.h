@@ -7,17 +7,19 @@
 #include <memory>
 #include <string>
 
+#include "engine/file_saver.h"
 #include "platform/date_time.h"
 #include "platform/signal.h"
 #include "platform/variant.h"
+#include "web/http_client.h"
 
 namespace gw {
 
 class Task;
 
-// The web session a package hands from task to task (an HTTP client with its cookies). Until the
-// HTTP client exists it is an opaque object that nothing reads; null means none yet.
-using HttpClientPtr = ObjectPtr;
+// The web session a package hands from task to task (an HTTP client with its cookies); null means
+// none yet.
+using HttpClientPtr = std::shared_ptr<web::HttpClient>;
 
 class IDownloadMgr {
  public:
@@ -29,7 +31,8 @@ class IDownloadMgr {
   // `copy_completion_time`. A method other than GET or POST is taken as GET. Returns the client
   // the last pass ended with.
   virtual HttpClientPtr DownloadDocs(const std::string& JobId, const std::string& TaskId,
-                                     const DateTime& JobStartTime, const ObjectPtr& SaveAsTemplate,
+                                     const DateTime& JobStartTime,
+                                     const FileSaverPtr& SaveAsTemplate,
                                      const HttpClientPtr& TemplateHttpClient,
                                      const std::string& Method, bool SaveErrorPages) = 0;
   // The documents are local already: every row of the run still to fetch gets its source address
@@ -38,7 +41,7 @@ class IDownloadMgr {
                                 const DateTime& JobStartTime) = 0;
   // The crawl entry: puts the task's crawler in charge of the run's queued addresses. Returns the
   // client the crawl ended with.
-  virtual HttpClientPtr Crawl(const std::shared_ptr<Task>& task, const ObjectPtr& SaveAsTemplate,
+  virtual HttpClientPtr Crawl(const std::shared_ptr<Task>& task, const FileSaverPtr& SaveAsTemplate,
                               const HttpClientPtr& TemplateHttpClient) = 0;
 
   // (ChangeAmount, ProgressMax).

@@ -191,11 +191,10 @@ std::string Task::Serialize() {
     XmlSerializer serializer;
     serializer.SetIgnoreList(kTaskIgnoreList);
     std::string text = FrameObjectText(kTaskFrame, serializer.Serialize(*this));
-    // The crawler, client and saver write their own texts once they exist; until then what was
-    // read is written back.
+    // The crawler writes its own text once it exists; until then what was read is written back.
     text += FrameObjectText(kCrawlerFrame, crawler_piece_);
-    text += FrameObjectText(kHttpClientFrame, http_client_piece_);
-    text += FrameObjectText(kFileSaverFrame, file_saver_piece_);
+    text += FrameObjectText(kHttpClientFrame, TemplateHttpClient()->Serialize());
+    text += FrameObjectText(kFileSaverFrame, SaveAsTemplate()->Serialize());
     return text;
   });
 }
@@ -207,8 +206,8 @@ void Task::Deserialize(std::string_view xml) {
     std::string client = UnframeObjectText(xml, kHttpClientFrame);
     const std::string task = UnframeObjectText(xml, kTaskFrame);
     if (!crawler.empty()) crawler_piece_ = std::move(crawler);
-    if (!saver.empty()) file_saver_piece_ = std::move(saver);
-    if (!client.empty()) http_client_piece_ = std::move(client);
+    if (!saver.empty()) SaveAsTemplate()->Deserialize(saver);
+    if (!client.empty()) TemplateHttpClient()->Deserialize(client);
     if (!task.empty()) XmlSerializer().Deserialize(*this, task);
   });
 }
@@ -218,6 +217,16 @@ void Task::SetJob(const std::shared_ptr<Job>& job) {
   loaded_job_.reset();
   if (job) job_id_ = job->JobId();
   Touch();
+}
+
+const FileSaverPtr& Task::SaveAsTemplate() {
+  if (!save_as_template_) save_as_template_ = FileSaver::Create();
+  return save_as_template_;
+}
+
+const HttpClientPtr& Task::TemplateHttpClient() {
+  if (!template_http_client_) template_http_client_ = web::HttpClient::Create();
+  return template_http_client_;
 }
 
 std::shared_ptr<Job> Task::GetJob() {
@@ -404,19 +413,34 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
   } else if (IsDownloadingKind(task_type_)) {
     GetDocSources().CreateDocList(job->JobId(), TaskId(), job->StartTime());
   }
-  // Clearing the root folder is the file saver's; with none there is no root folder to clear.
+  if (clear_root_folder_before_download_) {
+    try {
+      SaveAsTemplate()->ClearRootFolder();
+    } catch (const Error&) {
+      throw Error(errnum::kClearRootFolderFailed, "Task.Execute",
+                  "Could not delete all files and folders in the root directory (" +
+                      SaveAsTemplate()->RootFolder() +
+                      ").  One or may files may be locked by Windows.  Try manually deleting the "
+                      "folder.  If the problem persists, uncheck the 'Delete all files and "
+                      "folders in the root folder each time this task starts' checkbox on the "
+                      "Download Path dialog and use a [DATETIME], [PKGTIME], or similar prefix "
+                      "to the Package Folder as a way of versioning the package.");
+    }
+  }
 
   Settings().GetOption("DefaultDownloadPath");
   const DownloadMgrPtr mgr = CreateDownloadMgr();
   ListenToDownloadMgr(*mgr);
   OnAllDownloadsBegin.Emit();
   DoEvents();
-  // Inheriting the preceding task's session and telling the saver its task wait for the HTTP
-  // client and the file saver.
+  if (inherit_http_client_ && AncestralHttpClient && *AncestralHttpClient) {
+    TemplateHttpClient()->InheritFrom(**AncestralHttpClient);
+  }
+  SaveAsTemplate()->SetTask(Self());
 
   switch (task_type_) {
     case TaskTypes::CrawlOnly: {
-      HttpClientPtr client = mgr->Crawl(Self(), save_as_template_, template_http_client_);
+      HttpClientPtr client = mgr->Crawl(Self(), SaveAsTemplate(), TemplateHttpClient());
       if (AncestralHttpClient) *AncestralHttpClient = std::move(client);
       DoEvents();
       OnAllDownloadsComplete.Emit();
@@ -428,8 +452,8 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
         mgr->DontDownloadDocs(job->JobId(), TaskId(), job->StartTime());
       } else {
         HttpClientPtr client =
-            mgr->DownloadDocs(job->JobId(), TaskId(), job->StartTime(), save_as_template_,
-                              template_http_client_, Method(), save_error_pages_);
+            mgr->DownloadDocs(job->JobId(), TaskId(), job->StartTime(), SaveAsTemplate(),
+                              TemplateHttpClient(), Method(), save_error_pages_);
         if (AncestralHttpClient) *AncestralHttpClient = std::move(client);
       }
       DoEvents();
@@ -577,9 +601,7 @@ std::shared_ptr<Task> Task::Copy() {
     copy->SetCrawlerAgent(crawler_agent_);
     copy->crawler_piece_ = crawler_piece_;
     copy->SetSaveAsTemplate(save_as_template_);
-    copy->file_saver_piece_ = file_saver_piece_;
     copy->SetTemplateHttpClient(template_http_client_);
-    copy->http_client_piece_ = http_client_piece_;
     copy->SetTaskName("Copy of " + task_name_);
     copy->SetJob(job);
     for (const auto& source : GetDocSources()) {

@@ -4,9 +4,9 @@
 // The text form. A task keeps most of its settings in the `description` column as one text of up
 // to four framed pieces (infra/object_frame.h): "[!TSK!]" the object XML of the task (the
 // properties without columns of their own) "[iTSKi]", then "[!CRL!]" its crawler, "[!HTP!]" its
-// template HTTP client and "[!FIL!]" its file saver, each framed the same way. The crawler, client
-// and saver do not exist yet: their pieces are written empty, and a piece read from a stored text
-// is kept as it stands and written back unchanged.
+// template HTTP client and "[!FIL!]" its file saver, each framed the same way and each the
+// object's own text form. The crawler does not exist yet: its piece is kept as read and written
+// back unchanged.
 //
 // The run (`Execute`) queues the documents of the task's sources, has the download manager fetch
 // them, and for an extracting task creates the target tables and runs the datapage over every
@@ -21,6 +21,7 @@
 
 #include "engine/download_manager.h"
 #include "engine/failures.h"
+#include "engine/file_saver.h"
 #include "infra/xml_serializer.h"
 #include "platform/date_time.h"
 #include "platform/error.h"
@@ -63,7 +64,10 @@ class Task : public Object, public ISerializable {
   //  2. unless disabled: `Uri` and `SourceText` both given fails with 0xAA931984; a
   //     `SourceText` is written to "<StringFileCreatePath><new id>.txt" (UTF-16 with a byte-order
   //     mark) and becomes the `Uri`; a `Uri` is queued alone, otherwise a downloading kind
-  //     queues its document sources;
+  //     queues its document sources; with `ClearRootFolderBeforeDownload` the saver's root
+  //     folder is emptied (a failure is 0x801380E9, naming the folder); with `InheritHttpClient`
+  //     the template client takes over the session in `*AncestralHttpClient`
+  //     (`HttpClient.InheritFrom`), and the saver is told this task;
   //  3. the download manager fetches (or, with `DisableLocalFileCopy`, points the rows at their
   //     sources), a crawl crawls, an SQL task runs its statements, a command-line task its
   //     command lines; a downloading kind raises OnAllDownloadsComplete, OnExtractionBegin and
@@ -78,9 +82,9 @@ class Task : public Object, public ISerializable {
   //  5. OnExtractionComplete, completion time, the task's and documents' results saved,
   //     OnExecuteComplete, `IsInstance` false.
   // A status of steps 4 answered with flgCancel leaves at once: no completion, no results by
-  // dataset, `IsInstance` stays true. `AncestralHttpClient` (may be null) receives the session
-  // the downloads ended with. Failures unwind under "Task.Execute(URI,SourceText)" and leave
-  // `IsInstance` true. Returns "".
+  // dataset, `IsInstance` stays true. `*AncestralHttpClient` (the pointer may be null) receives
+  // the session the downloads or the crawl ended with, for the next task. Failures unwind under
+  // "Task.Execute(URI,SourceText)" and leave `IsInstance` true. Returns "".
   std::string Execute(std::string Uri = {}, const std::string& SourceText = {},
                       HttpClientPtr* AncestralHttpClient = nullptr);
   // Does nothing for a disabled task or when `DoValidation` is not 1. Otherwise validates the
@@ -194,13 +198,14 @@ class Task : public Object, public ISerializable {
   Docs& GetDocs();
   // This run's metadata, made on first use with the task's id, name and start time.
   std::shared_ptr<MetaTask> Metadata();
-  // How downloaded files are written, the crawler, and the session template. Their classes do not
-  // exist yet: null unless set.
-  const ObjectPtr& SaveAsTemplate() const { return save_as_template_; }
-  void SetSaveAsTemplate(ObjectPtr v) { save_as_template_ = std::move(v); }
+  // How and where downloaded files are written; made (empty) on first read.
+  const FileSaverPtr& SaveAsTemplate();
+  void SetSaveAsTemplate(FileSaverPtr v) { save_as_template_ = std::move(v); }
+  // The crawler. Its class does not exist yet: null unless set.
   const ObjectPtr& CrawlerAgent() const { return crawler_agent_; }
   void SetCrawlerAgent(ObjectPtr v) { crawler_agent_ = std::move(v); }
-  const HttpClientPtr& TemplateHttpClient() const { return template_http_client_; }
+  // The session template of the task's downloads; made (a new client) on first read.
+  const HttpClientPtr& TemplateHttpClient();
   void SetTemplateHttpClient(HttpClientPtr v) { template_http_client_ = std::move(v); }
 
   // ---- events ----
@@ -265,9 +270,10 @@ class Task : public Object, public ISerializable {
   std::string complete_code_;
   bool is_dirty_ = false;
   bool is_instance_ = false;
-  // The crawler, client and saver pieces of a stored text, kept until their classes exist.
-  std::string crawler_piece_, http_client_piece_, file_saver_piece_;
-  ObjectPtr save_as_template_, crawler_agent_;
+  // The crawler piece of a stored text, kept until its class exists.
+  std::string crawler_piece_;
+  FileSaverPtr save_as_template_;
+  ObjectPtr crawler_agent_;
   HttpClientPtr template_http_client_;
 
   std::unique_ptr<DocSources> doc_sources_;

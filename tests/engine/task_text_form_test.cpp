@@ -22,7 +22,10 @@ TEST_F(TaskTextFormTest, FourFramedPiecesWithTheTaskXmlFirst) {
   ASSERT_EQ(text.rfind("[!TSK!]<Task Object=\"True\">", 0), 0u) << text;
   const std::size_t end = text.find("[iTSKi]");
   ASSERT_NE(end, std::string::npos);
-  EXPECT_EQ(text.substr(end), "[iTSKi][!CRL!][iCRLi][!HTP!][iHTPi][!FIL!][iFILi]");
+  // The client and the saver write their own texts; the crawler's piece is kept as read.
+  EXPECT_EQ(text.substr(end), "[iTSKi][!CRL!][iCRLi][!HTP!]" +
+                                  web::HttpClient::Create()->Serialize() + "[iHTPi][!FIL!]" +
+                                  FileSaver::Create()->Serialize() + "[iFILi]");
   const std::string xml = text.substr(0, end);
   for (const char* element :
        {"<InheritHttpClient>True</InheritHttpClient>", "<Method>POST</Method>",
@@ -91,16 +94,25 @@ TEST_F(TaskTextFormTest, PiecesComeOutInAnyOrderAndUnknownOnesAreKept) {
   EXPECT_EQ(task->DoValidation(), -1);
 
   // A stored text whose saver and client pieces came first, and whose crawler piece is not empty.
+  auto client = web::HttpClient::Create();
+  client->SetUserAgent("Agent/7");
+  const std::string client_text = client->Serialize();
   task->Deserialize(
       "[!FIL!]<FileSaver><RootFolder value=\"/data\"/></FileSaver>[iFILi]"
-      "[!HTP!]client[iHTPi]"
+      "[!HTP!]" +
+      client_text +
+      "[iHTPi]"
       "[!TSK!]<Task Object=\"True\"><IsDisabled>True</IsDisabled><TaskType>4</TaskType></Task>"
       "[iTSKi][!CRL!]crawler[iCRLi]");
   EXPECT_TRUE(task->IsDisabled());
   EXPECT_EQ(task->TaskType(), TaskTypes::CmdLine);
+  EXPECT_EQ(task->SaveAsTemplate()->RootFolder(), "/data");
+  EXPECT_EQ(task->TemplateHttpClient()->UserAgent(), "Agent/7");
   const std::string text = task->Serialize();
-  EXPECT_NE(text.find("[!CRL!]crawler[iCRLi][!HTP!]client[iHTPi]"
-                      "[!FIL!]<FileSaver><RootFolder value=\"/data\"/></FileSaver>[iFILi]"),
+  EXPECT_NE(text.find("[!CRL!]crawler[iCRLi][!HTP!]" + client_text +
+                      "[iHTPi][!FIL!]<FileSaver><DocFolder value=\"\"/><FileName value=\"\"/>"
+                      "<JobFolder value=\"\"/><RootFolder value=\"/data\"/><TaskFolder "
+                      "value=\"\"/></FileSaver>[iFILi]"),
             std::string::npos)
       << text;
 

@@ -1,0 +1,554 @@
+#include "engine/file_saver.h"
+
+#include <fcntl.h>
+#include <libxml/parser.h>
+#include <libxml/tree.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+
+#include "engine/doc.h"
+#include "engine/job.h"
+#include "engine/task.h"
+#include "extraction/data_page.h"
+#include "platform/charset.h"
+#include "platform/date_time.h"
+#include "platform/text.h"
+#include "rules/settings.h"
+
+namespace gw {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// A path component may hold at most this many bytes; a whole path (as the templates count it)
+// this many characters; a folder path is cut to leave room for a name.
+constexpr std::size_t kMaxComponentBytes = 255;
+constexpr std::size_t kMaxPathChars = 255;
+constexpr std::size_t kMaxFolderChars = 243;
+
+std::vector<std::pair<std::string, std::string>> BuildAliasTable() {
+  struct Row {
+    const char* canonical;
+    std::vector<const char*> aliases;
+  };
+  const std::vector<Row> rows = {
+      {"[PKGID]", {"[PACKAGEID]", "[PACKAGE_ID]", "[PKG_ID]", "[JOBID]", "[JOB_ID]"}},
+      {"[PKGNAME]",
+       {"[PACKAGENAME]", "[PACKAGE_NAME]", "[PKG_NAME]", "[PACKAGE]", "[PKG]", "[JOBNAME]",
+        "[JOB_NAME]", "[JOB]"}},
+      {"[PKGTIME]",
+       {"[PACKAGETIME]", "[PACKAGE_TIME]", "[PKG_TIME]", "[PACKAGESTART]", "[PACKAGE_START]",
+        "[PKG_START]", "[PKGSTART]", "[JOBTIME]", "[JOB_TIME]"}},
+      {"[TASKID]", {"[TSKID]", "[TSK_ID]", "[TASK_ID]"}},
+      {"[TASKNAME]", {"[TSKNAME]", "[TSK_NAME]", "[TASK_NAME]", "[TSK]", "[TASK]"}},
+      {"[TASKTIME]",
+       {"[TSKTIME]", "[TSK_TIME]", "[TASK_TIME]", "[TSKSTART]", "[TSK_START]", "[TASK_START]",
+        "[TASKSTART]"}},
+      {"[DOCID]", {"[DOC]", "[DOC_ID]", "[DOCUMENT_ID]"}},
+      {"[DATAPAGE]",
+       {"[DATAPAGENAME]", "[DPAGE]", "[DPAGENAME]", "[DATAPAGE_NAME]", "[DPAGE_NAME]"}},
+  };
+  std::vector<std::pair<std::string, std::string>> table;
+  for (const Row& row : rows) {
+    for (const char* alias : row.aliases) table.emplace_back(alias, row.canonical);
+  }
+  // Date patterns, so that a template "MM-DD-YYYY" works.
+  const std::vector<std::pair<const char*, const char*>> patterns = {
+      {"MM-", "[MONTH]-"},  {"MM/", "[MONTH]/"},    {"-MM", "-[MONTH]"},  {"/MM", "/[MONTH]"},
+      {"DD-", "[DAY]-"},    {"DD/", "[DAY]/"},      {"-DD", "-[DAY]"},    {"/DD", "/[DAY]"},
+      {"-YYYY", "-[YEAR]"}, {"/YYYY", "/[YEAR]"},   {"YYYY-", "[YEAR]-"}, {"YYYY/", "[YEAR]/"},
+      {"HH:", "[HOUR]:"},   {"HH :", "[HOUR] :"},   {"MM:", "[MINUTE]:"}, {"MM :", "[MINUTE] :"},
+      {":SS", ":[SECOND]"}, {": SS", ": [SECOND]"},
+  };
+  for (const auto& [alias, canonical] : patterns) table.emplace_back(alias, canonical);
+  const std::vector<Row> rest = {
+      {"[MONTH]-[DAY]-[YEAR]", {"[DATE]", "[DATESTAMP]", "[TODAY]"}},
+      {"[HOUR]:[MINUTE]:[SECOND]", {"[TIME]"}},
+      {"[MONTH]-[DAY]-[YEAR]_[HOUR]:[MINUTE]:[SECOND]", {"[DATETIME]", "[TIMESTAMP]"}},
+      {"[URL]", {"[URI]", "[SRCURL]", "[SRC_URL]", "[SRC_URI]", "[SRCURI]"}},
+      {"[URLQUERY]",
+       {"[QUERYSTRING]", "[QUERY_STRING]", "[QUERY]", "[URL_QUERY]", "[URIQUERY]", "[URI_QUERY]"}},
+      {"[URLPATH]",
+       {"[PATH]", "[URL_PATH]", "[URI_PATH]", "[SRC_PATH]", "[DOCPATH]", "[DOC_PATH]"}},
+      {"[FILENAME]",
+       {"[URLFILENAME]", "[URL_FILENAME]", "[URL_FILE_NAME]", "[URIFILENAME]", "[URI_FILENAME]",
+        "[URI_FILE_NAME]", "[FILE]", "[FILE_NAME]"}},
+      {"[HOST]",
+       {"[HOSTNAME]", "[HOST_NAME]", "[SERVER]", "[SERVERNAME]", "[SERVER_NAME]", "[DOMAIN]",
+        "[DOMAIN_NAME]", "[DOMAINNAME]"}},
+  };
+  for (const Row& row : rest) {
+    for (const char* alias : row.aliases) table.emplace_back(alias, row.canonical);
+  }
+  return table;
+}
+
+std::string Trimmed(std::string_view s) { return std::string(text::TrimSpaces(s)); }
+
+// The first `n` characters of `s` (never splitting one).
+std::string FirstChars(std::string_view s, std::size_t n) {
+  return std::string(text::TruncateCodePoints(s, n));
+}
+
+// At most `max_bytes` bytes of `s`, cut at a character boundary.
+std::string_view FirstBytes(std::string_view s, std::size_t max_bytes) {
+  if (s.size() <= max_bytes) return s;
+  std::size_t end = max_bytes;
+  while (end > 0 && (static_cast<unsigned char>(s[end]) & 0xC0) == 0x80) --end;
+  return s.substr(0, end);
+}
+
+bool Exists(const std::string& path) {
+  std::error_code ec;
+  return fs::exists(fs::symlink_status(path, ec));
+}
+
+[[noreturn]] void WriteFailed(const char* source, const std::string& path, const std::string& why) {
+  throw Error(errnum::kWriteToFileFailed, source,
+              "Write to file failed: " + path + " (" + why + ").");
+}
+
+// A name for a temporary file in `folder` that no other writer uses.
+std::string TemporaryName(const std::string& folder) {
+  static std::atomic<unsigned long> counter{0};
+  return folder + "/.gw-" + std::to_string(::getpid()) + "-" + std::to_string(++counter) + ".part";
+}
+
+// Gives the finished temporary file its name without replacing anything: false when a file of
+// that name appeared meanwhile.
+bool Publish(const std::string& temporary, const std::string& path) {
+  if (::link(temporary.c_str(), path.c_str()) == 0) {
+    ::unlink(temporary.c_str());
+    return true;
+  }
+  if (errno == EEXIST) return false;
+  if (errno == EPERM || errno == ENOTSUP || errno == EOPNOTSUPP || errno == EMLINK) {
+    // A file system without hard links: check, then move.
+    if (Exists(path)) return false;
+    if (::rename(temporary.c_str(), path.c_str()) == 0) return true;
+  }
+  const std::string why = std::strerror(errno);
+  ::unlink(temporary.c_str());
+  WriteFailed("FileSaver.SaveToFile", path, why);
+}
+
+void WriteAll(int fd, std::string_view bytes, const std::string& path) {
+  while (!bytes.empty()) {
+    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
+    }
+    bytes.remove_prefix(static_cast<std::size_t>(n));
+  }
+}
+
+std::string Utf16WithBom(std::string_view utf8) {
+  return "\xFF\xFE" + EncodeFromUtf8(utf8, "UTF-16LE");
+}
+
+}  // namespace
+
+const std::vector<std::pair<std::string, std::string>>& FileSaver::AliasTable() {
+  static const auto table = BuildAliasTable();
+  return table;
+}
+
+const char* FileSaver::ExtensionMap(std::string_view ext) {
+  static constexpr const char* kToHtm[] = {"",     "asp",  "aspx",  "cf",  "cfm",  "cgi",  "dhtml",
+                                           "html", "fcgi", "jhtml", "jsp", "php",  "php3", "php4",
+                                           "pl",   "plx",  "shtml", "stm", "story"};
+  for (const char* key : kToHtm) {
+    if (ext == key) return "htm";
+  }
+  return nullptr;
+}
+
+// ---- the pipeline -------------------------------------------------------------------------
+
+std::string FileSaver::ReplaceAliases(std::string_view str) {
+  std::string s(str);
+  for (const auto& [alias, canonical] : AliasTable()) {
+    if (text::FindNoCase(s, alias) != text::npos) s = text::ReplaceAll(s, alias, canonical, true);
+  }
+  return s;
+}
+
+std::string FileSaver::ReplaceTags(std::string_view str) {
+  std::string s(str);
+  const auto put = [&s](std::string_view tag, std::string_view value) {
+    if (text::FindNoCase(s, tag) != text::npos) s = text::ReplaceAll(s, tag, value, true);
+  };
+  if (auto task = task_.lock()) {
+    // A package or datapage that cannot be read leaves its tags as they are.
+    std::shared_ptr<Job> job;
+    try {
+      job = task->GetJob();
+    } catch (const Error&) {
+    }
+    if (job) {
+      put("[PKGID]", job->JobId());
+      put("[PKGNAME]", job->JobName());
+      put("[PKGTIME]", job->StartTime().ToUsText());
+    }
+    std::shared_ptr<DataPage> page;
+    try {
+      page = task->GetDataPage();
+    } catch (const Error&) {
+    }
+    if (page) put("[DATAPAGE]", page->DisplayName());
+    put("[TASKTIME]", task->StartTime().ToUsText());
+    put("[TASKID]", task->TaskId());
+    put("[TASKNAME]", task->TaskName());
+  }
+  put("[DOCID]", doc_id_);
+  const DateTime now = DateTime::Now();
+  put("[DAY]", std::to_string(now.Day()));
+  put("[MONTH]", std::to_string(now.Month()));
+  put("[YEAR]", std::to_string(now.Year()));
+  put("[HOUR]", std::to_string(now.Hour()));
+  put("[MINUTE]", std::to_string(now.Minute()));
+  put("[SECOND]", std::to_string(now.Second()));
+  if (src_url_) {
+    const web::Uri& u = *src_url_;
+    put("[URLPATH]", u.PathWithoutFile());
+    std::string shown;
+    try {
+      shown = u.ToString();
+    } catch (const Error&) {
+      shown = u.ToExternalForm();
+    }
+    put("[URL]", text::ReplaceAll(shown, "://", "_"));
+    if (u.QueryString().empty()) {
+      // "[FILENAME]?[URLQUERY]" of an address without a query leaves no stray separator.
+      for (const char* sep : {"?", "*", ":", "_"}) {
+        put(std::string("[FILENAME]") + sep + "[URLQUERY]", "[FILENAME][URLQUERY]");
+      }
+    }
+    put("[URLQUERY]", u.QueryString());
+    put("[FILENAME]", GetFilename(u));
+    put("[HOST]", u.Host());
+  }
+  return s;
+}
+
+std::string FileSaver::FileSystemEncode(std::string_view str, bool IsFolder) {
+  std::string out;
+  out.reserve(str.size());
+  for (const char c : str) {
+    switch (c) {
+      case '?':
+      case '*':
+      case ':':
+      case '|':
+        out += '_';
+        break;
+      case '<':
+        out += '(';
+        break;
+      case '>':
+        out += ')';
+        break;
+      case '"':
+        out += '\'';
+        break;
+      case '\\':
+      case '/':
+        out += IsFolder ? '/' : '_';
+        break;
+      default:
+        out += (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) ? '_' : c;
+    }
+  }
+  return out;
+}
+
+std::string FileSaver::RemoveSlashes(std::string_view s) {
+  std::string r = Trimmed(s);
+  if (!r.empty() && (r.front() == '/' || r.front() == '\\')) r.erase(0, 1);
+  if (!r.empty() && (r.back() == '/' || r.back() == '\\')) r.pop_back();
+  return r;
+}
+
+std::string FileSaver::GetFilename(const web::Uri& u) {
+  std::string name = u.FileName();
+  const std::string raw_ext = u.FileExtension();
+  std::string ext = text::AsciiLower(raw_ext);
+  if (const char* mapped = ExtensionMap(ext)) ext = mapped;
+  if (name.empty()) name = "default";
+  if (!raw_ext.empty()) {
+    name = text::ReplaceAll(name, raw_ext, ext);
+  } else {
+    name += ".htm";
+  }
+  if (!name.ends_with("." + ext)) name += "." + ext;
+  return name;
+}
+
+std::string FileSaver::GetFileSystemName(std::string_view str, bool IsFolder) {
+  std::string s = FileSystemEncode(ReplaceTags(ReplaceAliases(str)), IsFolder);
+  if (IsFolder) return RemoveSlashes(s);
+  std::string ext;
+  std::string shown;
+  if (src_url_) {
+    try {
+      shown = src_url_->ToString();
+    } catch (const Error&) {
+      shown = src_url_->ToExternalForm();
+    }
+  }
+  if (!shown.empty()) {
+    ext = text::AsciiLower(src_url_->FileExtension());
+    if (const char* mapped = ExtensionMap(ext)) ext = mapped;
+  } else if (const std::size_t dot = s.rfind('.'); dot != std::string::npos) {
+    const char* mapped = ExtensionMap(text::AsciiLower(std::string_view(s).substr(dot + 1)));
+    ext = mapped ? mapped : "";
+  }
+  if (!ext.empty() && !s.ends_with("." + ext)) s += "." + ext;
+  return s;
+}
+
+std::string FileSaver::CalcFileName() {
+  if (Trimmed(file_name_).empty()) file_name_ = "default.htm";
+  std::string name = GetFileSystemName(file_name_, false);
+  if (Trimmed(name).empty()) name = GetFileSystemName("default.htm", false);
+  // "." and ".." name folders, not files.
+  if (name == "." || name == "..") name.assign(name.size(), '_');
+  return name;
+}
+
+std::string FileSaver::GetDefaultRootFolder() {
+  if (!default_root_read_) {
+    default_root_ = Settings().GetOption("DefaultDownloadPath").ToText();
+    default_root_read_ = true;
+  }
+  return default_root_;
+}
+
+std::string FileSaver::BuildFolderPath() {
+  shortened_ = false;
+  std::string root = Trimmed(root_folder_.empty() ? GetDefaultRootFolder() : root_folder_);
+  root = text::ReplaceAll(root, "\\", "/");
+  for (int pass = 0; pass < 2; ++pass) root = text::ReplaceAll(root, "//", "/");
+  // The root keeps its leading "/": on this file system that is what makes it absolute.
+  if (!root.empty() && root.back() == '/') root.pop_back();
+  std::string path = root + "/";
+  const std::size_t root_length = path.size();
+  for (const std::string* level : {&job_folder_, &task_folder_, &doc_folder_}) {
+    if (!Trimmed(*level).empty()) path += GetFileSystemName(*level, true) + "/";
+  }
+  if (text::CountCodePoints(path) > kMaxFolderChars) {
+    path = FirstChars(path, kMaxFolderChars);
+    shortened_ = true;
+  }
+  for (int pass = 0; pass < 2; ++pass) path = text::ReplaceAll(path, "//", "/");
+
+  // What the levels made may not climb out of the root, nor exceed a component's bytes.
+  if (path.size() <= root_length) return path;
+  std::vector<std::string> parts = text::Split(std::string_view(path).substr(root_length), "/");
+  for (std::string& segment : parts) {
+    if (segment == "." || segment == "..") segment.assign(segment.size(), '_');
+    if (segment.size() > kMaxComponentBytes) {
+      segment = std::string(FirstBytes(segment, kMaxComponentBytes));
+      shortened_ = true;
+    }
+  }
+  return path.substr(0, root_length) + text::Join(parts, "/");
+}
+
+std::string FileSaver::CalcFullPath() { return BuildFolderPath() + CalcFileName(); }
+
+std::string FileSaver::EnsureFolderExists(const std::string& FolderPath) {
+  std::error_code ec;
+  fs::create_directories(FolderPath, ec);
+  if (!fs::is_directory(FolderPath, ec)) {
+    throw Error(errnum::kCannotCreateFolder, "FileSaver.EnsureFileExists",
+                "Could not create folder '" + FolderPath +
+                    "'.  Ensure that it is possible to create the folder manually and that "
+                    "permissions are set properly.");
+  }
+  return FolderPath;
+}
+
+std::string FileSaver::TrimFile(const std::string& dir, std::string& base,
+                                const std::string& numStr, const std::string& extension) {
+  const std::size_t n = text::CountCodePoints(dir) + 1 + text::CountCodePoints(base) +
+                        text::CountCodePoints(numStr) + text::CountCodePoints(extension);
+  if (n > kMaxPathChars) {
+    const std::size_t over = n - kMaxPathChars;
+    const std::size_t chars = text::CountCodePoints(base);
+    if (chars > over) {
+      base = FirstChars(base, chars - over);
+      shortened_ = true;
+    }
+  }
+  const std::size_t fixed = numStr.size() + extension.size();
+  if (base.size() + fixed > kMaxComponentBytes && fixed < kMaxComponentBytes) {
+    base = std::string(FirstBytes(base, kMaxComponentBytes - fixed));
+    shortened_ = true;
+  }
+  return base + numStr + extension;
+}
+
+std::string FileSaver::GetCreateableFileName(const std::string& folder,
+                                             const std::string& filename) {
+  const std::size_t dot = filename.rfind('.');
+  std::string base = dot == std::string::npos ? filename : filename.substr(0, dot);
+  const std::string extension = dot == std::string::npos ? "" : filename.substr(dot);
+  // The folder as the file system names it: without its final "/" ("" for the root).
+  const std::string dir = folder.ends_with('/') ? folder.substr(0, folder.size() - 1) : folder;
+  const std::string prefix = dir + "/";
+  std::string number;
+  for (long counter = 1;; ++counter) {
+    std::string candidate = prefix + TrimFile(dir, base, number, extension);
+    if (!Exists(candidate)) return candidate;
+    number = "(" + std::to_string(counter) + ")";
+  }
+}
+
+std::string FileSaver::GetCreateableFullPath() {
+  const std::string folder = EnsureFolderExists(BuildFolderPath());
+  const bool folder_shortened = shortened_;
+  std::string path = GetCreateableFileName(folder, CalcFileName());
+  shortened_ = shortened_ || folder_shortened;
+  return path;
+}
+
+// ---- writing ------------------------------------------------------------------------------
+
+std::string FileSaver::WriteNewFile(std::string_view bytes) {
+  std::string path = GetCreateableFullPath();
+  const std::string folder = fs::path(path).parent_path().string();
+  const std::string temporary = TemporaryName(folder);
+  const int fd =
+      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+  if (fd < 0) WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
+  try {
+    WriteAll(fd, bytes, path);
+  } catch (...) {
+    ::close(fd);
+    ::unlink(temporary.c_str());
+    throw;
+  }
+  if (::close(fd) != 0) {
+    const std::string why = std::strerror(errno);
+    ::unlink(temporary.c_str());
+    WriteFailed("FileSaver.SaveToFile", path, why);
+  }
+  // Another writer may take the name meanwhile: then the next free one.
+  while (!Publish(temporary, path)) {
+    path = GetCreateableFileName(folder, fs::path(path).filename().string());
+  }
+  return path;
+}
+
+std::string FileSaver::SaveBytes(std::string_view bytes) {
+  return ReportAs("FileSaver.SaveBytes(bytes)", [&] { return WriteNewFile(bytes); });
+}
+
+std::string FileSaver::SaveStream(Stream& oStream) {
+  return ReportAs("FileSaver.SaveStream(oStream)", [&] {
+    std::string path = WriteNewFile(oStream.Bytes());
+    oStream.Close();
+    return path;
+  });
+}
+
+std::string FileSaver::SaveText(std::string_view text, bool Overwrite, bool Append) {
+  return ReportAs("FileSaver.SaveText(text,Overwrite,Append)", [&] {
+    const std::string full = CalcFullPath();
+    std::error_code ec;
+    if (Overwrite && Exists(full)) fs::remove(full, ec);
+    if (!Exists(full) || !Append) return WriteNewFile(Utf16WithBom(text));
+    const int fd = ::open(full.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW);
+    if (fd < 0) WriteFailed("FileSaver.SaveText", full, std::strerror(errno));
+    try {
+      WriteAll(fd, text, full);
+    } catch (...) {
+      ::close(fd);
+      throw;
+    }
+    ::close(fd);
+    return full;
+  });
+}
+
+std::string FileSaver::CopyFile(const std::string& SrcFile) {
+  return ReportAs("FileSaver.CopyFile(SrcFile)", [&] {
+    const std::string source = FileSystemPathOf(SrcFile);
+    std::error_code ec;
+    if (!fs::is_regular_file(source, ec)) {
+      throw Error(errnum::kFileNotFound, "FileSaver.CopyFile", "File not found: " + source);
+    }
+    std::string path = GetCreateableFullPath();
+    const std::string folder = fs::path(path).parent_path().string();
+    const std::string temporary = TemporaryName(folder);
+    if (!fs::copy_file(source, temporary, fs::copy_options::none, ec)) {
+      fs::remove(temporary, ec);
+      throw Error(errnum::kWriteToFileFailed, "FileSaver.CopyFile",
+                  "Could not copy " + source + " to " + path + ": " + ec.message() + ".");
+    }
+    while (!Publish(temporary, path)) {
+      path = GetCreateableFileName(folder, fs::path(path).filename().string());
+    }
+    return path;
+  });
+}
+
+void FileSaver::ClearRootFolder() {
+  ReportAs("FileSaver.ClearRootFolder", [&] {
+    const std::string folder = Trimmed(root_folder_);
+    std::error_code ec;
+    if (folder.empty() || !fs::is_directory(folder, ec)) return;
+    if (fs::equivalent(folder, "/", ec)) {
+      throw Error(errnum::kPermissionDenied, "FileSaver.ClearFolder",
+                  "The root of the file system is never cleared.");
+    }
+    for (const auto& entry : fs::directory_iterator(folder)) fs::remove_all(entry.path());
+  });
+}
+
+// ---- text form ----------------------------------------------------------------------------
+
+std::string FileSaver::Serialize() {
+  // Values as they stand, as the saver has always written them.
+  const auto element = [](const char* name, const std::string& value) {
+    return std::string("<") + name + " value=\"" + value + "\"/>";
+  };
+  return "<FileSaver>" + element("DocFolder", doc_folder_) + element("FileName", file_name_) +
+         element("JobFolder", job_folder_) + element("RootFolder", root_folder_) +
+         element("TaskFolder", task_folder_) + "</FileSaver>";
+}
+
+void FileSaver::Deserialize(std::string_view text) {
+  xmlDocPtr doc = xmlReadMemory(text.data(), static_cast<int>(text.size()), nullptr, "UTF-8",
+                                XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING);
+  if (!doc) return;  // a text that does not parse changes nothing
+  const xmlNode* root = xmlDocGetRootElement(doc);
+  for (const xmlNode* node = root ? root->children : nullptr; node; node = node->next) {
+    if (node->type != XML_ELEMENT_NODE) continue;
+    xmlChar* raw = xmlGetProp(node, reinterpret_cast<const xmlChar*>("value"));
+    std::string value = raw ? reinterpret_cast<const char*>(raw) : "";
+    xmlFree(raw);
+    const std::string_view name = reinterpret_cast<const char*>(node->name);
+    if (name == "DocFolder")
+      doc_folder_ = std::move(value);
+    else if (name == "FileName")
+      file_name_ = std::move(value);
+    else if (name == "JobFolder")
+      job_folder_ = std::move(value);
+    else if (name == "RootFolder")
+      root_folder_ = std::move(value);
+    else if (name == "TaskFolder")
+      task_folder_ = std::move(value);
+  }
+  xmlFreeDoc(doc);
+}
+
+}  // namespace gw
