@@ -17,6 +17,7 @@
 #include "extraction/data_page.h"
 #include "platform/charset.h"
 #include "platform/date_time.h"
+#include "platform/paths.h"
 #include "platform/text.h"
 #include "rules/settings.h"
 
@@ -326,6 +327,8 @@ std::string FileSaver::CalcFileName() {
 std::string FileSaver::GetDefaultRootFolder() {
   if (!default_root_read_) {
     default_root_ = Settings().GetOption("DefaultDownloadPath").ToText();
+    // Without the setting, the product's own folder rather than the top of the file system.
+    if (text::TrimSpaces(default_root_).empty()) default_root_ = (HomeDir() / "downloads").string();
     default_root_read_ = true;
   }
   return default_root_;
@@ -490,9 +493,10 @@ std::string FileSaver::CopyFile(const std::string& SrcFile) {
     const std::string folder = fs::path(path).parent_path().string();
     const std::string temporary = TemporaryName(folder);
     if (!fs::copy_file(source, temporary, fs::copy_options::none, ec)) {
+      const std::string why = ec.message();
       fs::remove(temporary, ec);
       throw Error(errnum::kWriteToFileFailed, "FileSaver.CopyFile",
-                  "Could not copy " + source + " to " + path + ": " + ec.message() + ".");
+                  "Could not copy " + source + " to " + path + ": " + why + ".");
     }
     while (!Publish(temporary, path)) {
       path = GetCreateableFileName(folder, fs::path(path).filename().string());

@@ -110,8 +110,9 @@ class FileSaver : public Object, public ISerializable {
 
   // The folder path (with its separator at the end) plus `CalcFileName()`; nothing is checked.
   std::string CalcFullPath();
-  // Root (or, when empty, the setting "DefaultDownloadPath", read once) and the three levels,
-  // each ending in "/", cut to 243 characters. An empty root gives a path that begins with "/".
+  // Root (or, when empty, the setting "DefaultDownloadPath", read once, or without that
+  // $GLEANWRIGHT_HOME/downloads) and the three levels, each ending in "/", cut to 243 characters.
+  // A root of "/" gives a path that begins with "/".
   std::string BuildFolderPath();
   // Makes the folder and its parents; fails with `errnum::kCannotCreateFolder`. Returns it.
   std::string EnsureFolderExists(const std::string& FolderPath);

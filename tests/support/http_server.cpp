@@ -21,10 +21,12 @@ LoopbackHttpServer::LoopbackHttpServer(const std::filesystem::path& cert,
 
 LoopbackHttpServer::~LoopbackHttpServer() { Stop(); }
 
-void LoopbackHttpServer::Start(int threads) {
+void LoopbackHttpServer::Start(int threads, const std::string& host) {
+  if (host.rfind("127.", 0) != 0) throw std::runtime_error("test servers stay on loopback");
+  host_ = host;
   server_->new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
-  port_ = server_->bind_to_any_port("127.0.0.1");
-  if (port_ <= 0) throw std::runtime_error("the test server could not bind to 127.0.0.1");
+  port_ = server_->bind_to_any_port(host_);
+  if (port_ <= 0) throw std::runtime_error("the test server could not bind to " + host_);
   thread_ = std::thread([this] { server_->listen_after_bind(); });
   for (int k = 0; k < 500 && !server_->is_running(); ++k) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
@@ -39,7 +41,7 @@ void LoopbackHttpServer::Stop() {
 }
 
 std::string LoopbackHttpServer::Url(std::string_view path) const {
-  return std::string(tls_ ? "https" : "http") + "://127.0.0.1:" + std::to_string(port_) +
+  return std::string(tls_ ? "https" : "http") + "://" + host_ + ":" + std::to_string(port_) +
          std::string(path);
 }
 

@@ -1,5 +1,6 @@
 // A real HTTP or HTTPS server on loopback for tests: cpp-httplib in this process, on a free port
-// of 127.0.0.1, stopped when the object goes. Add handlers through `Http()` before `Start`.
+// of 127.0.0.1 (or another loopback address), stopped when the object goes. Add handlers through
+// `Http()` before `Start`.
 #pragma once
 
 #include <httplib.h>
@@ -23,16 +24,18 @@ class LoopbackHttpServer {
   LoopbackHttpServer& operator=(const LoopbackHttpServer&) = delete;
 
   httplib::Server& Http() { return *server_; }
-  // Binds, starts serving on a thread with `threads` workers and waits until it listens.
-  void Start(int threads = 64);
+  // Binds to `host` (a loopback address), starts serving on a thread with `threads` workers and
+  // waits until it listens.
+  void Start(int threads = 64, const std::string& host = "127.0.0.1");
   void Stop();
   int Port() const { return port_; }
-  // "http://127.0.0.1:PORT" + path (https for a TLS server).
+  // "http://HOST:PORT" + path (https for a TLS server).
   std::string Url(std::string_view path = "/") const;
 
  private:
   std::unique_ptr<httplib::Server> server_;
   bool tls_ = false;
+  std::string host_ = "127.0.0.1";
   int port_ = 0;
   std::thread thread_;
 };
