@@ -9,8 +9,12 @@
 #include <csignal>
 #include <cstdio>
 #include <iostream>
+#include <vector>
 
+#include "acquire/components.h"
+#include "acquire/download_mgr.h"
 #include "commands.h"
+#include "engine/components.h"
 #include "engine/job.h"
 #include "package_lookup.h"
 #include "platform/event_loop.h"
@@ -81,6 +85,19 @@ int RunPackage(const std::string& package, const std::string& uri, const std::st
   ScopedConnection downloads = job->OnAllDownloadsBegin.Connect([&] { display.ResetProgress(); });
   ScopedConnection finished =
       job->OnTaskExecuteComplete.Connect([&] { display.CompleteProgress(); });
+
+  // Every download manager of the run reports its counts to the display.
+  std::vector<ScopedConnection> transfer_counts;
+  RegisterDownloadMgrFactory([&]() -> DownloadMgrPtr {
+    auto mgr = DownloadMgr::Create();
+    transfer_counts.push_back(mgr->OnTransferCounts.Connect([&](const TransferCounts& c) {
+      display.Transfers(c.fetched, c.failed, c.queued, c.bytes);
+    }));
+    return mgr;
+  });
+  struct FactoryReset {
+    ~FactoryReset() { RegisterAcquireComponents(); }
+  } factory_reset;
 
   display.Note("Running package " + job->JobName() + " (" + job->JobId() + ")");
   std::string code;

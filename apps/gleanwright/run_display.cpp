@@ -20,6 +20,41 @@ int RunDisplay::Width() const {
 void RunDisplay::ResetProgress() {
   done_ = 0;
   max_ = 0;
+  transfers_ = false;
+}
+
+void RunDisplay::Transfers(long fetched, long failed, long queued, long long bytes) {
+  const auto now = Clock::now();
+  if (!transfers_) {
+    transfers_ = true;
+    transfers_began_ = now;
+    last_transfer_line_ = {};
+  }
+  fetched_ = fetched;
+  failed_ = failed;
+  queued_ = queued;
+  bytes_ = bytes;
+  if (terminal_) {
+    Redraw();
+  } else if (queued == 0 || now - last_transfer_line_ >= std::chrono::seconds(2)) {
+    last_transfer_line_ = now;
+    std::fprintf(out_, "%s\n", TransferText().c_str());
+    std::fflush(out_);
+  }
+}
+
+std::string RunDisplay::TransferText() const {
+  const double seconds = std::chrono::duration<double>(Clock::now() - transfers_began_).count();
+  const double rate = seconds > 0.05 ? static_cast<double>(bytes_) / seconds : 0.0;
+  char text[160];
+  if (rate >= 1024.0 * 1024.0) {
+    std::snprintf(text, sizeof text, "fetched %ld, failed %ld, queued %ld, %.1f MB/s", fetched_,
+                  failed_, queued_, rate / (1024.0 * 1024.0));
+  } else {
+    std::snprintf(text, sizeof text, "fetched %ld, failed %ld, queued %ld, %.1f KB/s", fetched_,
+                  failed_, queued_, rate / 1024.0);
+  }
+  return text;
 }
 
 void RunDisplay::Progress(long change, long max) {
@@ -65,6 +100,7 @@ void RunDisplay::Redraw() {
                      std::string(static_cast<std::size_t>(kBar - filled), '.') + "] ";
   const std::string number = std::to_string(percent) + "%";
   line += std::string(4 - std::min<std::size_t>(4, number.size()), ' ') + number + "  ";
+  if (transfers_) line += TransferText() + "  ";
   // The status fills what is left of the line, cut at a character's edge.
   const std::size_t room =
       static_cast<std::size_t>(std::max(0, Width() - 1 - static_cast<int>(line.size())));

@@ -1,9 +1,12 @@
 // What `gleanwright run` shows while a package runs.
 //
-// On a terminal: one line, redrawn in place, with a bar of the package's major progress and the
-// current status. Elsewhere (a pipe, a file): every status on a line of its own.
+// On a terminal: one line, redrawn in place, with a bar of the package's major progress, the
+// documents fetched, failed and queued with the transfer rate while a task downloads, and the
+// current status. Elsewhere (a pipe, a file): every status on a line of its own, and the download
+// counts on a line of their own at most every two seconds and when a pass has no row left.
 #pragma once
 
+#include <chrono>
 #include <cstdio>
 #include <string>
 
@@ -21,6 +24,9 @@ class RunDisplay {
   // A task finished: its stretch of the bar is full, whatever its weights added up to.
   void CompleteProgress();
   void Status(const std::string& status);
+  // How the downloads stand: rows saved and failed so far in this task, rows of the current pass
+  // still to do, and the bytes saved (for the rate since the task began to fetch).
+  void Transfers(long fetched, long failed, long queued, long long bytes);
   // A line of its own that stays (on a terminal, above the progress line).
   void Note(const std::string& line);
   // Leaves the progress line, so that what follows starts on a fresh line.
@@ -31,6 +37,7 @@ class RunDisplay {
  private:
   void Redraw();
   int Width() const;
+  std::string TransferText() const;
 
   std::FILE* out_;
   bool terminal_;
@@ -38,6 +45,11 @@ class RunDisplay {
   long done_ = 0;
   long max_ = 0;
   std::string status_;
+  using Clock = std::chrono::steady_clock;
+  bool transfers_ = false;
+  long fetched_ = 0, failed_ = 0, queued_ = 0;
+  long long bytes_ = 0;
+  Clock::time_point transfers_began_{}, last_transfer_line_{};
 };
 
 }  // namespace gw::app
