@@ -95,6 +95,10 @@ HttpClientPtr AdvancedDownloadMgr::DownloadFiles(db::Recordset& rsFileList,
         struct Done {
           AdvancedDownloadMgr& m;
           ~Done() {
+            try {
+              m.CommitBatch(true);
+            } catch (const Error&) {
+            }
             m.rs_ = nullptr;
             m.waiting_.clear();
           }
@@ -140,6 +144,7 @@ HttpClientPtr AdvancedDownloadMgr::DownloadFiles(db::Recordset& rsFileList,
         OnStatusChange.Emit("Waiting up to 5 minutes for all threads to complete...", cancel);
         WaitForAllAgentsToExit(milliseconds(300000));
         // The caller goes on with a session that has seen a response; the others are dropped.
+        CommitBatch(true);
         HttpClientPtr result = agents_[0]->Client()->Clone();
         InitializeAgents();
         return result;
@@ -291,6 +296,7 @@ void AdvancedDownloadMgr::DrainWaitingRows(bool& cancel) {
       const auto until = std::chrono::duration_cast<milliseconds>(*next - Clock::now());
       wait = std::clamp(until, milliseconds(1), milliseconds(200));
     }
+    CommitBatch(false);
     WaitAndPump(wait);
     // While sites ask to wait, the host still gets a status now and then to answer.
     if (Clock::now() - last_status >= std::chrono::seconds(1)) {
@@ -308,6 +314,7 @@ void AdvancedDownloadMgr::Throttle() {
   // as soon as it arrives.
   const auto until = Clock::now() + milliseconds(throttle_ms_ / 250 * 250);
   for (auto now = Clock::now(); now < until; now = Clock::now()) {
+    CommitBatch(false);
     WaitAndPump(std::chrono::duration_cast<milliseconds>(until - now));
   }
 }
@@ -324,6 +331,7 @@ DownloadAgent& AdvancedDownloadMgr::GetAvailableAgent(milliseconds timeout) {
                   "Waited " + Seconds(static_cast<long>(timeout.count())) +
                       " seconds for an agent to become available, but timed out.");
     }
+    CommitBatch(false);  // no write lock is held while the run waits
     WaitAndPump(std::min(milliseconds(200), timeout - elapsed));
   }
 }
@@ -337,6 +345,7 @@ bool AdvancedDownloadMgr::WaitForAllAgentsToExit(milliseconds timeout) {
     }
     const auto elapsed = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
     if (elapsed >= timeout) return false;
+    CommitBatch(false);  // no write lock is held while the run waits
     WaitAndPump(std::min(milliseconds(200), timeout - elapsed));
   }
 }
@@ -412,7 +421,30 @@ bool AdvancedDownloadMgr::DownloadWinFile(const std::string& URI, const std::str
   }
 }
 
-void AdvancedDownloadMgr::MoveTo(const Variant& bookmark) { rs_->SetBookmark(bookmark); }
+void AdvancedDownloadMgr::MoveTo(const Variant& bookmark) {
+  BeginBatch();
+  rs_->SetBookmark(bookmark);
+}
+
+void AdvancedDownloadMgr::BeginBatch() {
+  if (batch_ || !rs_) return;
+  db::ConnectionPtr cn = rs_->ActiveConnection();
+  if (!cn) return;
+  try {
+    cn->BeginTrans();
+  } catch (const Error&) {
+    return;  // a store without transactions writes row by row
+  }
+  batch_ = std::move(cn);
+  batch_began_ = Clock::now();
+}
+
+void AdvancedDownloadMgr::CommitBatch(bool force) {
+  if (!batch_ || (!force && Clock::now() - batch_began_ < milliseconds(250))) return;
+  db::ConnectionPtr cn = std::move(batch_);
+  batch_.reset();
+  cn->CommitTrans();
+}
 
 void AdvancedDownloadMgr::MoveBack() {
   if (!main_bookmark_.IsEmpty()) rs_->SetBookmark(main_bookmark_);
@@ -430,6 +462,7 @@ void AdvancedDownloadMgr::LogSuccessfulDownload(const std::string& Destpath,
   rs["copy_try_count"].SetValue(Variant(TriesOf(rs) + 1));
   rs.Update();
   MoveBack();
+  CommitBatch(false);
   OnProgressChange.Emit(1, progress_max_);
   OnRowOutcome.Emit(doc_id, Code, true, bytes);
 }
@@ -460,6 +493,7 @@ void AdvancedDownloadMgr::LogUnsuccessfulDownload(const std::string& StatusText,
   }
   rs.Update();
   MoveBack();
+  CommitBatch(false);
   OnRowOutcome.Emit(doc_id, text, false, bytes);
 }
 

@@ -156,6 +156,11 @@ class AdvancedDownloadMgr : public Object {
   // Moves to `bookmark` for a row write, and back to the main loop's row after it.
   void MoveTo(const Variant& bookmark);
   void MoveBack();
+  // Row writes are committed in batches (at most every 250 ms, and when the pass ends): one
+  // commit per row would bound a pass by the store's commits per second. A run killed in between
+  // leaves those rows open, and the next run tries them again.
+  void BeginBatch();
+  void CommitBatch(bool force);
 
   db::Recordset* rs_ = nullptr;
   Variant main_bookmark_;
@@ -169,6 +174,8 @@ class AdvancedDownloadMgr : public Object {
   std::deque<Pending> waiting_;
   std::chrono::milliseconds agent_timeout_{600000};
   long progress_max_ = 0;
+  db::ConnectionPtr batch_;  // the list's connection while a write batch is open
+  std::chrono::steady_clock::time_point batch_began_{};
   std::vector<ScopedConnection> agent_events_;
 };
 
