@@ -1,12 +1,10 @@
 #include "acquire/uri_list.h"
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 
 #include "acquire/uri_rules.h"
 #include "engine/doc_source.h"
+#include "engine/file_saver.h"
 #include "engine/task.h"
 #include "platform/error.h"
 
@@ -29,30 +27,6 @@ bool AddTo(std::vector<std::pair<std::string, UriListItemPtr>>& items,
   const auto [it, added] = index.emplace(key, items.size());
   if (added) items.emplace_back(key, item);
   return added;
-}
-
-// Writes `text` as the whole content of `path`: into a temporary file beside it, then renamed over
-// it, so that a reader never sees half a list.
-void ReplaceFile(const std::filesystem::path& path, const std::string& text) {
-  std::error_code ec;
-  if (path.has_parent_path()) std::filesystem::create_directories(path.parent_path(), ec);
-  const std::filesystem::path temp = path.string() + ".partial";
-  {
-    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-    if (!out || !out.write(text.data(), static_cast<std::streamsize>(text.size())) ||
-        !out.flush()) {
-      const std::string reason = std::strerror(errno);
-      std::filesystem::remove(temp, ec);
-      throw Error(errnum::kPathFileAccessError, "UriList.WriteToFile",
-                  "Path/File access error: could not write " + path.string() + ": " + reason);
-    }
-  }
-  std::filesystem::rename(temp, path, ec);
-  if (ec) {
-    std::filesystem::remove(temp, ec);
-    throw Error(errnum::kPathFileAccessError, "UriList.WriteToFile",
-                "Path/File access error: could not write " + path.string() + ": " + ec.message());
-  }
 }
 
 }  // namespace
@@ -155,8 +129,15 @@ void UriList::SaveToDB(const std::shared_ptr<Task>& TaskInstance) {
 }
 
 void UriList::WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const {
-  ReportAs("UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)",
-           [&] { ReplaceFile(Filepath, ToString(IncludeSrcUri, isEmail)); });
+  ReportAs("UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)", [&] {
+    // Through a file saver: the old file goes first (Overwrite), so the new one is UTF-16 with a
+    // byte-order mark and always holds the whole list.
+    const std::filesystem::path path = std::filesystem::absolute(Filepath);
+    auto saver = FileSaver::Create();
+    saver->SetRootFolder(path.parent_path().string());
+    saver->SetFileName(path.filename().string());
+    saver->SaveText(ToString(IncludeSrcUri, isEmail), true, isEmail);
+  });
 }
 
 }  // namespace gw

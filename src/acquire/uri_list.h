@@ -79,8 +79,10 @@ class UriList : public Object {
   // them. The task's first document source does it, or one made for the purpose when the task has
   // none.
   void SaveToDB(const std::shared_ptr<Task>& TaskInstance);
-  // Writes `ToString(IncludeSrcUri, isEmail)` to `Filepath`, replacing the file, so that it always
-  // holds the whole list; its folder is made when missing. Reports under
+  // Writes `ToString(IncludeSrcUri, isEmail)` to `Filepath` through a `FileSaver` (its folder as
+  // the root, its name as the file name template), deleting an older file first, so that it always
+  // holds the whole list, as UTF-16 with a byte-order mark; the folder is made when missing.
+  // Reports under
   // "UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)".
   void WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const;
   // Every item and the unsaved ones, each as (key, item) in order.

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "engine/doc_source.h"
 #include "engine/job.h"
 #include "engine/task.h"
+#include "platform/charset.h"
 #include "platform/db/connection.h"
 #include "platform/event_loop.h"
 #include "rules/rules_fixture.h"
@@ -120,12 +122,19 @@ TEST(UriList, TextFormAndFile) {
 
   testing::TempDir dir;
   const auto path = dir / "out" / "emails.txt";
+  // Written by a file saver: a new file, UTF-16 with a byte-order mark.
+  const auto utf16 = [](const std::string& text) {
+    return "\xFF\xFE" + EncodeFromUtf8(text, "UTF-16LE");
+  };
   mails.WriteToFile(path.string(), true, true);
-  EXPECT_EQ(testing::ReadFile(path), mails.ToString(true, true));
+  EXPECT_EQ(testing::ReadFile(path), utf16(mails.ToString(true, true)));
   UriList fewer;
   fewer.Add(web::Uri("mailto:cy@c.test"), "http://c.test/");
   fewer.WriteToFile(path.string(), false, true);  // the file holds the whole new list only
-  EXPECT_EQ(testing::ReadFile(path), "cy@c.test\r\n");
+  EXPECT_EQ(testing::ReadFile(path), utf16("cy@c.test\r\n"));
+  EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "out"),
+                          std::filesystem::directory_iterator{}),
+            1);
 }
 
 class UriListStoreTest : public testing::RulesStoreTest {
