@@ -327,7 +327,7 @@ DownloadAgent& AdvancedDownloadMgr::GetAvailableAgent(milliseconds timeout) {
     }
     const auto elapsed = std::chrono::duration_cast<milliseconds>(Clock::now() - start);
     if (elapsed >= timeout) {
-      throw Error(errnum::kNoAgentAvailable, "AdvancedDownloadMgr.GetAvailableAgent",
+      throw Error(acquireerr::kNoAgentAvailable, "AdvancedDownloadMgr.GetAvailableAgent",
                   "Waited " + Seconds(static_cast<long>(timeout.count())) +
                       " seconds for an agent to become available, but timed out.");
     }
@@ -388,7 +388,7 @@ void AdvancedDownloadMgr::CompleteHttpFileDownload(DownloadAgent& agent) {
     LogSuccessfulDownload(path, agent.RecordPosition(), truncated ? kTruncated : "Success",
                           static_cast<long long>(response->ResponseBody().size()));
   } catch (const Error& e) {
-    if (e.Number() == errnum::kPathTruncated) {
+    if (e.Number() == engineerr::kPathTruncated) {
       LogSuccessfulDownload("", agent.RecordPosition(), kTruncated, 0);
     } else {
       LogUnsuccessfulDownload(e.Description(), agent.RecordPosition(), &agent);

@@ -27,7 +27,7 @@
 // Progress (1, rows x 5) for each saved row.
 //
 // Failures: a row's failure never stops the run. The run stops on cancel, on a recordset failure,
-// or when no agent became free within the agent time-out (0x850660C1).
+// or when no agent became free within the agent time-out (`acquireerr::kNoAgentAvailable`).
 #pragma once
 
 #include <array>
@@ -36,6 +36,7 @@
 #include <memory>
 #include <string>
 
+#include "acquire/failures.h"
 #include "acquire/politeness.h"
 #include "engine/download_manager.h"
 #include "engine/file_saver.h"
@@ -45,10 +46,6 @@
 #include "web/web_form.h"
 
 namespace gw {
-
-namespace errnum {
-inline constexpr ErrorNumber kNoAgentAvailable = 0x850660C1;
-}  // namespace errnum
 
 // One transfer slot: a client, the row it works for, and the failure text of its last request.
 class DownloadAgent : public Object {

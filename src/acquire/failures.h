@@ -13,4 +13,7 @@ inline constexpr ErrorNumber kInvalidUriOperator = 0x84ED63F5;
 // support this property or method").
 inline constexpr ErrorNumber kWebAddressUnavailable = errnum::kNotSupported;
 
+// `AdvancedDownloadMgr`: "Waited <n> seconds for an agent to become available, but timed out."
+inline constexpr ErrorNumber kNoAgentAvailable = 0x850660C1;
+
 }  // namespace gw::acquireerr

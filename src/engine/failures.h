@@ -23,6 +23,12 @@ inline constexpr ErrorNumber kClearRootFolderFailed = 0x801380E9;
 inline constexpr ErrorNumber kNoDocSources = 0x8552A940;          // Validate
 inline constexpr ErrorNumber kSqlSourceUnreachable = 0x81E33591;  // Validate: an sql source
 
+// `FileSaver`.
+// "Could not create folder '<path>'.  Ensure that ..."; source "FileSaver.EnsureFileExists".
+inline constexpr ErrorNumber kCannotCreateFolder = 0x8082B915;
+// A file was saved under a shortened path.
+inline constexpr ErrorNumber kPathTruncated = 0x81DDD045;
+
 // `DocSource`.
 inline constexpr ErrorNumber kNoSuchDocSource = 0xAAB19D7B;     // Load: no row
 inline constexpr ErrorNumber kDuplicateDocSource = 0xAAB19D7C;  // Load: several rows

@@ -371,7 +371,7 @@ std::string FileSaver::EnsureFolderExists(const std::string& FolderPath) {
   std::error_code ec;
   fs::create_directories(FolderPath, ec);
   if (!fs::is_directory(FolderPath, ec)) {
-    throw Error(errnum::kCannotCreateFolder, "FileSaver.EnsureFileExists",
+    throw Error(engineerr::kCannotCreateFolder, "FileSaver.EnsureFileExists",
                 "Could not create folder '" + FolderPath +
                     "'.  Ensure that it is possible to create the folder manually and that "
                     "permissions are set properly.");

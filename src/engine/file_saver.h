@@ -28,7 +28,7 @@
 // name is taken, "a.htm", "a(1).htm", "a(2).htm". Files are written to a temporary name in their
 // folder first and moved to their name only when complete, without replacing anything.
 //
-// Failures: a folder that cannot be made raises `errnum::kCannotCreateFolder`; a file that
+// Failures: a folder that cannot be made raises `engineerr::kCannotCreateFolder`; a file that
 // cannot be written, or a source that cannot be copied, raises 3004 (`errnum::kWriteToFileFailed`);
 // a source that is not a file raises 53 (`errnum::kFileNotFound`). Each reports under
 // "FileSaver.<member>".
@@ -48,6 +48,7 @@
 #include <utility>
 #include <vector>
 
+#include "engine/failures.h"
 #include "infra/xml_serializer.h"
 #include "platform/error.h"
 #include "platform/stream.h"
@@ -57,13 +58,6 @@
 namespace gw {
 
 class Task;
-
-namespace errnum {
-// "Could not create folder '<path>'.  Ensure that ..."; source "FileSaver.EnsureFileExists".
-inline constexpr ErrorNumber kCannotCreateFolder = 0x8082B915;
-// A file was saved under a shortened path.
-inline constexpr ErrorNumber kPathTruncated = 0x81DDD045;
-}  // namespace errnum
 
 class FileSaver : public Object, public ISerializable {
  public:
@@ -114,7 +108,7 @@ class FileSaver : public Object, public ISerializable {
   // $GLEANWRIGHT_HOME/downloads) and the three levels, each ending in "/", cut to 243 characters.
   // A root of "/" gives a path that begins with "/".
   std::string BuildFolderPath();
-  // Makes the folder and its parents; fails with `errnum::kCannotCreateFolder`. Returns it.
+  // Makes the folder and its parents; fails with `engineerr::kCannotCreateFolder`. Returns it.
   std::string EnsureFolderExists(const std::string& FolderPath);
   // True when the last file saved had its folder path or name shortened to fit the limits.
   bool LastPathWasShortened() const noexcept { return shortened_; }

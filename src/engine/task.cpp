@@ -417,7 +417,7 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
     try {
       SaveAsTemplate()->ClearRootFolder();
     } catch (const Error&) {
-      throw Error(errnum::kClearRootFolderFailed, "Task.Execute",
+      throw Error(engineerr::kClearRootFolderFailed, "Task.Execute",
                   "Could not delete all files and folders in the root directory (" +
                       SaveAsTemplate()->RootFolder() +
                       ").  One or may files may be locked by Windows.  Try manually deleting the "

@@ -389,7 +389,7 @@ TEST_F(DownloadTest, NoFreeAgentWithinTheTimeOutEndsTheRun) {
     mgr->DownloadFiles(*rows, saver_, client_);
     FAIL() << "no time-out";
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kNoAgentAvailable);
+    EXPECT_EQ(e.Number(), acquireerr::kNoAgentAvailable);
     EXPECT_NE(
         e.Description().find("Waited 0.3 seconds for an agent to become available, but timed out."),
         std::string::npos)

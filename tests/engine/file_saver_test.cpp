@@ -226,7 +226,7 @@ TEST_F(FileSaverTest, AFolderThatCannotBeMadeIsAFailure) {
     saver_->SaveBytes("x");
     FAIL() << "no failure";
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kCannotCreateFolder);
+    EXPECT_EQ(e.Number(), engineerr::kCannotCreateFolder);
     EXPECT_EQ(e.Source(), "FileSaver.EnsureFileExists");
     EXPECT_NE(
         e.Description().find("Could not create folder '" + (root_ / "file").string() + "/sub/'."),

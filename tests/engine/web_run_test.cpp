@@ -101,7 +101,7 @@ TEST_F(WebRunTest, TheRootFolderIsClearedBeforeTheDownloads) {
     again->Execute();
     ADD_FAILURE() << "no failure";
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kClearRootFolderFailed);
+    EXPECT_EQ(e.Number(), engineerr::kClearRootFolderFailed);
     EXPECT_NE(e.Description().find("root directory (" + folder_.Path().string() + ")"),
               std::string::npos)
         << e.Description();
