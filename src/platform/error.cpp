@@ -4,6 +4,8 @@
 #include <new>
 #include <utility>
 
+#include "platform/db/report_capture.h"
+
 namespace gw {
 
 std::string FormatErrorNumber(ErrorNumber number) {
@@ -37,8 +39,44 @@ void Error::SetDescription(std::string description) {
 }
 
 Error& Error::AddCallStackLine(std::string line) {
-  call_stack_.push_back(std::move(line));
+  ErrorFrame frame;
+  frame.method = std::move(line);
+  return AddFrame(std::move(frame));
+}
+
+Error& Error::AddFrame(ErrorFrame frame) {
+  if (frames_.empty()) first_seen_ = DateTime::Now();
+  call_stack_.push_back(frame.method);
+  frames_.push_back(std::move(frame));
   return *this;
+}
+
+Error& Error::AddFrame(std::string_view log_name, const ArgValues* args, std::string env,
+                       bool close_db) {
+  ErrorFrame frame;
+  frame.method = std::string(log_name);
+  frame.env = std::move(env);
+  if (args) {
+    // A planned failure of the application builds no report, so its values are not written.
+    // Writing a value must never replace the failure being reported.
+    if (!IsApplicationError(number_)) {
+      try {
+        args->Format(frame.values);
+      } catch (const std::exception& e) {
+        frame.values.clear();
+        frame.values_failure = e.what();
+      } catch (...) {
+        frame.values.clear();
+        frame.values_failure = "unknown failure";
+      }
+    }
+    if (!args->DbObject().Empty()) {
+      DbObjectRef ref = args->DbObject();
+      ref.close = ref.close || close_db;
+      db::CaptureForReport(ref, !IsApplicationError(number_), frame);
+    }
+  }
+  return AddFrame(std::move(frame));
 }
 
 std::string Error::NumberText() const { return FormatErrorNumber(number_); }
@@ -72,20 +110,45 @@ Error Status::ToError() const {
   return Error(number_, source_, description_, help_file_, help_context_);
 }
 
-void RethrowWithCallStack(std::string_view log_name) {
+namespace {
+
+[[noreturn]] void Rethrow(std::string_view log_name, const ArgValues* args) {
   try {
     throw;
   } catch (Error& e) {
-    e.AddCallStackLine(std::string(log_name));
+    e.AddFrame(log_name, args);
     throw;
   } catch (const std::bad_alloc&) {
     Error e(errnum::kOutOfMemory, std::string(log_name), "Out of memory");
-    e.AddCallStackLine(std::string(log_name));
+    e.AddFrame(log_name, args);
     throw e;
   } catch (const std::exception& ex) {
     Error e(errnum::kProviderError, std::string(log_name), ex.what());
-    e.AddCallStackLine(std::string(log_name));
+    e.AddFrame(log_name, args);
     throw e;
+  }
+}
+
+}  // namespace
+
+void RethrowWithCallStack(std::string_view log_name) { Rethrow(log_name, nullptr); }
+
+void RethrowWithCallStack(std::string_view log_name, const ArgValues& args) {
+  Rethrow(log_name, &args);
+}
+
+std::optional<Error> CurrentError(std::string_view source) {
+  if (!std::current_exception()) return std::nullopt;
+  try {
+    throw;
+  } catch (const Error& e) {
+    return e;
+  } catch (const std::bad_alloc&) {
+    return Error(7, std::string(source), "Out of memory");
+  } catch (const std::exception& ex) {
+    return Error(errnum::kProviderError, std::string(source), ex.what());
+  } catch (...) {
+    return Error(errnum::kProviderError, std::string(source), "Unknown failure");
   }
 }
 

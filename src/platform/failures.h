@@ -52,7 +52,18 @@ inline constexpr ErrorNumber kProviderNotFound = 0x800A0E7A;  // no driver for t
 inline constexpr ErrorNumber kSyntaxError = 0x80040E14;       // statement refused by the store
 // The stream's names for ADO's numbers.
 inline constexpr ErrorNumber kStreamClosed = kObjectClosed;
+// The number of a failure whose own number was lost; also the first of the application's own
+// numbers ("ERR_GENERAL", "ERRMAP_APP_FIRST").
+inline constexpr ErrorNumber kErrGeneral = 0x8004144E;
+// Planned failures of the application (a refusal a user is meant to read as it stands) lie in
+// this range: they travel without a report.
+inline constexpr ErrorNumber kAppRangeFirst = 0x80041065;
+inline constexpr ErrorNumber kAppRangeLast = 0x8004144D;
 }  // namespace errnum
+
+inline constexpr bool IsApplicationError(ErrorNumber number) noexcept {
+  return number >= errnum::kAppRangeFirst && number <= errnum::kAppRangeLast;
+}
 
 namespace db::dberr {
 inline constexpr ErrorNumber kObjectClosed = errnum::kObjectClosed;

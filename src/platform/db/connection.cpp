@@ -81,6 +81,17 @@ void RegisterBuiltins() {
 }
 }  // namespace
 
+template <typename Op>
+decltype(auto) Connection::Recording(Op&& op) {
+  errors_.clear();
+  try {
+    return op();
+  } catch (const Error& e) {
+    errors_.push_back(e.Description());
+    throw;
+  }
+}
+
 std::shared_ptr<Connection> Connection::Create() {
   return std::shared_ptr<Connection>(new Connection());
 }
@@ -118,7 +129,7 @@ void Connection::Open(std::string_view cn_str, std::string_view user, std::strin
   if (!cn_str.empty()) props_ = ConnectionProperties::Parse(cn_str);
   if (!user.empty()) props_.Set("User ID", user);
   if (!password.empty()) props_.Set("Password", password);
-  driver_ = OpenDriver(props_);
+  Recording([&] { driver_ = OpenDriver(props_); });
 }
 
 void Connection::OpenPooled(std::string_view cn_str) {
@@ -172,20 +183,28 @@ std::shared_ptr<Recordset> Connection::Execute(std::string_view sql, long* recor
 std::shared_ptr<Recordset> Connection::Execute(std::string_view sql,
                                                std::span<const Variant> params,
                                                long* records_affected) {
-  ResultSet result = GetDriver().Execute(sql, params);
+  ResultSet result = Recording([&] { return GetDriver().Execute(sql, params); });
   if (records_affected) *records_affected = static_cast<long>(result.rows_affected);
   if (!result.has_columns) return Recordset::Create();
   return Recordset::FromResult(std::move(result));
 }
 
 long long Connection::ExecuteNonQuery(std::string_view sql, std::span<const Variant> params) {
-  return GetDriver().Execute(sql, params).rows_affected;
+  return Recording([&] { return GetDriver().Execute(sql, params).rows_affected; });
 }
 
-void Connection::ExecuteScript(std::string_view sql) { GetDriver().ExecuteScript(sql); }
+void Connection::ExecuteScript(std::string_view sql) {
+  Recording([&] { GetDriver().ExecuteScript(sql); });
+}
 
-void Connection::BeginTrans() { GetDriver().Begin(); }
-void Connection::CommitTrans() { GetDriver().Commit(); }
-void Connection::RollbackTrans() { GetDriver().Rollback(); }
+void Connection::BeginTrans() {
+  Recording([&] { GetDriver().Begin(); });
+}
+void Connection::CommitTrans() {
+  Recording([&] { GetDriver().Commit(); });
+}
+void Connection::RollbackTrans() {
+  Recording([&] { GetDriver().Rollback(); });
+}
 
 }  // namespace gw::db

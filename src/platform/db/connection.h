@@ -5,6 +5,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "platform/db/connection_string.h"
 #include "platform/db/driver.h"
@@ -47,6 +48,13 @@ class Connection : public Object {
   void Close();
   bool IsOpen() const { return driver_ != nullptr; }
   ObjectState State() const { return IsOpen() ? ObjectState::Open : ObjectState::Closed; }
+  // A transaction begun with `BeginTrans` (or the write batch's, when pooled) is open.
+  bool InTransaction() const { return driver_ != nullptr && driver_->InTransaction(); }
+  // The connection is a write batch's (see `OpenPooled`).
+  bool IsPooled() const noexcept { return pooled_; }
+  // The driver's errors of the last operation that failed on this connection (ADO's `Errors`):
+  // cleared when an operation begins, so empty after one that succeeded.
+  const std::vector<std::string>& Errors() const noexcept { return errors_; }
 
   int CommandTimeout() const { return command_timeout_; }
   void SetCommandTimeout(int seconds) { command_timeout_ = seconds; }
@@ -71,12 +79,16 @@ class Connection : public Object {
 
  private:
   Connection() = default;
+  // Runs one operation, keeping the text of its failure in `errors_`.
+  template <typename Op>
+  decltype(auto) Recording(Op&& op);
 
   ConnectionProperties props_;
   // Shared with the write batch when pooled.
   std::shared_ptr<Driver> driver_;
   bool pooled_ = false;
   int command_timeout_ = 30;
+  std::vector<std::string> errors_;
 };
 
 using ConnectionPtr = std::shared_ptr<Connection>;

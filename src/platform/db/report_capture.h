@@ -1,0 +1,21 @@
+// What an error report takes of a database object as the error passes the handler that named it
+// (see `Args(...).Db(...)` in platform/report_args.h).
+#pragma once
+
+#include <string>
+
+#include "platform/error.h"
+
+namespace gw::db {
+
+// With `describe`, fills `frame.db` with the object's facts (type, connection string with its
+// passwords masked, state, the driver's errors). Then releases what the failure holds: an open
+// transaction on the object's connection is rolled back, and with `ref.close` the connection is
+// closed; each attempt and its outcome become a line of `frame.released`. Never throws.
+void CaptureForReport(const DbObjectRef& ref, bool describe, ErrorFrame& frame) noexcept;
+
+// The drivers of the database layer and their library versions, for reports:
+// "SQLite 3.40.1; MariaDB Connector/C 3.3.8; libxlsxwriter 1.1.4".
+std::string DatabaseLayerVersion();
+
+}  // namespace gw::db
