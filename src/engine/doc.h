@@ -52,10 +52,9 @@ class Doc : public Object, public IDoc {
   // not. The run records it on the document and does not extract it.
   Status CheckReadable() const;
 
-  // ---- inside the library ----
-  void SetCopyCompleteTime(DateTime v) { copy_complete_time_ = v; }
-
  private:
+  friend class Docs;
+  void SetCopyCompleteTime(DateTime v) { copy_complete_time_ = v; }
   Doc() = default;
 
   std::string doc_id_;

@@ -65,10 +65,18 @@ class DocSource : public Object {
   const std::string& DocSrcId() const { return doc_src_id_; }
   void SetDocSrcId(std::string v) { doc_src_id_ = std::move(v); }
 
-  // ---- inside the library ----
   // The back reference, which `DocSources::Add` sets.
   void SetTask(const std::shared_ptr<Task>& task);
 
+  // The same for the addresses of a link list (the unsaved links of a `UriList`, which the
+  // acquisition layer hands over as their addresses): one "Queued" row per non-empty address, in
+  // order, yielding before each. All rows are written in one transaction on the rules store (the
+  // caller's, when one is active), whatever their number.
+  void BuildDocTableFromURIListObject(const std::vector<std::string>& UriListObj);
+
+ private:
+  friend class DocSources;
+  friend class Task;
   // The marker that stands for `Source` as the path to read.
   static constexpr const char* kPathNotSpecified = ":::Not_Specified:::";
   // The list of a path (`prmPathOverride`, or `Source` for the marker), one field "URI"
@@ -84,13 +92,6 @@ class DocSource : public Object {
   // `task_instance_docs` per address that is neither null nor empty, with a new document id, in
   // list order, yielding to the host before each. An address listed twice is queued twice.
   void BuildDocTableFromURIList();
-  // The same for the addresses of a link list (the unsaved links of a `UriList`, which the
-  // acquisition layer hands over as their addresses): one "Queued" row per non-empty address, in
-  // order, yielding before each. All rows are written in one transaction on the rules store (the
-  // caller's, when one is active), whatever their number.
-  void BuildDocTableFromURIListObject(const std::vector<std::string>& UriListObj);
-
- private:
   DocSource() = default;
 
   std::string doc_src_id_;

@@ -120,19 +120,8 @@ class Job : public Object {
   void SetCompleteCode(std::int16_t v) { complete_code_ = v; }
   bool IsInstance() const { return is_instance_; }
 
-  // ---- inside the library ----
+  // Marks the object as a run's copy (a running package), as `CreateInstance` does.
   void SetIsInstance(bool v) { is_instance_ = v; }
-  // Loads every task and its document sources.
-  void EnsureDeepLoad();
-  // Removes every task row (`DJob::DeleteAllTasks`).
-  void DeleteAllTasks();
-  // Fails with 0x8552A95B for a package without tasks; then, for each task in order, status
-  // "Validating Task <name>...", leaving the loop when `flgCancel` is set, and `Task::Validate`.
-  void Validate(bool& flgCancel);
-  // The target of a goto: a `path` source's `Source` when it is numeric (trimmed, rounded to an
-  // integer); for an `sql` source the first column of the first row of its query, likewise; 0
-  // otherwise.
-  long GetGotoTaskNumber(DocSource& DocSrc);
 
   // ---- events ----
   Signal<long, long> OnMajorProgressChange;  // the executing task's
@@ -152,6 +141,18 @@ class Job : public Object {
   Signal<const std::string&, const DateTime&> OnJobExecuteBegin;     // (JobId, StartTime)
 
  private:
+  // Loads every task and its document sources.
+  void EnsureDeepLoad();
+  // Removes every task row (`DJob::DeleteAllTasks`).
+  void DeleteAllTasks();
+  // Fails with 0x8552A95B for a package without tasks; then, for each task in order, status
+  // "Validating Task <name>...", leaving the loop when `flgCancel` is set, and `Task::Validate`.
+  void Validate(bool& flgCancel);
+  // The target of a goto: a `path` source's `Source` when it is numeric (trimmed, rounded to an
+  // integer); for an `sql` source the first column of the first row of its query, likewise; 0
+  // otherwise.
+  long GetGotoTaskNumber(DocSource& DocSrc);
+
   Job();
   // Makes `task` the executing task: its events are forwarded from now until the next one.
   void SetExecutingTask(const TaskPtr& task);

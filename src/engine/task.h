@@ -222,13 +222,15 @@ class Task : public Object, public ISerializable {
   Signal<> OnExtractionComplete;
   Signal<> OnExecuteComplete;
 
-  // ---- inside the library ----
-  void SetJob(const std::shared_ptr<Job>& job);
   void SetTaskId(std::string id) { task_id_ = std::move(id); }
+  // Marks the object as a run's copy, as `CreateInstance` does.
   void SetIsInstance(bool v) { is_instance_ = v; }
-  void SetIsDirty(bool v) { is_dirty_ = v; }
 
  private:
+  friend class Job;
+  friend class Tasks;
+  void SetJob(const std::shared_ptr<Job>& job);
+  void SetIsDirty(bool v) { is_dirty_ = v; }
   Task();
   void Touch() { is_dirty_ = true; }
   std::shared_ptr<Task> Self() { return std::static_pointer_cast<Task>(shared_from_this()); }

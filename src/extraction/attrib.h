@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "extraction/skip_map.h"
 #include "extraction/token_type.h"
 #include "filters/column_filter.h"
 #include "platform/collection.h"
@@ -101,18 +102,20 @@ class Attrib : public Object {
          std::string_view>
       OnParserAction;
 
-  // ---- inside the library ----
+  const std::string& EntityId() const { return entity_id_; }
+  void SetEntityId(std::string value) { SetProperty(entity_id_, std::move(value), is_dirty_); }
+
+ private:
+  friend class Attributes;
+  friend class Entity;
+  // The skip-map trials cut fields as rows do (entity_internal.h).
+  friend float TrySkipMap(Entity& entity, const SkipMap& skip_map, std::string_view SrcText);
+  Attrib();
   std::string FilterAsColumnType(std::string_view rawText);
   // The owner, as a back reference.
   void SetEntity(const std::shared_ptr<Entity>& entity);
-  const std::string& EntityId() const { return entity_id_; }
-  void SetEntityId(std::string value) { SetProperty(entity_id_, std::move(value), is_dirty_); }
   void SetExtraction(std::string_view value);
   void SetId(std::string value) { id_ = std::move(value); }
-
- private:
-  friend class Entity;
-  Attrib();
   // `Extract` without the copy: the value stays in `extraction_`; null on a soft failure.
   const std::string* Cut(std::string_view& SrcHTML, Status& status);
   void RaiseParserAction(TokenTypeEnum type, long start_index, std::string_view value,
@@ -162,10 +165,11 @@ class Attributes {
   auto end() const { return items_.end(); }
 
   std::shared_ptr<Entity> GetEntity() const { return entity_.lock(); }
-  // ---- inside the library ----
-  void SetEntity(const std::weak_ptr<Entity>& entity) { entity_ = entity; }
 
  private:
+  friend class Entity;
+  void SetEntity(const std::weak_ptr<Entity>& entity) { entity_ = entity; }
+
   Collection<AttribPtr> items_;
   std::weak_ptr<Entity> entity_;
 };

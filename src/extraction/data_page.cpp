@@ -139,7 +139,7 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
       const PageScan scan = PageScan::Begin(page, row_sink_ ? row_sink_.get() : &DefaultRowSink());
       const long progress_max = roots.GetOccurCounts(rest);
       long position = 0;
-      EntityPtr next = roots.FirstInStr(rest, position, &scan);
+      EntityPtr next = FirstInStr(roots, rest, position, &scan);
       while (next) {
         DoEvents();
         const std::size_t before = rest.size();
@@ -153,7 +153,7 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
         if (rest.size() == before) rest = DropFirstCharacter(rest, after);
         if (StaticColumns) ApplyStaticColumns(*StaticColumns, *next);
         if (const auto& row = next->Extraction()) row->SetActiveConnection(nullptr);
-        next = roots.FirstInStr(rest, position, &scan);
+        next = FirstInStr(roots, rest, position, &scan);
         OnProgressChange.Emit(1, progress_max);
         DoEvents();
       }

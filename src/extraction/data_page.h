@@ -122,10 +122,7 @@ class DataPage : public Object {
   void SetRowSink(std::shared_ptr<RowSink> sink) { row_sink_ = std::move(sink); }
   const std::shared_ptr<RowSink>& GetRowSink() const { return row_sink_; }
 
-  // ---- inside the library ----
   void SetId(std::string value) { id_ = std::move(value); }
-  // Reads the root datasets afresh from the rules store.
-  void SetRootEntitiesFromDB();
   // Drops the target database (`Database.Drop`) named by `OverrideDBName`, or by `DBName`.
   void DropDB(std::string_view DBConnStr, std::string_view OverrideDBName = {});
   // Empties the table of every dataset of the page.
@@ -133,6 +130,8 @@ class DataPage : public Object {
 
  private:
   DataPage();
+  // Reads the root datasets afresh from the rules store.
+  void SetRootEntitiesFromDB();
   void ApplyStaticColumns(db::Recordset& static_columns, Entity& entity);
 
   std::string id_;

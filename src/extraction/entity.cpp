@@ -41,21 +41,6 @@ long Entities::GetOccurCounts(std::string_view SrcText) {
   return sum;
 }
 
-EntityPtr Entities::FirstInStr(std::string_view SrcHTML, long& position,
-                               const PageScan* scan) const {
-  EntityPtr first;
-  std::size_t first_hit = text::npos;
-  for (const EntityPtr& e : items_) {
-    const std::size_t hit = e->init_finder_.Find(scan, SrcHTML);
-    if (hit != text::npos && (first_hit == text::npos || hit < first_hit)) {
-      first = e;
-      first_hit = hit;
-    }
-  }
-  position = first ? static_cast<long>(first_hit + 1) : 0;
-  return first;
-}
-
 void Entities::ResetMetadata() {
   for (const EntityPtr& e : items_) e->SetMetadata(nullptr);
 }
@@ -334,48 +319,47 @@ void Entity::SetSelectedMetaFields(MetaFieldsPtr fields) {
 
 // ---- Entity: where a row begins and ends ------------------------------------------------------
 
-std::vector<long> Entity::GetEntStartingPoints(std::string_view SrcText, long MaxCount,
-                                               const PageScan* scan) const {
-  return init_finder_.StartingPoints(scan, SrcText, MaxCount);
-}
-
-std::string_view Entity::GetCurrentEntText(std::string_view SrcText, const PageScan* scan) const {
+std::string_view CurrentRowText(const Entity& entity, std::string_view SrcText,
+                                const PageScan* scan) {
   // The first two starting points, without building the list.
-  const std::size_t first = init_finder_.Find(scan, SrcText);
+  const std::size_t first = entity.init_finder_.Find(scan, SrcText);
   if (first == text::npos) return SrcText;
-  const std::size_t second = init_finder_.Find(scan, SrcText, first + 1);
+  const std::size_t second = entity.init_finder_.Find(scan, SrcText, first + 1);
   if (second == text::npos) return SrcText;
   return SrcText.substr(first, second - first);
+}
+
+EntityPtr FirstInStr(const Entities& entities, std::string_view SrcHTML, long& position,
+                     const PageScan* scan) {
+  EntityPtr first;
+  std::size_t first_hit = text::npos;
+  for (const EntityPtr& e : entities) {
+    const std::size_t hit = e->init_finder_.Find(scan, SrcHTML);
+    if (hit != text::npos && (first_hit == text::npos || hit < first_hit)) {
+      first = e;
+      first_hit = hit;
+    }
+  }
+  position = first ? static_cast<long>(first_hit + 1) : 0;
+  return first;
 }
 
 long Entity::GetOccurCount(std::string_view Text) const {
   return CString::CountNoCase(Text, InitString(), -1);
 }
 
-// ---- Entity: skip maps ----------------------------------------------------------------------
+// ---- skip maps -------------------------------------------------------------------------------
 
-SkipMap Entity::GetBaseSkipMap() {
-  SkipMap base;
-  for (const AttribPtr& a : GetAttributes()) {
-    if (a->IsOptional()) base.push_back(SkipItem{a->Step(), false});
-  }
-  return base;
-}
-
-float Entity::CalcSuccessCoefficient(std::int32_t ErrCount, std::int32_t MinFailedStep) {
-  return gw::CalcSuccessCoefficient(ErrCount, MinFailedStep,
-                                    static_cast<std::int32_t>(GetAttributes().Count()));
-}
-
-float Entity::TrySkipMap(const SkipMap& skip_map, std::string_view SrcText) {
+float TrySkipMap(Entity& entity, const SkipMap& skip_map, std::string_view SrcText) {
   try {
     std::string_view rest = SrcText;
-    const std::size_t p = init_finder_.Find(nullptr, rest);
+    const std::size_t p = entity.init_finder_.Find(nullptr, rest);
     if (p != text::npos) rest.remove_prefix(p);
     std::int32_t err_count = 0;
     std::int32_t min_failed_step = 0;
     Status status;
-    for (const AttribPtr& field : GetAttributes()) {
+    Attributes& fields = entity.GetAttributes();
+    for (const AttribPtr& field : fields) {
       if (IsSkipStep(field->Step(), skip_map)) continue;
       field->Cut(rest, status);
       if (!status.Ok()) {
@@ -385,16 +369,21 @@ float Entity::TrySkipMap(const SkipMap& skip_map, std::string_view SrcText) {
         }
       }
     }
-    return CalcSuccessCoefficient(err_count, min_failed_step);
+    return CalcSuccessCoefficient(err_count, min_failed_step,
+                                  static_cast<std::int32_t>(fields.Count()));
   } catch (const Error&) {
     return kFailedTrialCoefficient;
   }
 }
 
-SkipMap Entity::FindBestSkipMap(std::string_view SrcText, float& Coefficient,
-                                const PageScan* scan) {
-  const std::string_view row = GetCurrentEntText(SrcText, scan);
-  SkipMap base = GetBaseSkipMap();
+SkipMap FindBestSkipMap(Entity& entity, std::string_view SrcText, float& Coefficient,
+                        const PageScan* scan) {
+  const std::string_view row = CurrentRowText(entity, SrcText, scan);
+  // One record per optional field, in field order.
+  SkipMap base;
+  for (const AttribPtr& a : entity.GetAttributes()) {
+    if (a->IsOptional()) base.push_back(SkipItem{a->Step(), false});
+  }
   // The number of combinations must fit a 32-bit integer.
   if (base.size() >= 31) throw Error(errnum::kOverflow, "Entity.FindBestSkipMap", "Overflow");
   const std::int32_t combinations = std::int32_t{1} << base.size();
@@ -402,7 +391,7 @@ SkipMap Entity::FindBestSkipMap(std::string_view SrcText, float& Coefficient,
   SkipMap best_map;
   for (std::int32_t bit_map = 0; bit_map < combinations; ++bit_map) {
     GetSkipMap(bit_map, base);
-    const float c = TrySkipMap(base, row);
+    const float c = TrySkipMap(entity, base, row);
     // Only a strictly better score replaces the best: ties go to the lowest bit pattern.
     if (best == -1 || c < best) {
       best = c;

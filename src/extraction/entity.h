@@ -69,12 +69,9 @@ class Entities {
   auto begin() const { return items_.begin(); }
   auto end() const { return items_.end(); }
 
-  // ---- inside the library ----
-  // The dataset whose initialization string occurs first in `SrcHTML` (the earlier one in the
-  // collection on a tie) and its 1-based position; null and 0 when none occurs. `scan`, when
-  // given, is the page that `SrcHTML` is a view into.
-  EntityPtr FirstInStr(std::string_view SrcHTML, long& position,
-                       const PageScan* scan = nullptr) const;
+ private:
+  friend class DataPage;
+  friend class Entity;
   // Clears every dataset's `Metadata`.
   void ResetMetadata();
   // `ResetMetadata`, then registers every dataset's (new) `Metadata` with `prmMetaDoc`, replacing
@@ -85,7 +82,6 @@ class Entities {
   // Adds datasets read from the rules store, each keyed by its id, and leaves them clean.
   void AddLoaded(const std::vector<EntityPtr>& loaded);
 
- private:
   Collection<EntityPtr> items_;
   std::weak_ptr<Entity> parent_;
   std::weak_ptr<DataPage> page_;
@@ -198,7 +194,28 @@ class Entity : public Object {
   // column, a refused value or a refused `Update`.
   const Status& PendingFailure() const { return pending_; }
 
-  // ---- inside the library ----
+  // Empties this dataset's table (`Tbl.DeleteAllRows` on `DBConnStr`).
+  void DeleteExistingTableData();
+  void SetDatapageId(std::string value) { SetProperty(datapage_id_, std::move(value), is_dirty_); }
+  void SetParentEntityID(std::string value) {
+    SetProperty(parent_entity_id_, std::move(value), is_dirty_);
+  }
+  void SetSelectedMetaFields(MetaFieldsPtr fields);
+
+ private:
+  friend class Attrib;
+  friend class DataPage;
+  friend class Entities;
+  Entity();
+
+  // What the extraction library's own code uses: the datapage and the fields reach these, and
+  // the row searches and the skip-map search of entity_internal.h.
+  friend std::string_view CurrentRowText(const Entity& entity, std::string_view SrcText,
+                                         const PageScan* scan);
+  friend float TrySkipMap(Entity& entity, const SkipMap& skip_map, std::string_view SrcText);
+  friend EntityPtr FirstInStr(const Entities& entities, std::string_view SrcHTML, long& position,
+                              const PageScan* scan);
+
   // One row, on a view into the page that `scan` names: `SrcHTML` moves forward.
   void ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool UseTmpTbls,
                   std::string_view OverrideConnStr, std::string_view UniqueTblPrefix,
@@ -212,44 +229,15 @@ class Entity : public Object {
   // name, cut to the column's width; fields without a column are passed over.
   void FillRSMetaFields(SinkRow& row);
   static bool IsFieldInRecordset(std::string_view FieldName, SinkRow& row);
-  // The 1-based positions of `InitString` in `SrcText`, overlapping ones included; at most
-  // `MaxCount` when that is above 0.
-  std::vector<long> GetEntStartingPoints(std::string_view SrcText, long MaxCount,
-                                         const PageScan* scan = nullptr) const;
-  // The text of the current row: from the first occurrence of `InitString` up to the second, or
-  // all of `SrcText` with fewer than two.
-  std::string_view GetCurrentEntText(std::string_view SrcText,
-                                     const PageScan* scan = nullptr) const;
   // The occurrences of `InitString` in `Text`, overlapping ones included, counted as
   // `CString.GetFindCount` counts (no limit).
   long GetOccurCount(std::string_view Text) const;
-  void CalcAttributeOrder() {}
-  // Empties this dataset's table (`Tbl.DeleteAllRows` on `DBConnStr`).
-  void DeleteExistingTableData();
   // What the target store needs to build this dataset's table. Probes the parent as
   // `CreateTable` does; a parent whose key is a field that no field of the parent carries fails
   // with 91.
   TableDescription DescribeTable();
-
-  // Skip maps (see skip_map.h).
-  SkipMap GetBaseSkipMap();
-  float CalcSuccessCoefficient(std::int32_t ErrCount, std::int32_t MinFailedStep);
-  // Cuts the fields of `SrcText` (its own copy: nothing reaches the real row) leaving out those
-  // the map skips, and scores the result.
-  float TrySkipMap(const SkipMap& skip_map, std::string_view SrcText);
-  // Tries every combination of skipped optional fields on the current row of `SrcText`, lowest
-  // bit pattern first, and returns the first one with the lowest score; stops at a score of 0.
-  // Fails with 6 (overflow) at 31 optional fields or more.
-  SkipMap FindBestSkipMap(std::string_view SrcText, float& Coefficient,
-                          const PageScan* scan = nullptr);
-
   void SetMetadata(MetaEntityPtr metadata) { metadata_ = std::move(metadata); }
-  void SetDatapageId(std::string value) { SetProperty(datapage_id_, std::move(value), is_dirty_); }
-  void SetParentEntityID(std::string value) {
-    SetProperty(parent_entity_id_, std::move(value), is_dirty_);
-  }
   void SetDataPage(const std::shared_ptr<DataPage>& page);
-  void SetSelectedMetaFields(MetaFieldsPtr fields);
   // `SelectedMetaFields` from the rules store: the columns selected by default, or those stored
   // for this dataset. A dataset made in memory starts with none, so that extraction needs no
   // rules store.
@@ -259,12 +247,6 @@ class Entity : public Object {
   void SetExtraction(std::shared_ptr<db::Recordset> rs) { extraction_ = std::move(rs); }
   // The datapage if one is set or was made, without making one.
   std::shared_ptr<DataPage> DataPageIfSet() const;
-
- private:
-  friend class Attrib;
-  friend class DataPage;
-  friend class Entities;
-  Entity();
 
   // The pieces of `ExtractRow`, in their order (row.cpp).
   struct RowTarget {

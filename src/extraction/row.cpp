@@ -135,8 +135,8 @@ void Entity::ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool Us
 
     // Trials are silent: no field is linked while the skip map is searched.
     float coefficient = 0;
-    const SkipMap skip_map = FindBestSkipMap(text, coefficient, &scan);
-    std::string_view row_text = GetCurrentEntText(text, &scan);
+    const SkipMap skip_map = FindBestSkipMap(*this, text, coefficient, &scan);
+    std::string_view row_text = CurrentRowText(*this, text, &scan);
     text.remove_prefix(row_text.size());
 
     // A lost row (a missing column) is not written and has no children; its text stays consumed.
@@ -258,8 +258,8 @@ void Entity::ExtractChildEntities(const PageScan& scan, std::string_view& sSrcHT
 
   long child_pos = 0;
   long root_pos = 0;
-  EntityPtr child = children.FirstInStr(sSrcHTML, child_pos, &scan);
-  roots.FirstInStr(sSrcHTML, root_pos, &scan);
+  EntityPtr child = FirstInStr(children, sSrcHTML, child_pos, &scan);
+  FirstInStr(roots, sSrcHTML, root_pos, &scan);
   // The next root row comes first: these children belong to it.
   if (child_pos <= 0 || (root_pos > 0 && root_pos <= child_pos)) return;
   while (child) {
@@ -272,8 +272,8 @@ void Entity::ExtractChildEntities(const PageScan& scan, std::string_view& sSrcHT
     // the first character of its occurrence, as the datapage does for root rows.
     if (sSrcHTML.size() == before) sSrcHTML = DropFirstCharacter(sSrcHTML, after);
     DoEvents();
-    roots.FirstInStr(sSrcHTML, root_pos, &scan);
-    child = children.FirstInStr(sSrcHTML, child_pos, &scan);
+    FirstInStr(roots, sSrcHTML, root_pos, &scan);
+    child = FirstInStr(children, sSrcHTML, child_pos, &scan);
     if (root_pos >= 1 && root_pos <= child_pos) break;
     DoEvents();
   }

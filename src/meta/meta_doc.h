@@ -59,10 +59,9 @@ class MetaDoc : public Object {
   const std::string& SourceUri() const { return source_uri_; }
   void SetSourceUri(std::string v) { source_uri_ = std::move(v); }
 
-  // ---- inside the library ----
-  void SetMetaTask(const std::shared_ptr<MetaTask>& task) { meta_task_ = task; }
-
  private:
+  friend class MetaDocs;
+  void SetMetaTask(const std::shared_ptr<MetaTask>& task) { meta_task_ = task; }
   MetaEntities meta_entities_;
   std::weak_ptr<MetaTask> meta_task_;
   std::string datapage_id_;

@@ -1,7 +1,7 @@
 // What one dataset did on one document: how often its initialization string occurred, how many
 // rows it wrote, how many of its fields failed, and the order numbers that custom columns record.
 //
-// The counters change only through the library-internal operations below, which the extraction
+// The counters change only through the operations marked below, which the extraction
 // engine calls while it cuts rows. The dataset's success code is chosen by the rules store from
 // `ExtractionPct` at every read (`usp_Meta_GetEntitySuccessCode`), never cached.
 #pragma once
@@ -47,7 +47,7 @@ class MetaEntity : public Object {
   // The on-page order counter: rows of this dataset so far on the document.
   long OnPageOrder() const { return on_page_order_; }
 
-  // ---- inside the library ----
+  // ---- what the extraction engine counts while it cuts rows ----
   void SetEntityId(std::string id) { entity_id_ = std::move(id); }
   void SetMetaDoc(const std::shared_ptr<MetaDoc>& doc) { meta_doc_ = doc; }
   void SetOccurCount(long count) { occur_count_ = count; }

@@ -4,6 +4,7 @@
 
 #include <tuple>
 
+#include "extraction/entity_internal.h"
 #include "extraction_fixture.h"
 
 namespace gw::extraction_test {
@@ -210,11 +211,11 @@ TEST(Entities, FirstInStrPrefersTheEarliestOccurrenceAndTheEarlierEntityOnATie) 
   auto tie_first = make("<b");
   auto tie_second = make("<B>");
   long position = -1;
-  EXPECT_EQ(roots.FirstInStr("..<b>..<z>", position), tie_first);
+  EXPECT_EQ(FirstInStr(roots, "..<b>..<z>", position, nullptr), tie_first);
   EXPECT_EQ(position, 3);
-  EXPECT_EQ(roots.FirstInStr("..<z>", position), far);
+  EXPECT_EQ(FirstInStr(roots, "..<z>", position, nullptr), far);
   EXPECT_EQ(position, 3);
-  EXPECT_EQ(roots.FirstInStr("nothing", position), nullptr);
+  EXPECT_EQ(FirstInStr(roots, "nothing", position, nullptr), nullptr);
   EXPECT_EQ(position, 0);
   EXPECT_EQ(tie_second->GetDataPage(), page);
 }

@@ -48,9 +48,11 @@ TEST(AttribExtract, AnEndTagCanBeTheNextFieldsStartTag) {
 
 TEST(AttribExtract, AnEmptyValueIsASuccess) {
   auto a = Field("<b>", "</b>");
-  a->SetExtraction("old");
-  std::string text = "x<b></b>y";
+  std::string earlier = "<b>old</b>";
   Status status(1, "s", "stale");
+  a->Extract(earlier, status);
+  std::string text = "x<b></b>y";
+  status = Status(1, "s", "stale");
   EXPECT_EQ(a->Extract(text, status), "");
   EXPECT_EQ(status.Number(), 0u);
   EXPECT_EQ(a->Extraction(), "");
@@ -74,9 +76,10 @@ TEST(AttribExtract, AMissingTagIsASoftFailureThatLeavesTheTextAlone) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
     auto a = Field("<b>", "</b>");
-    a->SetExtraction("previous");
-    std::string text = c.text;
+    std::string earlier = "<b>previous</b>";
     Status status;
+    ASSERT_EQ(a->Extract(earlier, status), "previous");
+    std::string text = c.text;
     EXPECT_EQ(a->Extract(text, status), "");
     EXPECT_EQ(status.Number(), c.number);
     EXPECT_EQ(status.Source(), "Attrib.Extract");

@@ -5,6 +5,7 @@
 #include <random>
 
 #include "extraction/entity.h"
+#include "extraction/entity_internal.h"
 #include "extraction/text_search.h"
 #include "extraction_fixture.h"
 
@@ -12,13 +13,13 @@ namespace gw::extraction_test {
 namespace {
 
 TEST(StartingPoints, OccurrencesMayOverlapAndMaxCountLimitsThem) {
+  const InitStringFinder finder("aba");
+  EXPECT_EQ(finder.StartingPoints(nullptr, "ababa_ABA", 0), (std::vector<long>{1, 3, 7}));
+  EXPECT_EQ(finder.StartingPoints(nullptr, "ababa_ABA", 2), (std::vector<long>{1, 3}));
   auto e = Entity::Create();
   e->SetInitString("aba");
-  EXPECT_EQ(e->GetEntStartingPoints("ababa_ABA", 0), (std::vector<long>{1, 3, 7}));
-  EXPECT_EQ(e->GetEntStartingPoints("ababa_ABA", 2), (std::vector<long>{1, 3}));
-  EXPECT_EQ(e->GetCurrentEntText("xxababa"), "ab");
-  EXPECT_EQ(e->GetCurrentEntText("xxaba and more"), "xxaba and more");
-  EXPECT_EQ(e->GetOccurCount("ababa_ABA"), 3);
+  EXPECT_EQ(CurrentRowText(*e, "xxababa", nullptr), "ab");
+  EXPECT_EQ(CurrentRowText(*e, "xxaba and more", nullptr), "xxaba and more");
 }
 
 // The memo must answer exactly what a plain search of the same view answers, for the patterns in

@@ -1,6 +1,7 @@
 // The skip-map search: scores, the order of trials, and what a skipped field leaves.
 #include <gtest/gtest.h>
 
+#include "extraction/entity_internal.h"
 #include "extraction/skip_map.h"
 #include "extraction_fixture.h"
 
@@ -27,11 +28,6 @@ TEST(SkipMap, CoefficientsFavourFewAndLateFailures) {
   EXPECT_EQ(CalcSuccessCoefficient(0, 4, 5), 0.0f);
   EXPECT_LT(CalcSuccessCoefficient(1, 4, 5), CalcSuccessCoefficient(1, 2, 5));
   EXPECT_EQ(FailureOf([] { CalcSuccessCoefficient(1, 1, 0); }).Number(), errnum::kDivisionByZero);
-
-  auto entity = Entity::Create();
-  for (int k = 0; k < 5; ++k) entity->GetAttributes().Add(Attrib::Create());
-  EXPECT_FLOAT_EQ(entity->CalcSuccessCoefficient(1, 3), 0.6f);
-  EXPECT_FLOAT_EQ(entity->CalcSuccessCoefficient(2, 1), 7.2f);
 }
 
 TEST(SkipMap, BitsChooseRecordsAndTheFirstRecordOfAStepAnswers) {
@@ -62,7 +58,7 @@ class SkipSearch : public ExtractionTest {
           if (type == TokenTypeEnum::FieldStartTag || type == TokenTypeEnum::FieldStartTagNotFound)
             ++trials;
         });
-    best = entity_->FindBestSkipMap(row, coefficient);
+    best = FindBestSkipMap(*entity_, row, coefficient, nullptr);
     return trials;
   }
   EntityPtr entity_ = AddRoot("Rows", "<r>", "rows");
@@ -122,10 +118,10 @@ TEST_F(SkipSearch, TrialsSeeOnlyTheCurrentRowAndNeverConsumeIt) {
   Add("b", false);
   // <b> exists only in the next row: the trial fails on it.
   float coefficient = -5;
-  entity_->FindBestSkipMap("<r><a>1</a><r><b>2</b>", coefficient);
+  FindBestSkipMap(*entity_, "<r><a>1</a><r><b>2</b>", coefficient, nullptr);
   EXPECT_FLOAT_EQ(coefficient, 0.5f);
-  EXPECT_FLOAT_EQ(entity_->TrySkipMap({}, "<r><a>1</a><b>2</b>"), 0.0f);
-  EXPECT_FLOAT_EQ(Entity::Create()->TrySkipMap({}, "anything"), kFailedTrialCoefficient);
+  EXPECT_FLOAT_EQ(TrySkipMap(*entity_, {}, "<r><a>1</a><b>2</b>"), 0.0f);
+  EXPECT_FLOAT_EQ(TrySkipMap(*Entity::Create(), {}, "anything"), kFailedTrialCoefficient);
 }
 
 TEST_F(SkipSearch, ASkippedFieldLeavesItsColumnUnsetAndItsTagsInTheText) {
