@@ -1,5 +1,7 @@
 // gleanwright forms: the forms of a page, each with its controls and both Form Submit Statement
 // templates, ready to paste into a package. The forms of the page's frames follow, frame by frame.
+// A web address is fetched first, and its frames through the same session (exit status 1 when the
+// server answers the page with other than 2xx).
 #include <iostream>
 #include <memory>
 
@@ -48,12 +50,19 @@ void PrintForms(WebPage& page, bool samples, const std::string& heading, int& co
 }
 
 int RunForms(const std::string& address, const std::string& base, bool samples) {
-  const PageSource source = OpenPageSource(address, base);
+  const PageSource source(address, base);
   auto page = WebPage::Create();
-  page->LoadFromUrl(source.file, source.base);
+  page->SetSession(source.Session());
+  page->LoadFromUrl(source.File(), source.Base());
   int count = 0;
   PrintForms(*page, samples, {}, count);
   if (count == 0) std::cout << "No forms.\n";
+  if (!source.Failure().empty()) {
+    std::cout.flush();
+    std::cerr << "gleanwright forms: " << address << " answered " << source.Failure()
+              << "; these are the forms of that answer\n";
+    return 1;
+  }
   return 0;
 }
 

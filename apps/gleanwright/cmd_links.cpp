@@ -4,7 +4,9 @@
 // the link's text (tabs and line breaks in it written as spaces). Web and file addresses come
 // first, then e-mail addresses, then the rest, each in the order of the page; a link stands once
 // however often the page has it. By default the links come from the crawler's scan of the
-// file; with --dom they come from the document tree instead.
+// file; with --dom they come from the document tree instead. A web address is fetched first
+// (exit status 1 when the server answers with other than 2xx; the links of its answer are
+// printed all the same).
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -31,16 +33,23 @@ void Print(const char* kind, const UriList& list) {
 }
 
 int RunLinks(const std::string& address, const std::string& base, bool dom) {
-  const PageSource source = OpenPageSource(address, base);
+  const PageSource source(address, base);
   auto page = WebPage::Create();
+  page->SetSession(source.Session());
   if (dom) {
-    page->LoadFromUrl(source.file, source.base);
+    page->LoadFromUrl(source.File(), source.Base());
   } else {
-    page->RegExHrefs(source.file, source.base);
+    page->RegExHrefs(source.File(), source.Base());
   }
   Print("http", page->HttpLinks());
   Print("email", page->EmailLinks());
   Print("other", page->OtherLinks());
+  if (!source.Failure().empty()) {
+    std::cout.flush();
+    std::cerr << "gleanwright links: " << address << " answered " << source.Failure()
+              << "; these are the links of that answer\n";
+    return 1;
+  }
   return 0;
 }
 
@@ -56,7 +65,8 @@ const CommandRegistration kLinks(60, [](CLI::App& app, const GlobalOptions&,
   cmd->add_option("page", *address, "A local file, a file:// address, or an http(s) address")
       ->required();
   cmd->add_option("--base", *base,
-                  "The address that relative links resolve against (default: the page's own)");
+                  "The address that relative links resolve against (default: the page's own, "
+                  "after redirects)");
   cmd->add_flag("--dom", *dom,
                 "Read the links from the document tree (as the template editor does) instead of "
                 "the crawler's scan");

@@ -1,32 +1,50 @@
 #include "page_source.h"
 
-#include <filesystem>
+#include <fstream>
 
-#include "acquire/failures.h"
 #include "acquire/web_page.h"
+#include "infra/c_guid_gen.h"
 #include "platform/error.h"
 #include "platform/text.h"
+#include "web/http_client.h"
 
 namespace gw::app {
 
 namespace fs = std::filesystem;
 
-PageSource OpenPageSource(const std::string& address, const std::string& base) {
-  if (text::StartsWithNoCase(address, "http://") || text::StartsWithNoCase(address, "https://")) {
-    throw Error(acquireerr::kWebAddressUnavailable, "gleanwright",
-                "Reading the web address " + address +
-                    " needs the HTTP client, which is not available yet; save the page and give "
-                    "its file.");
+PageSource::PageSource(const std::string& address, const std::string& base) {
+  if (!text::StartsWithNoCase(address, "http://") && !text::StartsWithNoCase(address, "https://")) {
+    file_ = LocalFilePath(address);
+    std::error_code ec;
+    if (!fs::is_regular_file(file_, ec)) {
+      throw Error(errnum::kFileNotFound, "gleanwright", "File not found: " + address);
+    }
+    base_ = base.empty() ? FileAddress(fs::absolute(file_).lexically_normal().string()) : base;
+    return;
   }
-  const std::string path = LocalFilePath(address);
+  session_ = web::HttpClient::Create();
+  session_->GetPage(address);
+  const auto& response = session_->HttpResponse();
+  if (response->StatusType() != web::HttpStatusType::Successful) {
+    failure_ = std::to_string(response->StatusCode()) + " " + response->StatusText();
+  }
+  base_ = base.empty() ? session_->CurrentUrl()->ToExternalForm() : base;
+  // The text as the response's character set gives it, behind a byte-order mark so that it is
+  // read back as UTF-8 whatever the page declares.
+  temporary_ = fs::temp_directory_path() / ("gleanwright-page-" + CGUIDGen::NewGUID() + ".htm");
+  std::ofstream out(temporary_, std::ios::binary | std::ios::trunc);
+  out << "\xEF\xBB\xBF" << response->BodyText().ToString();
+  if (!out.flush()) {
+    throw Error(errnum::kPathFileAccessError, "gleanwright",
+                "Path/File access error: could not write " + temporary_.string());
+  }
+  file_ = temporary_.string();
+}
+
+PageSource::~PageSource() {
+  if (temporary_.empty()) return;
   std::error_code ec;
-  if (!fs::is_regular_file(path, ec)) {
-    throw Error(errnum::kFileNotFound, "gleanwright", "File not found: " + address);
-  }
-  PageSource source;
-  source.file = path;
-  source.base = base.empty() ? FileAddress(fs::absolute(path).lexically_normal().string()) : base;
-  return source;
+  fs::remove(temporary_, ec);
 }
 
 }  // namespace gw::app

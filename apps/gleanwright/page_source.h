@@ -1,19 +1,44 @@
 // Where the page commands (links, forms) read a page from.
 #pragma once
 
+#include <filesystem>
+#include <memory>
 #include <string>
+
+namespace gw::web {
+class HttpClient;
+}  // namespace gw::web
 
 namespace gw::app {
 
-struct PageSource {
-  // The local file that holds the page.
-  std::string file;
-  // The page's address: what relative links resolve against.
-  std::string base;
-};
+// A local file or "file://" address is read where it is (failing with 53 when there is no such
+// file). A web address is fetched through a new session of the web client (failing as the
+// fetch fails) and its text, decoded by the response's character set, is kept in a temporary
+// file, removed when the object goes. The page's address is `base` when given, else the file's
+// absolute path as a "file://" address, or where the web address's redirects led.
+class PageSource {
+ public:
+  PageSource(const std::string& address, const std::string& base);
+  ~PageSource();
+  PageSource(const PageSource&) = delete;
+  PageSource& operator=(const PageSource&) = delete;
 
-// A local file or "file://" address as it is (failing with 53 when there is no such file), its
-// address being `base` when given, else "file://" and its absolute path.
-PageSource OpenPageSource(const std::string& address, const std::string& base);
+  // The local file that holds the page.
+  const std::string& File() const { return file_; }
+  // The page's address: what relative links resolve against.
+  const std::string& Base() const { return base_; }
+  // The session that fetched a web page (its frames are fetched through it too); null for a file.
+  const std::shared_ptr<web::HttpClient>& Session() const { return session_; }
+  // For a web page that the server answered with other than 2xx: its status, as
+  // "404 Not Found"; "" otherwise.
+  const std::string& Failure() const { return failure_; }
+
+ private:
+  std::string file_;
+  std::string base_;
+  std::shared_ptr<web::HttpClient> session_;
+  std::string failure_;
+  std::filesystem::path temporary_;
+};
 
 }  // namespace gw::app

@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <fstream>
 
-#include "acquire/failures.h"
 #include "acquire/link_scan.h"
 #include "infra/c_guid_gen.h"
 #include "platform/document_file.h"
@@ -12,6 +11,7 @@
 #include "platform/text.h"
 #include "rules/settings.h"
 #include "text/b_string.h"
+#include "web/http_client.h"
 #include "web/http_utility.h"
 #include "web/resource_type.h"
 
@@ -32,13 +32,8 @@ bool IsWebAddress(std::string_view address) {
   return text::StartsWithNoCase(address, "http://") || text::StartsWithNoCase(address, "https://");
 }
 
-// The document at `address`: a local file read whole and decoded.
-std::shared_ptr<const html::Document> OpenDocument(const std::string& address) {
-  if (IsWebAddress(address)) {
-    throw Error(acquireerr::kWebAddressUnavailable, "WebPage.LoadFromUrl",
-                "Loading the web address " + address +
-                    " needs the HTTP client, which is not available yet.");
-  }
+// The document of a local file, read whole and decoded.
+std::shared_ptr<const html::Document> OpenFile(const std::string& address) {
   const std::string path = LocalFilePath(address);
   DocumentFile file = ReadDocumentFile(path, "WebPage.LoadFromUrl");
   std::error_code ec;
@@ -213,6 +208,23 @@ void WebPage::LoadFromDOM(const std::shared_ptr<const html::Document>& htmlDoc,
   });
 }
 
+const std::shared_ptr<web::HttpClient>& WebPage::Session() {
+  if (!session_) session_ = web::HttpClient::Create();
+  return session_;
+}
+
+std::shared_ptr<const html::Document> WebPage::OpenDocument(const std::string& address) {
+  if (!IsWebAddress(address)) return OpenFile(address);
+  // The page is fetched whole, through the session (its cookies apply); an error page is a page
+  // too. The document's address is where redirects led.
+  const auto& client = Session();
+  client->GetPage(address);
+  const auto& response = client->HttpResponse();
+  return html::Document::Parse(
+      response ? response->BodyText().ToString() : std::string(),
+      client->CurrentUrl() ? client->CurrentUrl()->ToExternalForm() : address);
+}
+
 void WebPage::Load(const std::string& url, const std::string& SrcUrl, LoadContext& context,
                    int depth) {
   auto doc = OpenDocument(url);
@@ -260,6 +272,7 @@ void WebPage::LoadFrames(LoadContext& context, int depth) {
     frame->Seturl(address);
     if (inline_frames && address->HashCode() == url().HashCode()) continue;
     if (context.loaded.contains(address->HashCode()) || depth + 1 > kMaxFrameDepth) continue;
+    frame->SetSession(Session());
     try {
       frame->Load(address->ToExternalForm(), "", context, depth + 1);
     } catch (const Error&) {

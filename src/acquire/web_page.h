@@ -19,7 +19,12 @@
 //
 // Addresses: a local file is read whole and decoded to UTF-8 (`ReadDocumentFile`, as documents
 // are read for extraction); its document's address is its absolute path as a "file://" address
-// (`FileAddress`).
+// (`FileAddress`). An "http://" or "https://" address is fetched whole through the page's session
+// (`Session`: the web client the page was given, else one of its own), whose cookies and
+// settings apply, and whose text is decoded by the response's character set; the document's
+// address is where redirects led, and an error page (404, 500) is read as a page. The session
+// is handed to the frames, so a tree of frames is fetched as one visit. A failure of the fetch
+// (no server, a time limit, a certificate) is raised for the page and leaves a frame empty.
 #pragma once
 
 #include <memory>
@@ -32,6 +37,10 @@
 #include "platform/html/document.h"
 #include "platform/variant.h"
 #include "web/uri.h"
+
+namespace gw::web {
+class HttpClient;
+}  // namespace gw::web
 
 namespace gw {
 
@@ -79,7 +88,7 @@ class WebPage : public Object {
   // "StringFileCreatePath" (the system's temporary folder when the setting is empty or cannot be
   // read), loads it (`LoadFromUrl`), and removes the file, whether the load worked or not.
   void LoadFromString(const std::string& text, const std::string& SrcUrl = {});
-  // Loads the document at `url` (a file path or a "file://" address) and reads it
+  // Loads the document at `url` (a file path, a "file://" or a web address) and reads it
   // (`LoadFromDOM` with links). The page's address is `SrcUrl` when given, else the document's.
   void LoadFromUrl(const std::string& url, const std::string& SrcUrl = {});
   // Keeps `htmlDoc`, sets the page's address (`SrcUrl`, else the document's), loads the frames
@@ -94,6 +103,9 @@ class WebPage : public Object {
 
   // ---- inside the library ----
   const std::shared_ptr<const html::Document>& Document() const { return document_; }
+  // The web session that web addresses are fetched through; made when first needed.
+  const std::shared_ptr<web::HttpClient>& Session();
+  void SetSession(std::shared_ptr<web::HttpClient> client) { session_ = std::move(client); }
   // The links of the document's anchors, sorted as `RegExHrefs` sorts them. An anchor's address
   // is the href of its markup read as XML, else `GetHref`, else its href attribute (a "file:"
   // address on a page that is not local is rebuilt on the page's site). Its text is the anchor's
@@ -110,6 +122,7 @@ class WebPage : public Object {
 
  private:
   struct LoadContext;
+  std::shared_ptr<const html::Document> OpenDocument(const std::string& address);
   void Load(const std::string& url, const std::string& SrcUrl, LoadContext& context, int depth);
   void LoadDocument(const std::shared_ptr<const html::Document>& htmlDoc, const std::string& SrcUrl,
                     bool ParseLinks, LoadContext& context, int depth);
@@ -126,6 +139,7 @@ class WebPage : public Object {
   UriListPtr email_links_ = UriList::Create();
   UriListPtr other_links_ = UriList::Create();
   std::shared_ptr<const html::Document> document_;
+  std::shared_ptr<web::HttpClient> session_;
 };
 
 // The file that a "file:" address ("file:///dir/a%20b.htm", "file:/dir/x.htm") or a plain path

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "cli.h"
+#include "support/http_server.h"
 #include "support/test_support.h"
 
 namespace gw {
@@ -93,6 +94,72 @@ TEST_F(PageCommands, AMissingPageIsAClearError) {
               std::string::npos)
         << r.output;
   }
+}
+
+class PageCommandsOnTheWeb : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    auto& s = server_.Http();
+    s.Get("/shop/", [](const httplib::Request&, httplib::Response& res) {
+      res.set_header("Set-Cookie", "visit=7; Path=/");
+      res.set_content(
+          "<a href=list.htm>Books</a><a href='/shop/'>Home</a>"
+          "<form action=find><input name=q value=\"cr\xE8me\"></form>"
+          "<iframe src=basket.htm></iframe>",
+          "text/html; charset=iso-8859-1");
+    });
+    s.Get("/shop/basket.htm", [](const httplib::Request& req, httplib::Response& res) {
+      const bool known = req.get_header_value("Cookie").find("visit=7") != std::string::npos;
+      res.set_content(known ? "<form name=basket method=post action=pay><input name=card></form>"
+                            : "<p>no basket</p>",
+                      "text/html");
+    });
+    s.Get("/old",
+          [](const httplib::Request&, httplib::Response& res) { res.set_redirect("/shop/"); });
+    s.Get("/gone", [](const httplib::Request&, httplib::Response& res) {
+      res.status = 404;
+      res.set_content("<a href=/shop/>Try the shop</a>", "text/html");
+    });
+    server_.Start(4);
+  }
+
+  testing::TempDir home_;
+  testing::LoopbackHttpServer server_;
+};
+
+TEST_F(PageCommandsOnTheWeb, LinksAndFormsOfALoopbackPage) {
+  const std::string shop = server_.Url("/shop/");
+  const auto links = RunCli(home_.Path(), "links '" + server_.Url("/old") + "'", false);
+  EXPECT_EQ(links.status, 0);
+  EXPECT_EQ(links.output, "http\t" + shop + "list.htm\t" + shop + "\tBooks\n" + "http\t" + shop +
+                              "\t" + shop + "\tHome\n");
+
+  const auto forms = RunCli(home_.Path(), "forms '" + shop + "'", false);
+  EXPECT_EQ(forms.status, 0);
+  // The page's own character set, and its frame fetched in the same session.
+  EXPECT_NE(forms.output.find("Form 1: id \"\", method GET, action " + shop + "find\n"),
+            std::string::npos)
+      << forms.output;
+  EXPECT_NE(forms.output.find("q  Textbox  value \"cr\xC3\xA8me\""), std::string::npos);
+  EXPECT_NE(forms.output.find("Frame " + shop +
+                              "basket.htm\nForm 2: id \"basket\", method POST, "
+                              "action " +
+                              shop + "pay\n"),
+            std::string::npos)
+      << forms.output;
+
+  const auto gone = RunCli(home_.Path(), "links '" + server_.Url("/gone") + "'");
+  EXPECT_EQ(gone.status, 1);
+  EXPECT_NE(gone.output.find("http\t" + shop + "\t" + server_.Url("/gone") + "\tTry the shop\n"),
+            std::string::npos)
+      << gone.output;
+  EXPECT_NE(gone.output.find("answered 404 Not Found"), std::string::npos) << gone.output;
+
+  const auto refused =
+      RunCli(home_.Path(),
+             "forms http://127.0.0.1:" + std::to_string(testing::UnusedLoopbackPort()) + "/x.htm");
+  EXPECT_EQ(refused.status, 1);
+  EXPECT_NE(refused.output.find("gleanwright: error"), std::string::npos) << refused.output;
 }
 
 }  // namespace
