@@ -1,6 +1,7 @@
 // gleanwright init: creates the rules database if it is not there, loads its schema and
 // reference rows, applies the upgrade, and gives the path settings of runs a value below
-// $GLEANWRIGHT_HOME when they have none. Running it again changes nothing.
+// $GLEANWRIGHT_HOME when they have none. Running it again changes nothing. (Every command runs
+// the start-up tasks first, which on a fresh machine do the same; init says what they made.)
 #include <filesystem>
 #include <iostream>
 
@@ -8,6 +9,7 @@
 #include "platform/db/connection.h"
 #include "platform/paths.h"
 #include "rules/connection_string.h"
+#include "rules/env_config.h"
 #include "rules/rules_schema.h"
 #include "rules/settings.h"
 #include "rules_listing.h"
@@ -40,7 +42,8 @@ int RunInit() {
   const std::string cn_str = modConnectionString::GetCnStr();
   auto cn = db::Connection::Create();
   cn->Open(cn_str);
-  const bool created = RulesSchema::Ensure(*cn);
+  // On a fresh machine the start-up's first-run tasks have just created the store.
+  const bool created = RulesSchema::Ensure(*cn) || FirstRunTasksRan();
   std::vector<std::string> steps;
   if (!created) {
     // Whatever a store made by an earlier version lacks: tables, reference rows, upgrade steps.

@@ -17,5 +17,7 @@ inline constexpr ErrorNumber kInvalidDatapageReference = 0x9987189C;
 inline constexpr ErrorNumber kDatapageInUse = 0xB68E1CDB;
 // `DJob.Delete` and `DJob.DeleteAllTasks` while a run of the package is under way.
 inline constexpr ErrorNumber kPackageRunning = 0x8612533D;
+// `CEnvConfig.StartSQL`: the rules store did not answer (within 120 seconds for a server).
+inline constexpr ErrorNumber kStoreDoesNotAnswer = 0x8D7CF731;
 
 }  // namespace gw::ruleserr

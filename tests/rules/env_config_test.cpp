@@ -1,0 +1,142 @@
+#include "rules/env_config.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "infra/c_registry.h"
+#include "infra/log_files.h"
+#include "platform/db/recordset.h"
+#include "platform/paths.h"
+#include "rules/connection_string.h"
+#include "rules/failures.h"
+#include "rules/settings.h"
+#include "support/test_support.h"
+
+namespace gw {
+namespace {
+
+constexpr const char* kKey = "SOFTWARE\\Tallowmere\\Zentrovo";
+
+Variant RegistryValue(const char* name) {
+  Variant v;
+  C_Registry().QueryValueEx(C_Registry::KeyHandle(C_Registry::HKEY_LOCAL_MACHINE, kKey), name, v);
+  return v;
+}
+
+// Every row of every table of the store, as text.
+std::string Snapshot(const std::filesystem::path& file) {
+  auto cn = db::Connection::Create();
+  cn->Open("Provider=SQLite;Data Source=" + file.string());
+  std::string out;
+  auto tables = cn->Execute("SELECT name FROM sqlite_master WHERE type = 'table' ORDER BY name");
+  std::vector<std::string> names;
+  for (; !tables->IsEOF(); tables->MoveNext()) names.push_back((*tables)[0L].Value().ToText());
+  for (const std::string& name : names) {
+    out += "table " + name + "\n";
+    auto rows = cn->Execute("SELECT * FROM \"" + name + "\" ORDER BY 1");
+    for (; !rows->IsEOF(); rows->MoveNext()) {
+      for (long i = 0; i < rows->GetFields().Count(); ++i) {
+        out += (*rows)[i].Value().IsNull() ? "NULL" : (*rows)[i].Value().ToText();
+        out += "|";
+      }
+      out += "\n";
+    }
+  }
+  return out;
+}
+
+class EnvConfigTest : public ::testing::Test {
+ protected:
+  EnvConfigTest() { modConnectionString::ClearCachedCnStr(); }
+  ~EnvConfigTest() override { modConnectionString::ClearCachedCnStr(); }
+  std::filesystem::path Store() const { return home_.Path() / "ZentrovoDB.sqlite"; }
+  testing::ScopedHome home_;
+};
+
+TEST_F(EnvConfigTest, AFirstRunCreatesEverythingAndASecondStartChangesNothing) {
+  CEnvConfig env;
+  ASSERT_TRUE(env.IsFirstRun());
+  ASSERT_TRUE(env.DoFirstRunConfigTasks());
+
+  EXPECT_EQ(RegistryValue(env_value::kIsFirstRun).ToLong(), 0);
+  EXPECT_FALSE(RegistryValue("CnStr").ToText().empty());
+  ASSERT_TRUE(std::filesystem::exists(Store()));
+  Settings settings;
+  EXPECT_EQ(settings.GetOption("DefaultDownloadPath").ToText(),
+            (home_.Path() / "downloads").string() + "/");
+  EXPECT_EQ(settings.GetOption("TemplatePath").ToText(),
+            (home_.Path() / "templates").string() + "/");
+  EXPECT_EQ(settings.GetOption("PkgExecPath").ToText(), (ProgramDir() / "gleanwright").string());
+  EXPECT_TRUE(std::filesystem::is_directory(home_.Path() / "strings"));
+  const std::string trace = testing::ReadFile(LogDir() / log_file::kTrace);
+  std::size_t at = 0;
+  for (const char* step :
+       {"[FirstRun] After Configure Proxy", "[FirstRun] After BuildCnStr",
+        "[FirstRun] Calling StartSQL(", "[FirstRun] After StartSQL",
+        "[FirstRun] After LoadDBSchema", "[FirstRun] After Base Data Load",
+        "[Startup] SQL Started Successfully", "[Startup] After AlterDBTasks",
+        "[Startup] After DisableScriptDebugging", "[FirstRun] After Normal Start Tasks",
+        "[FirstRun] After BuildShapeCnStr", "[FirstRun] After AppPathSettings",
+        "[FirstRun] IsFirstRun Set to False"}) {
+    SCOPED_TRACE(step);
+    at = trace.find(step, at);
+    ASSERT_NE(at, std::string::npos) << trace;
+  }
+
+  const std::string store = Snapshot(Store());
+  EXPECT_NE(store.find("table settings\n"), std::string::npos);
+  const std::string registry = testing::ReadFile(home_.Path() / "registry.txt");
+  CEnvConfig again;
+  EXPECT_FALSE(again.IsFirstRun());
+  EXPECT_TRUE(again.DoStartTasks());
+  EXPECT_EQ(Snapshot(Store()), store);
+  EXPECT_EQ(testing::ReadFile(home_.Path() / "registry.txt"), registry);
+}
+
+TEST_F(EnvConfigTest, AStaleFlagIsClearedWhenTheStoreIsAlreadyLoaded) {
+  CEnvConfig env;
+  env.DoFirstRunConfigTasks();
+  C_Registry().SetKeyValue(C_Registry::HKEY_LOCAL_MACHINE, kKey, env_value::kIsFirstRun, Variant(1),
+                           C_Registry::REG_DWORD);
+  EXPECT_FALSE(env.IsFirstRun());
+  EXPECT_EQ(RegistryValue(env_value::kIsFirstRun).ToLong(), 0);
+}
+
+TEST_F(EnvConfigTest, TheSystemsProxyIsTakenOnlyWhenNoneIsSet) {
+  ::setenv("https_proxy", "http://proxy.test:3128", 1);
+  ::setenv("no_proxy", "localhost,.corp", 1);
+  CEnvConfig env;
+  bool ask = true;
+  env.ConfigureWinHTTPProxy(ask);  // asked, no one to answer: No
+  EXPECT_TRUE(RegistryValue("HttpProxy").IsEmpty());
+  ask = false;
+  env.ConfigureWinHTTPProxy(ask);
+  EXPECT_EQ(RegistryValue("HttpProxy").ToText(), "http://proxy.test:3128");
+  EXPECT_EQ(RegistryValue("HttpProxyBypass").ToText(), "localhost;.corp");
+  ::setenv("https_proxy", "http://other.test:1", 1);
+  env.ConfigureWinHTTPProxy(ask);
+  EXPECT_EQ(RegistryValue("HttpProxy").ToText(), "http://proxy.test:3128");
+  ::unsetenv("https_proxy");
+  ::unsetenv("no_proxy");
+}
+
+TEST_F(EnvConfigTest, AStoreThatCannotOpenFailsAndDoStartSqlZeroSkipsTheCheck) {
+  CEnvConfig env;
+  const std::string bad =
+      "Provider=SQLite;Data Source=" + (home_.Path() / "no/such/dir/x.sqlite").string();
+  try {
+    env.StartSQL(bad);
+    FAIL() << "opened";
+  } catch (const Error& e) {
+    EXPECT_EQ(e.Number(), ruleserr::kStoreDoesNotAnswer);
+  }
+  C_Registry().SetKeyValue(C_Registry::HKEY_LOCAL_MACHINE, kKey, env_value::kDoStartSQL, Variant(0),
+                           C_Registry::REG_DWORD);
+  EXPECT_EQ(env.StartSQL(bad), nullptr);
+}
+
+}  // namespace
+}  // namespace gw
