@@ -16,7 +16,7 @@ EventLoop& EventLoop::Current() {
 EventLoop::Id EventLoop::StartTimer(Millis interval, Callback callback, bool repeat) {
   const Id id = next_id_++;
   if (interval < Millis(0)) interval = Millis(0);
-  timers_.emplace(id, Timer{Clock::now() + interval, interval, repeat, false, std::move(callback)});
+  timers_.emplace(id, Timer{Now() + interval, interval, repeat, false, std::move(callback)});
   return id;
 }
 
@@ -77,7 +77,7 @@ void EventLoop::PollFds() {
 
 void EventLoop::RunDueTimers() {
   if (timers_.empty()) return;
-  const auto now = Clock::now();
+  const auto now = Now();
   std::vector<std::pair<Clock::time_point, Id>> due;
   for (const auto& [id, t] : timers_) {
     if (!t.running && t.due <= now) due.emplace_back(t.due, id);
@@ -130,7 +130,8 @@ void EventLoop::Sleep(Millis ms) {
 
 void EventLoop::WaitForActivity(Millis ms) {
   if (ms <= Millis(0)) return;
-  auto deadline = Clock::now() + ms;
+  // Timers are due by `Now()`; the wait itself is real time.
+  auto deadline = Now() + ms;
   for (const auto& [id, t] : timers_) {
     if (!t.running) deadline = std::min(deadline, t.due);
   }
@@ -141,7 +142,7 @@ void EventLoop::WaitForActivity(Millis ms) {
         static_cast<short>((w.want_read ? POLLIN : 0) | (w.want_write ? POLLOUT : 0));
     if (events != 0) fds.push_back(pollfd{w.fd, events, 0});
   }
-  const auto now = Clock::now();
+  const auto now = Now();
   if (deadline <= now) return;
   const auto wait = std::chrono::duration_cast<Millis>(deadline - now) + Millis(1);
   if (fds.empty()) {

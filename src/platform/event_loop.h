@@ -64,8 +64,14 @@ class EventLoop {
   // Runs `DoEvents` and waits until `done()` is true or `timeout` passed; true if done.
   bool RunUntil(const std::function<bool()>& done, Millis timeout, Millis step = Millis(50));
 
- private:
+  // The clock that timers are measured by: the steady clock, unless a test sets its own (an
+  // empty function puts the steady clock back). Waiting always takes real time.
   using Clock = std::chrono::steady_clock;
+  using TimeSource = std::function<Clock::time_point()>;
+  void SetTimeSource(TimeSource now) { now_ = std::move(now); }
+  Clock::time_point Now() const { return now_ ? now_() : Clock::now(); }
+
+ private:
   struct Timer {
     Clock::time_point due;
     Millis interval;
@@ -89,6 +95,7 @@ class EventLoop {
   std::map<Id, Callback> pollers_;
   std::vector<Callback> posted_;
   Callback host_hook_;
+  TimeSource now_;
 };
 
 // Shorthands for the current thread's loop.

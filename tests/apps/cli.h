@@ -5,6 +5,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <initializer_list>
 #include <string>
 
 namespace gw::testing {
@@ -29,6 +30,24 @@ inline CliResult RunCli(const std::filesystem::path& home, const std::string& ar
   const int status = ::pclose(p);
   r.status = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   return r;
+}
+
+// The program's path, for tests that start it themselves.
+inline std::string CliPath() { return GW_CLI; }
+
+// `text` as one word for the shell.
+inline std::string ShellQuoted(const std::string& text) {
+  std::string quoted = "'";
+  for (char c : text) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + "'";
+}
+
+// The same with each argument quoted.
+inline CliResult RunCli(const std::filesystem::path& home, std::initializer_list<std::string> args,
+                        bool with_errors = true) {
+  std::string line;
+  for (const std::string& a : args) line += (line.empty() ? "" : " ") + ShellQuoted(a);
+  return RunCli(home, line, with_errors);
 }
 
 }  // namespace gw::testing

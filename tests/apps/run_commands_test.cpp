@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <thread>
 
+#include "cli.h"
 #include "engine/doc_source.h"
 #include "engine/job.h"
 #include "engine/task.h"
@@ -26,26 +27,9 @@ namespace {
 namespace fs = std::filesystem;
 using testing::ReadFile;
 
-std::string Cli() {
-  return (testing::BinaryDir() / "apps" / "gleanwright" / "gleanwright").string();
-}
-
-struct Result {
-  int status = -1;
-  std::string output;
-};
-
-// Runs gleanwright to its end with `args`; standard output and error together.
-Result RunCli(const fs::path& out_dir, std::vector<std::string> args) {
-  args.insert(args.begin(), Cli());
-  const fs::path out = out_dir / "out.txt";
-  fs::remove(out);
-  auto process = ChildProcess::Start(args, {}, out.string());
-  Result r;
-  r.status = process->Wait();
-  r.output = ReadFile(out);
-  return r;
-}
+using testing::CliPath;
+using testing::CliResult;
+using testing::RunCli;
 
 bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit) {
   const auto until = std::chrono::steady_clock::now() + limit;
@@ -59,7 +43,7 @@ bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit) {
 class RunCommandsTest : public ::testing::Test {
  protected:
   RunCommandsTest() {
-    const Result init = RunCli(home_.Path(), {"init"});
+    const CliResult init = RunCli(home_.Path(), {"init"});
     EXPECT_EQ(init.status, 0) << init.output;
     SetRulesConnectionOverride("Provider=SQLite;Data Source=" +
                                (home_.Path() / "ZentrovoDB.sqlite").string());
@@ -115,7 +99,7 @@ TEST_F(RunCommandsTest, AKilledRunIsShownUnfinishedAndCanBeClosed) {
   SavePackage("Killable", "if [ ! -e '" + marker.string() + "' ]; then echo $$ > '" +
                               marker.string() + ".tmp' && mv '" + marker.string() + ".tmp' '" +
                               marker.string() + "' && exec sleep 60; fi");
-  auto run = ChildProcess::Start({Cli(), "run", "Killable"}, {}, (out_ / "run.txt").string());
+  auto run = ChildProcess::Start({CliPath(), "run", "Killable"}, {}, (out_ / "run.txt").string());
   const int sleeper = WaitForMarker(marker);
   run->Kill(/*force=*/true);
   EXPECT_EQ(run->Wait(), 128 + SIGKILL);
@@ -124,22 +108,22 @@ TEST_F(RunCommandsTest, AKilledRunIsShownUnfinishedAndCanBeClosed) {
   // The store opens, and the run is under way as far as it knows.
   const std::string id = DJob().GetAllJobs()->GetFields()["job_id"].Value().ToText();
   EXPECT_EQ(DJob().GetRunningInstances(id)->RecordCount(), 1);
-  Result history = RunCli(out_.Path(), {"history", "Killable"});
+  CliResult history = RunCli(home_.Path(), {"history", "Killable"});
   EXPECT_EQ(history.status, 0) << history.output;
   EXPECT_NE(history.output.find("unfinished"), std::string::npos) << history.output;
 
-  Result close = RunCli(out_.Path(), {"close-instances", "Killable"});
+  CliResult close = RunCli(home_.Path(), {"close-instances", "Killable"});
   EXPECT_EQ(close.status, 0) << close.output;
   EXPECT_EQ(DJob().GetRunningInstances(id)->RecordCount(), 0);
-  history = RunCli(out_.Path(), {"history", "Killable"});
+  history = RunCli(home_.Path(), {"history", "Killable"});
   EXPECT_EQ(history.output.find("unfinished"), std::string::npos) << history.output;
 
-  Result again = RunCli(out_.Path(), {"run", "Killable"});
+  CliResult again = RunCli(home_.Path(), {"run", "Killable"});
   EXPECT_EQ(again.status, 0) << again.output;
   EXPECT_EQ(Logged(), 1);
-  history = RunCli(out_.Path(), {"history", "Killable"});
+  history = RunCli(home_.Path(), {"history", "Killable"});
   EXPECT_EQ(std::count(history.output.begin(), history.output.end(), '\n'), 2) << history.output;
-  Result detail = RunCli(out_.Path(), {"history", "Killable", "--run", "latest"});
+  CliResult detail = RunCli(home_.Path(), {"history", "Killable", "--run", "latest"});
   EXPECT_EQ(detail.status, 0) << detail.output;
   EXPECT_NE(detail.output.find("Task Shell (step 1)"), std::string::npos) << detail.output;
   EXPECT_NE(detail.output.find("Task Log (step 2)"), std::string::npos) << detail.output;
@@ -149,7 +133,8 @@ TEST_F(RunCommandsTest, CtrlCStopsAtTheNextStepAndKeepsTheHistory) {
   const fs::path marker = home_.Path() / "marker";
   SavePackage("Interruptible", "echo $$ > '" + marker.string() + ".tmp' && mv '" + marker.string() +
                                    ".tmp' '" + marker.string() + "' && sleep 1");
-  auto run = ChildProcess::Start({Cli(), "run", "Interruptible"}, {}, (out_ / "run.txt").string());
+  auto run =
+      ChildProcess::Start({CliPath(), "run", "Interruptible"}, {}, (out_ / "run.txt").string());
   WaitForMarker(marker);
   ::kill(run->Pid(), SIGINT);
   EXPECT_EQ(run->Wait(), 0);
@@ -157,7 +142,7 @@ TEST_F(RunCommandsTest, CtrlCStopsAtTheNextStepAndKeepsTheHistory) {
   EXPECT_NE(output.find("Cancelled"), std::string::npos) << output;
   // The statement after the command never ran; the run is closed with a code.
   EXPECT_EQ(Logged(), 0);
-  const Result history = RunCli(out_.Path(), {"history", "Interruptible"});
+  const CliResult history = RunCli(home_.Path(), {"history", "Interruptible"});
   EXPECT_NE(history.output.find("completed"), std::string::npos) << history.output;
   EXPECT_EQ(history.output.find("code -"), std::string::npos) << history.output;
 }
@@ -175,9 +160,9 @@ TEST_F(RunCommandsTest, TheBookshopSampleRunsIntoItsTarget) {
     }
   }
   testing::WriteFile(out_ / "bookshop.xml", xml);
-  const Result imported = RunCli(out_.Path(), {"import", (out_ / "bookshop.xml").string()});
+  const CliResult imported = RunCli(home_.Path(), {"import", (out_ / "bookshop.xml").string()});
   ASSERT_EQ(imported.status, 0) << imported.output;
-  const Result run = RunCli(out_.Path(), {"run", "Harbour Books\\Nightly"});
+  const CliResult run = RunCli(home_.Path(), {"run", "Harbour Books\\Nightly"});
   ASSERT_EQ(run.status, 0) << run.output;
 
   auto cn = db::Connection::Create();
@@ -210,7 +195,7 @@ TEST_F(RunCommandsTest, InitGivesTheRunFoldersAValueOnce) {
   EXPECT_TRUE(fs::is_directory(downloads));
   // A value a user has set is left alone.
   Settings().PutOption("DefaultDownloadPath", Variant("/srv/copies/"), DataType::Str);
-  const Result again = RunCli(out_.Path(), {"init"});
+  const CliResult again = RunCli(home_.Path(), {"init"});
   EXPECT_EQ(again.status, 0) << again.output;
   EXPECT_EQ(again.output.find("Set "), std::string::npos) << again.output;
   EXPECT_EQ(Settings().GetOption("DefaultDownloadPath").ToText(), "/srv/copies/");
@@ -218,7 +203,7 @@ TEST_F(RunCommandsTest, InitGivesTheRunFoldersAValueOnce) {
 
 TEST_F(RunCommandsTest, AFinishedRunPrintsItsCodeAndAFailedOneItsError) {
   SavePackage("Quick", "true");
-  const Result ok = RunCli(out_.Path(), {"run", "Quick"});
+  const CliResult ok = RunCli(home_.Path(), {"run", "Quick"});
   EXPECT_EQ(ok.status, 0) << ok.output;
   // One line per status when not on a terminal, the success code last.
   EXPECT_NE(ok.output.find("Validating Task Shell...\n"), std::string::npos) << ok.output;
@@ -228,7 +213,7 @@ TEST_F(RunCommandsTest, AFinishedRunPrintsItsCodeAndAFailedOneItsError) {
   auto empty = Job::Create();
   empty->SetJobName("Hollow");
   empty->Save();
-  const Result failed = RunCli(out_.Path(), {"run", "Hollow"});
+  const CliResult failed = RunCli(home_.Path(), {"run", "Hollow"});
   EXPECT_EQ(failed.status, 1) << failed.output;
   EXPECT_NE(failed.output.find("0x8552A95B"), std::string::npos) << failed.output;
   EXPECT_NE(failed.output.find("Package Hollow does not have any tasks associated with it."),
@@ -237,7 +222,7 @@ TEST_F(RunCommandsTest, AFinishedRunPrintsItsCodeAndAFailedOneItsError) {
   EXPECT_NE(failed.output.find("\n    Job.Execute(URI,SourceText)\n"), std::string::npos)
       << failed.output;
 
-  const Result unknown = RunCli(out_.Path(), {"run", "No such package"});
+  const CliResult unknown = RunCli(home_.Path(), {"run", "No such package"});
   EXPECT_EQ(unknown.status, 1);
 }
 

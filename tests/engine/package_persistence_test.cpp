@@ -143,7 +143,7 @@ TEST_F(PackagePersistenceTest, TwoTasksWithOneStepMakeTheTasksFailToLoad) {
   DTask().Save("t2", "j1", "two", NoAction(), 3);
   auto job = Job::Create();
   job->Load("j1");
-  EXPECT_EQ(testing::FailureOf([&] { job->GetTasks(); }), errnum::kDuplicateKey);
+  EXPECT_EQ(testing::FailureNumber([&] { job->GetTasks(); }), errnum::kDuplicateKey);
 }
 
 TEST_F(PackagePersistenceTest, TasksAreSortedAtEveryRead) {
@@ -173,13 +173,13 @@ TEST(Tasks, SortKeepsEqualStepsInOrderAndDropsKeys) {
   std::string order;
   for (const auto& t : tasks) order += t->TaskName();
   EXPECT_EQ(order, "abcd");
-  EXPECT_EQ(testing::FailureOf([&] { tasks.Item("a"); }), errnum::kInvalidProcedureCall);
+  EXPECT_EQ(testing::FailureNumber([&] { tasks.Item("a"); }), errnum::kInvalidProcedureCall);
 }
 
 TEST(Tasks, DefaultNamesAndMaxStep) {
   Tasks tasks;
   EXPECT_EQ(tasks.GetDefaultName(), "NewTask");
-  EXPECT_EQ(testing::FailureOf([&] { tasks.GetMaxStep(); }), errnum::kSubscriptOutOfRange);
+  EXPECT_EQ(testing::FailureNumber([&] { tasks.GetMaxStep(); }), errnum::kSubscriptOutOfRange);
   for (const char* name : {"newtask", "NewTask (2)"}) {
     auto t = Task::Create();
     t->SetTaskName(name);

@@ -56,24 +56,32 @@ class TaskRunTest : public RunTest {
   JobPtr job_;
 };
 
-TEST_F(TaskRunTest, AnExtractingTaskFillsTheTargetAndTheRunHistory) {
-  const std::string p1 = ListingHtml({{"Alpha", "first", {"x", "y"}}, {"Beta", "", {}}});
-  const std::string p2 = ListingHtml({{"Gamma", "", {"z"}}});
-  WriteFile(docs_ / "p1.htm", p1);
-  WriteFile(docs_ / "p2.htm", p2);
-  WriteFile(docs_ / "sub" / "p3.htm", ListingHtml({{"Hidden", "", {}}}));
-  auto task = ExtractingTask(docs_.Path().string());
-  EventLog log;
-  Listen(*job_, log);
+// Two listing pages in the folder (and one in a subfolder, which is not read), extracted by one
+// run of a one-task package.
+class TwoListingsRun : public TaskRunTest {
+ protected:
+  TwoListingsRun() {
+    WriteFile(docs_ / "p1.htm", p1_);
+    WriteFile(docs_ / "p2.htm", ListingHtml({{"Gamma", "", {"z"}}}));
+    WriteFile(docs_ / "sub" / "p3.htm", ListingHtml({{"Hidden", "", {}}}));
+    task_ = ExtractingTask(docs_.Path().string());
+    Listen(*job_, log_);
+    job_->Execute();
+  }
+  const std::string p1_ = ListingHtml({{"Alpha", "first", {"x", "y"}}, {"Beta", "", {}}});
+  TaskPtr task_;
+  EventLog log_;
+};
 
-  job_->Execute();
-
+TEST_F(TwoListingsRun, RowsOfEveryDocumentReachTheTarget) {
   EXPECT_EQ(TargetRows("SELECT name, note FROM items ORDER BY rowid"),
             (std::vector<std::string>{"Alpha|first", "Beta|NULL", "Gamma|NULL"}));
   EXPECT_EQ(TargetRows("SELECT tag FROM tags ORDER BY rowid"),
             (std::vector<std::string>{"x", "y", "z"}));
+  EXPECT_FALSE(task_->IsInstance());
+}
 
-  // Each document was copied, extracted from the copy, and has its result.
+TEST_F(TwoListingsRun, EachDocumentIsCopiedCleansedAndExtractedFromTheCopy) {
   const auto docs = Docs("uri, copy_completion_code, copy_try_count, temp_uri");
   ASSERT_EQ(docs.size(), 2u);
   // A task whose saver says nothing saves "default.htm" in the default folder, never over an
@@ -83,7 +91,10 @@ TEST_F(TaskRunTest, AnExtractingTaskFillsTheTargetAndTheRunHistory) {
   EXPECT_EQ(docs[1], (docs_ / "p2.htm").string() + "|Success|1|" + copies + "/default(1).htm");
   const std::string copy1 = docs[0].substr(docs[0].rfind('|') + 1);
   EXPECT_EQ(ReadFile(copy1).rfind("<HTML>", 0), 0u) << "the copy was cleansed";
-  EXPECT_EQ(ReadFile(docs_ / "p1.htm"), p1) << "the user's file was not";
+  EXPECT_EQ(ReadFile(docs_ / "p1.htm"), p1_) << "the user's file was not";
+}
+
+TEST_F(TwoListingsRun, TheHistoryHasAResultAtEveryLevel) {
   const std::string doc_code = CodeFor("doc", 100);
   EXPECT_EQ(Docs("extraction_completion_code, doc_start_time IS NOT NULL, "
                  "doc_completion_time IS NOT NULL"),
@@ -105,19 +116,20 @@ TEST_F(TaskRunTest, AnExtractingTaskFillsTheTargetAndTheRunHistory) {
   EXPECT_EQ(RulesRows("SELECT job_completion_time IS NOT NULL, completion_code FROM "
                       "job_instances"),
             (std::vector<std::string>{"1|" + CodeFor("job", 100)}));
-  EXPECT_FALSE(task->IsInstance());
+}
 
+TEST_F(TwoListingsRun, TheHostHearsOfPagesExtractionAndProgress) {
   // The datapage's completion reaches the host as a second begin, per document.
-  EXPECT_EQ(log.Count("page begin"), 4);
-  EXPECT_EQ(log.Count("page complete"), 0);
+  EXPECT_EQ(log_.Count("page begin"), 4);
+  EXPECT_EQ(log_.Count("page complete"), 0);
   // The pair around nothing, then around the documents.
-  EXPECT_EQ(log.Count("extraction begin"), 2);
-  EXPECT_EQ(log.Count("extraction complete"), 2);
-  EXPECT_TRUE(log.Has("status:Creating Database"));
-  EXPECT_EQ(log.Count("status:Datapage Extraction Complete"), 2);
+  EXPECT_EQ(log_.Count("extraction begin"), 2);
+  EXPECT_EQ(log_.Count("extraction complete"), 2);
+  EXPECT_TRUE(log_.Has("status:Creating Database"));
+  EXPECT_EQ(log_.Count("status:Datapage Extraction Complete"), 2);
   // Fetching weighs 1 and extracting 3, against four times the manager's range.
-  EXPECT_EQ(log.Count("major:1/40"), 2);
-  EXPECT_EQ(log.Count("major:3/40"), 2);
+  EXPECT_EQ(log_.Count("major:1/40"), 2);
+  EXPECT_EQ(log_.Count("major:3/40"), 2);
 }
 
 TEST_F(TaskRunTest, DocumentsThatCannotBeReadDoNotStopTheRun) {

@@ -179,7 +179,7 @@ TEST_F(Driver, StaticColumnsAreSetOnEveryRowOfTheirDatasetAndNotWritten) {
 TEST_F(Driver, ARowFaultEndsThePageWithBothLogNames) {
   apples_->SetTableName("no_such_table");
   std::string text = "xx<a>1</a>";
-  const Error e = FailureOf([&] { page_->Extract(text, false); });
+  const Error e = CaughtError([&] { page_->Extract(text, false); });
   EXPECT_NE(e.Number(), 0u);
   EXPECT_EQ(e.CallStack(),
             (std::vector<std::string>{

@@ -35,15 +35,6 @@ std::unique_ptr<SinkRow> RecordingSink::OpenRow(std::string_view cn_str, std::st
   return std::make_unique<RecordingRow>(std::move(row), closed);
 }
 
-Error FailureOf(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const Error& e) {
-    return e;
-  }
-  return Error(0, "", "");
-}
-
 ExtractionTest::ExtractionTest()
     : cn_str_("Provider=SQLite;Data Source=" + (dir_ / "target.db").string()),
       doc_(std::make_shared<TestDoc>("http://example.test/list.html")),

@@ -18,6 +18,9 @@
 
 namespace gw::extraction_test {
 
+using testing::CaughtError;
+using testing::FailureNumber;
+
 // A document with an address and metadata, as the package engine's document offers them.
 class TestDoc : public IDoc {
  public:
@@ -40,9 +43,6 @@ class RecordingSink : public RowSink {
  private:
   DatabaseRowSink inner_;
 };
-
-// The error a call raised (number 0 when it raised none).
-Error FailureOf(const std::function<void()>& call);
 
 class ExtractionTest : public ::testing::Test {
  protected:

@@ -157,7 +157,7 @@ TEST_F(RowLoop, FaultsOutsideTheFieldLoopUnwindWithTheLogName) {
   const std::string log_name = "Entity.Extract(SrcHTML,UseTmpTbls,OverrideConnStr,UniqueTblPrefix)";
   prods_->SetDBConnStr("");
   std::string text = "<tr><td class=n>Nut</td>";
-  Error e = FailureOf([&] { prods_->Extract(text, false); });
+  Error e = CaughtError([&] { prods_->Extract(text, false); });
   EXPECT_EQ(e.Number(), exerr::kNoConnectionString);
   EXPECT_EQ(e.Description(), "Connection string not specified, or invalid connection string");
   EXPECT_EQ(e.CallStack(), std::vector<std::string>{log_name});
@@ -167,7 +167,7 @@ TEST_F(RowLoop, FaultsOutsideTheFieldLoopUnwindWithTheLogName) {
   prods_->SetDBConnStr(cn_str_);
   prods_->SetTableName("missing");
   text = "ab<tr><td class=n>Nut</td>";
-  e = FailureOf([&] { prods_->Extract(text, false); });
+  e = CaughtError([&] { prods_->Extract(text, false); });
   EXPECT_NE(e.Number(), 0u);
   EXPECT_EQ(e.CallStack(), std::vector<std::string>{log_name});
   EXPECT_EQ(text, "<tr><td class=n>Nut</td>");
@@ -211,7 +211,7 @@ TEST_F(RowLoop, MetadataColumnsAreFilledWhereTheTableHasThem) {
 TEST_F(RowLoop, WithoutADocumentTheRowIsWrittenAndThenTheChildStepFails) {
   page_->SetDoc(nullptr);
   std::string text = "<tr><td class=n>Nut</td><tr><td class=n>Bolt</td>";
-  const Error e = FailureOf([&] { page_->Extract(text, false); });
+  const Error e = CaughtError([&] { page_->Extract(text, false); });
   EXPECT_EQ(e.Number(), errnum::kObjectNotSet);
   EXPECT_EQ(Rows("SELECT name FROM prods"), (RowList{{"Nut"}}));
 }

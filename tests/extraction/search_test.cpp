@@ -67,7 +67,7 @@ TEST(DropFirstCharacter, DropsAWholeCharacterOfTheOccurrence) {
   EXPECT_EQ(DropFirstCharacter("xx<a>yy", 5), "a>yy");
   EXPECT_EQ(DropFirstCharacter("x\xC3\xA9y", 3), "y");
   EXPECT_EQ(DropFirstCharacter("a", 1), "");
-  EXPECT_EQ(FailureOf([] { DropFirstCharacter("abc", 0); }).Number(),
+  EXPECT_EQ(CaughtError([] { DropFirstCharacter("abc", 0); }).Number(),
             errnum::kInvalidProcedureCall);
 }
 

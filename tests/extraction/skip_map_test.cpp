@@ -19,7 +19,7 @@ TEST(SkipMap, SummatorialAddsTheLargestWholeNumbers) {
     SCOPED_TRACE(std::to_string(c.num) + "," + std::to_string(c.times));
     EXPECT_EQ(Summatorial(c.num, c.times), c.sum);
   }
-  EXPECT_EQ(FailureOf([] { Summatorial(5, -2); }).Number(), errnum::kOverflow);
+  EXPECT_EQ(CaughtError([] { Summatorial(5, -2); }).Number(), errnum::kOverflow);
 }
 
 TEST(SkipMap, CoefficientsFavourFewAndLateFailures) {
@@ -27,7 +27,7 @@ TEST(SkipMap, CoefficientsFavourFewAndLateFailures) {
   EXPECT_FLOAT_EQ(CalcSuccessCoefficient(2, 1, 5), 7.2f);
   EXPECT_EQ(CalcSuccessCoefficient(0, 4, 5), 0.0f);
   EXPECT_LT(CalcSuccessCoefficient(1, 4, 5), CalcSuccessCoefficient(1, 2, 5));
-  EXPECT_EQ(FailureOf([] { CalcSuccessCoefficient(1, 1, 0); }).Number(), errnum::kDivisionByZero);
+  EXPECT_EQ(CaughtError([] { CalcSuccessCoefficient(1, 1, 0); }).Number(), errnum::kDivisionByZero);
 }
 
 TEST(SkipMap, BitsChooseRecordsAndTheFirstRecordOfAStepAnswers) {
@@ -141,7 +141,7 @@ TEST_F(SkipSearch, ThirtyOneOptionalFieldsOverflowAsAFaultOfTheRow) {
   Exec("CREATE TABLE rows (a VARCHAR(5))");
   for (int k = 0; k < 31; ++k) Add("f" + std::to_string(k), true);
   std::string text = "<r><f0>1</f0>";
-  const Error e = FailureOf([&] { entity_->Extract(text, false); });
+  const Error e = CaughtError([&] { entity_->Extract(text, false); });
   EXPECT_EQ(e.Number(), errnum::kOverflow);
   EXPECT_EQ(e.CallStack(),
             std::vector<std::string>{

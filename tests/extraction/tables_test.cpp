@@ -73,7 +73,7 @@ TEST_F(TablesTest, AFailureSaysWhichTableAndKeepsItsNumber) {
   prods->CreateTable(false);
   Exec("INSERT INTO prods (name) VALUES ('Gearwheel')");
   prods->GetAttributes().Item(1L)->SetColumnSize(4);
-  const Error e = FailureOf([&] { prods->CreateTable(false); });
+  const Error e = CaughtError([&] { prods->CreateTable(false); });
   EXPECT_EQ(e.Number(), db::dberr::kDataTruncated);
   EXPECT_EQ(e.Description().rfind("Error creating table for Listing.Products:  \n\t", 0), 0u)
       << e.Description();
@@ -81,7 +81,7 @@ TEST_F(TablesTest, AFailureSaysWhichTableAndKeepsItsNumber) {
             "Entity.CreateTable(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)");
 
   prods->SetDBConnStr("");
-  const Error none = FailureOf([&] { prods->CreateTable(false); });
+  const Error none = CaughtError([&] { prods->CreateTable(false); });
   EXPECT_EQ(none.Number(), targeterr::kNoConnectionString);
   EXPECT_EQ(none.Source(), "Entity.CreateTable");
 }
@@ -89,7 +89,7 @@ TEST_F(TablesTest, AFailureSaysWhichTableAndKeepsItsNumber) {
 TEST_F(TablesTest, AParentWithAKeyFieldButNoSuchFieldCannotBeDescribed) {
   MakeOrders();
   orders_->SetIsPKSurrogate(false);  // the key is "order_id", which no field carries
-  EXPECT_EQ(FailureOf([&] { lines_->CreateTable(false, cn_str_); }).Number(),
+  EXPECT_EQ(CaughtError([&] { lines_->CreateTable(false, cn_str_); }).Number(),
             errnum::kObjectNotSet);
 }
 
@@ -134,7 +134,7 @@ TEST_F(TablesTest, ValidateNamesTheFirstThingMissing) {
     auto prods = AddRoot("Products", "<tr>", "prods");
     AddField(prods, "name", "<n>", "</n>", false, 20);
     c.spoil(*prods);
-    const Error e = FailureOf([&] { prods->Validate(); });
+    const Error e = CaughtError([&] { prods->Validate(); });
     EXPECT_EQ(e.Number(), c.number);
     EXPECT_EQ(e.Source(), "Entity.Validate");
     EXPECT_EQ(e.Description(), c.text);
@@ -142,7 +142,7 @@ TEST_F(TablesTest, ValidateNamesTheFirstThingMissing) {
   // A dataset on no datapage.
   auto alone = Entity::Create();
   alone->SetEntityName("Loose");
-  const Error e = FailureOf([&] { alone->Validate(); });
+  const Error e = CaughtError([&] { alone->Validate(); });
   EXPECT_EQ(e.Number(), exerr::kNoDatapageOrInitString);
   EXPECT_EQ(e.Description(), "No datapage associated with Loose.");
 }
@@ -161,7 +161,7 @@ TEST_F(TablesTest, ValidateReportsATableThatCannotBeOpened) {
             ";Extended Properties=\"Excel 8.0;HDR=Yes\"";
   auto prods = AddRoot("Products", "<tr>", "my prods");
   AddField(prods, "name", "<n>", "</n>", false, 20);
-  const Error e = FailureOf([&] { prods->Validate(); });
+  const Error e = CaughtError([&] { prods->Validate(); });
   EXPECT_EQ(e.Number(), exerr::kCannotOpenTable);
   EXPECT_EQ(e.Description().rfind("Could not connect to the table my prodsusing the following "
                                   "connection string: " +
@@ -201,7 +201,7 @@ TEST_F(TablesTest, ValidateReportsAStoreThatCannotBeReached) {
             ";Server=MySQL;Password=s3cret";
   auto prods = AddRoot("Products", "<tr>", "prods");
   AddField(prods, "name", "<n>", "</n>", false, 20);
-  const Error e = FailureOf([&] { prods->Validate(); });
+  const Error e = CaughtError([&] { prods->Validate(); });
   EXPECT_EQ(e.Number(), exerr::kCannotConnect);
   // The connection string is shown with its password hidden.
   const std::string& text = e.Description();
@@ -217,17 +217,18 @@ TEST_F(TablesTest, ValidateReportsAStoreThatCannotBeReached) {
 }
 
 TEST_F(TablesTest, ADatapageNeedsDatasetsAndAnId) {
-  Error e = FailureOf([&] { page_->Validate(); });
+  Error e = CaughtError([&] { page_->Validate(); });
   EXPECT_EQ(e.Number(), exerr::kNoDatasets);
   EXPECT_EQ(e.Source(), "Datapage.Validate");
   EXPECT_EQ(e.Description(), "The datapage Listing does not have a dataset associated with it.");
   auto prods = AddRoot("Products", "<tr>", "prods");
   page_->SetId("");
-  e = FailureOf([&] { page_->Validate(); });
+  e = CaughtError([&] { page_->Validate(); });
   EXPECT_EQ(e.Number(), exerr::kNoDatapageId);
   EXPECT_EQ(e.Description(), "The datapage Listing does not have an Id.");
   page_->SetId("some-id");
-  EXPECT_EQ(FailureOf([&] { page_->Validate(); }).Number(), exerr::kNoFields);  // the root's check
+  EXPECT_EQ(CaughtError([&] { page_->Validate(); }).Number(),
+            exerr::kNoFields);  // the root's check
   AddField(prods, "name", "<n>", "</n>", false, 20);
   page_->Validate();
 }
@@ -365,7 +366,7 @@ TEST_F(TablesTest, RowsWrittenBeforeAFailureEndsTheDocumentAreKept) {
   auto progress = page_->OnProgressChange.Connect(
       [&](long, long) { throw Error(errnum::kProviderError, "Host", "the host gave up"); });
   std::string text = "<tr><n>a</n><tr><n>b</n>";
-  EXPECT_EQ(FailureOf([&] { page_->Extract(text, false); }).Number(), errnum::kProviderError);
+  EXPECT_EQ(CaughtError([&] { page_->Extract(text, false); }).Number(), errnum::kProviderError);
   EXPECT_FALSE(db::WriteBatch::IsActive());
   EXPECT_EQ(Rows("SELECT * FROM prods"), (RowList{{"a"}}));
 }

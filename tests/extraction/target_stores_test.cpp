@@ -111,18 +111,6 @@ TEST_P(TargetStores, TheSameTemplateMakesItsTablesAndWritesTheSameRows) {
             (RowList{{"Écrou", "2"}, {"Gear 齿轮", "10"}, {"Bolt", "1"}}));
 }
 
-// Runs Debian's python3 with openpyxl, a reader of workbooks that shares nothing with ours.
-std::string Python(const gw::testing::TempDir& dir, const std::string& script) {
-  const auto file = dir / "read.py";
-  gw::testing::WriteFile(file, script);
-  std::string out;
-  FILE* p = ::popen(("/usr/bin/python3 " + file.string() + " 2>&1").c_str(), "r");
-  char buf[4096];
-  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
-  if (p) ::pclose(p);
-  return out;
-}
-
 TEST_F(ExtractionTest, AWorkbookWrittenByADocumentOpensInAnotherReader) {
   const auto book = dir_ / "rows.xlsx";
   cn_str_ = "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + book.string() +
@@ -134,12 +122,12 @@ TEST_F(ExtractionTest, AWorkbookWrittenByADocumentOpensInAnotherReader) {
   std::string text = "<tr><n>Écrou</n><p>1.50</p><tr><n>Gear 齿轮</n><p>12</p>";
   page_->Extract(text, false);
   // On disk when the document ends, without waiting for the program to exit.
-  EXPECT_EQ(Python(dir_,
-                   "import openpyxl\n"
-                   "ws = openpyxl.load_workbook('" +
-                       book.string() +
-                       "')['prods']\n"
-                       "for row in ws.iter_rows(values_only=True): print('|'.join(row))\n"),
+  EXPECT_EQ(testing::RunOpenpyxlScript(
+                "import openpyxl\n"
+                "ws = openpyxl.load_workbook('" +
+                book.string() +
+                "')['prods']\n"
+                "for row in ws.iter_rows(values_only=True): print('|'.join(row))\n"),
             "name|price\nÉcrou|1.50\nGear 齿轮|12\n");
 }
 

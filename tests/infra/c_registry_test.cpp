@@ -14,18 +14,11 @@ constexpr std::string_view kAdviceEnd =
 
 // The failure `f` raises, checked for the wrapper's source and text.
 Error FailureOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Source(), "C_Registry");
-    const std::string& d = e.Description();
-    EXPECT_TRUE(d.size() >= kAdviceEnd.size() &&
-                d.compare(d.size() - kAdviceEnd.size(), kAdviceEnd.size(), kAdviceEnd) == 0)
-        << d;
-    return e;
-  }
-  ADD_FAILURE() << "no failure";
-  return Error(0, "", "");
+  const Error e = testing::CaughtError(f);
+  EXPECT_EQ(e.Source(), "C_Registry");
+  const std::string& d = e.Description();
+  EXPECT_TRUE(d.ends_with(kAdviceEnd)) << d;
+  return e;
 }
 
 class C_RegistryTest : public ::testing::Test {

@@ -16,56 +16,79 @@ struct Counter {
   ScopedConnection connection;
 };
 
-bool PumpUntil(const std::function<bool()>& done) {
-  return EventLoop::Current().RunUntil(done, milliseconds(5000), milliseconds(5));
-}
+// The thread's loop measures its timers by a clock that moves only when the test moves it.
+class CTimerTest : public ::testing::Test {
+ protected:
+  CTimerTest() {
+    EventLoop::Current().SetTimeSource([this] { return now_; });
+  }
+  ~CTimerTest() override { EventLoop::Current().SetTimeSource({}); }
+  void Advance(milliseconds by) { now_ += by; }
+  // Moves the clock in steps of `step` and pumps after each, `times` times.
+  void Pump(milliseconds step, int times) {
+    for (int k = 0; k < times; ++k) {
+      Advance(step);
+      DoEvents();
+    }
+  }
 
-TEST(CTimer, FiresOnlyFromDoEventsOnItsOwnThread) {
+ private:
+  EventLoop::Clock::time_point now_ = EventLoop::Clock::now();
+};
+
+TEST_F(CTimerTest, FiresOnlyFromDoEventsOnItsOwnThread) {
   CTimer timer;
   Counter events(timer);
   EXPECT_FALSE(timer.Enabled());
   EXPECT_EQ(timer.Interval(), 0);
   timer.SetEnabled(true);
   timer.SetInterval(20);
-  EventLoop::Sleep(milliseconds(80));
+  Advance(milliseconds(80));
   EXPECT_EQ(events.count, 0);  // several periods passed, but nobody pumped
   std::thread([] { EventLoop::Current().DoEvents(); }).join();  // another thread's loop
   EXPECT_EQ(events.count, 0);
   DoEvents();
-  EXPECT_EQ(events.count, 1);
-  EXPECT_TRUE(PumpUntil([&] { return events.count >= 3; }));  // it repeats
+  EXPECT_EQ(events.count, 1);  // a late timer fires once, not once per missed period
+  DoEvents();
+  EXPECT_EQ(events.count, 1);  // and its next period counts from then
+  Pump(milliseconds(20), 2);
+  EXPECT_EQ(events.count, 3);  // it repeats
 }
 
-TEST(CTimer, ZeroIntervalStartsNothingAndANegativeOneIsIgnored) {
+TEST_F(CTimerTest, ZeroIntervalStartsNothingAndANegativeOneIsIgnored) {
   CTimer timer;
   Counter events(timer);
   timer.SetEnabled(true);
-  EventLoop::Sleep(milliseconds(30));
-  DoEvents();
+  Pump(milliseconds(30), 1);
   EXPECT_EQ(events.count, 0);
   timer.SetInterval(10);
   timer.SetInterval(-5);
   EXPECT_EQ(timer.Interval(), 10);
-  EXPECT_TRUE(PumpUntil([&] { return events.count >= 1; }));
+  Pump(milliseconds(9), 1);
+  EXPECT_EQ(events.count, 0);
+  Pump(milliseconds(1), 1);
+  EXPECT_EQ(events.count, 1);
 }
 
-TEST(CTimer, EnablingAgainRestartsThePeriod) {
+TEST_F(CTimerTest, EnablingAgainRestartsThePeriod) {
   CTimer restarted, steady;
   Counter restarted_events(restarted), steady_events(steady);
   restarted.SetInterval(400);
   steady.SetInterval(400);
   restarted.SetEnabled(true);
   steady.SetEnabled(true);
-  EventLoop::Sleep(milliseconds(250));
+  Advance(milliseconds(250));
   restarted.SetEnabled(true);
-  EventLoop::Sleep(milliseconds(250));
-  DoEvents();
-  EXPECT_EQ(steady_events.count, 1);     // 500 ms after its start
-  EXPECT_EQ(restarted_events.count, 0);  // only 250 ms after its restart
-  EXPECT_TRUE(PumpUntil([&] { return restarted_events.count >= 1; }));
+  Pump(milliseconds(150), 1);
+  EXPECT_EQ(steady_events.count, 1);     // 400 ms after its start
+  EXPECT_EQ(restarted_events.count, 0);  // only 150 ms after its restart
+  Pump(milliseconds(249), 1);
+  EXPECT_EQ(restarted_events.count, 0);
+  Pump(milliseconds(1), 1);
+  EXPECT_EQ(restarted_events.count, 1);  // 400 ms after its restart
 }
 
-TEST(CTimer, DisablingOrDroppingStopsIt) {
+TEST_F(CTimerTest, DisablingOrDroppingStopsIt) {
   int fired = 0;
   {
     CTimer timer;
@@ -78,16 +101,13 @@ TEST(CTimer, DisablingOrDroppingStopsIt) {
   one_shot.Timer.Connect([&] { one_shot.SetEnabled(false); });
   one_shot.SetInterval(5);
   one_shot.SetEnabled(true);
-  for (int k = 0; k < 5; ++k) {
-    EventLoop::Sleep(milliseconds(10));
-    DoEvents();
-  }
+  Pump(milliseconds(10), 5);
   EXPECT_EQ(fired, 0);
   EXPECT_EQ(events.count, 1);
   EXPECT_FALSE(one_shot.Enabled());
 }
 
-TEST(CTimer, AHandlerMayDestroyItsTimer) {
+TEST_F(CTimerTest, AHandlerMayDestroyItsTimer) {
   auto timer = std::make_unique<CTimer>();
   int fired = 0;
   timer->Timer.Connect([&] {
@@ -96,9 +116,9 @@ TEST(CTimer, AHandlerMayDestroyItsTimer) {
   });
   timer->SetInterval(5);
   timer->SetEnabled(true);
-  EXPECT_TRUE(PumpUntil([&] { return timer == nullptr; }));
-  EventLoop::Sleep(milliseconds(20));
-  DoEvents();
+  Pump(milliseconds(5), 1);
+  EXPECT_EQ(timer, nullptr);
+  Pump(milliseconds(20), 1);
   EXPECT_EQ(fired, 1);
 }
 

@@ -11,7 +11,7 @@
 namespace gw {
 namespace {
 
-using testing::FailureOf;
+using testing::FailureNumber;
 using testing::RulesStoreTest;
 
 const DateTime kRun = DateTime::FromParts(2026, 3, 4, 5, 6, 7);
@@ -104,7 +104,7 @@ TEST_F(MetaStoreTest, CodesAreReadAnewAtEveryCall) {
   EXPECT_EQ(e->SuccessCode(), "Perfect");
   // A store whose bands leave the determinant out fails from the read, with no row to give.
   Exec("DELETE FROM entity_success_codes WHERE entity_success_code_id = 5");
-  EXPECT_EQ(FailureOf([&] { e->SuccessCodeId(); }), errnum::kNoCurrentRecord);
+  EXPECT_EQ(FailureNumber([&] { e->SuccessCodeId(); }), errnum::kNoCurrentRecord);
 }
 
 TEST_F(MetaStoreTest, SavesWriteTheRowsOfTheirLevel) {
@@ -174,8 +174,9 @@ TEST_F(MetaStoreTest, SavesWriteTheRowsOfTheirLevel) {
 }
 
 TEST_F(MetaStoreTest, SavingWithoutAnOwnerFailsWith91) {
-  EXPECT_EQ(FailureOf([] { MetaEntity::Create("e")->SaveToMetabase(); }), errnum::kObjectNotSet);
-  EXPECT_EQ(FailureOf([] { MetaTask::Create()->SaveToMetabase(); }), errnum::kObjectNotSet);
+  EXPECT_EQ(FailureNumber([] { MetaEntity::Create("e")->SaveToMetabase(); }),
+            errnum::kObjectNotSet);
+  EXPECT_EQ(FailureNumber([] { MetaTask::Create()->SaveToMetabase(); }), errnum::kObjectNotSet);
   // The back references do not keep their owners alive.
   auto task = MetaTask::Create();
   {

@@ -7,14 +7,7 @@
 namespace gw::db {
 namespace {
 
-ErrorNumber FailureOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number();
-  }
-  return 0;
-}
+using testing::FailureNumber;
 
 TEST(ConnectionProperties, MaskPasswordsHidesEverySecretAndKeepsTheRest) {
   const struct {
@@ -91,7 +84,7 @@ TEST_F(SqliteTest, ReadOnlyRecordsetOutlivesItsConnection) {
   EXPECT_TRUE((*rs)["seen"].Value().IsNull());
   rs->MoveNext();
   EXPECT_TRUE(rs->IsEOF());
-  EXPECT_EQ(FailureOf([&] { rs->MoveNext(); }), dberr::kNoCurrentRecord);
+  EXPECT_EQ(FailureNumber([&] { rs->MoveNext(); }), dberr::kNoCurrentRecord);
 }
 
 TEST_F(SqliteTest, ColumnsReportDeclaredWidthsAndMissingNamesFailWith3265) {
@@ -104,8 +97,8 @@ TEST_F(SqliteTest, ColumnsReportDeclaredWidthsAndMissingNamesFailWith3265) {
   EXPECT_EQ(f["notes"].DefinedSize(), kUnboundedTextSize);
   EXPECT_EQ(f["qty"].Type(), DataType::Integer);
   EXPECT_EQ(f[0L].Name(), "id");
-  EXPECT_EQ(FailureOf([&] { f["nope"]; }), dberr::kItemNotFound);
-  EXPECT_EQ(FailureOf([&] { f[7L]; }), dberr::kItemNotFound);
+  EXPECT_EQ(FailureNumber([&] { f["nope"]; }), dberr::kItemNotFound);
+  EXPECT_EQ(FailureNumber([&] { f[7L]; }), dberr::kItemNotFound);
 }
 
 TEST_F(SqliteTest, AppendingThroughAnUpdatableRecordsetInsertsTheRow) {
@@ -132,14 +125,14 @@ TEST_F(SqliteTest, RefusedValuesFailAtSetOrAtUpdate) {
   auto rs = Recordset::Create();
   rs->Open("SELECT * FROM items", cn, CursorType::Keyset, LockType::Optimistic);
   rs->AddNew();
-  EXPECT_EQ(FailureOf([&] { (*rs)["qty"] = Variant("lots"); }), dberr::kMultipleStep);
+  EXPECT_EQ(FailureNumber([&] { (*rs)["qty"] = Variant("lots"); }), dberr::kMultipleStep);
   (*rs)["id"] = Variant("d");
   (*rs)["name"] = Variant("ĀĒĪŌŪĀĒĪŌŪ");  // ten characters fit VARCHAR(10), bytes do not matter
   rs->Update();
   rs->AddNew();
   (*rs)["id"] = Variant("e");
   (*rs)["name"] = Variant("Elderberries");
-  EXPECT_EQ(FailureOf([&] { rs->Update(); }), dberr::kDataTruncated);
+  EXPECT_EQ(FailureNumber([&] { rs->Update(); }), dberr::kDataTruncated);
   rs->CancelUpdate();
   auto count = cn->Execute("SELECT COUNT(*) FROM items");
   EXPECT_EQ((*count)[0L].Value().ToLong(), 3);
@@ -199,18 +192,18 @@ TEST_F(SqliteTest, TheEmptyDateIsStoredAsNull) {
 TEST_F(SqliteTest, ReadOnlyRecordsetRefusesEdits) {
   auto rs = Recordset::Create();
   rs->Open("SELECT * FROM items", Open());
-  EXPECT_EQ(FailureOf([&] { rs->AddNew(); }), dberr::kNotUpdatable);
-  EXPECT_EQ(FailureOf([&] { (*rs)["name"] = Variant("x"); }), dberr::kNotUpdatable);
+  EXPECT_EQ(FailureNumber([&] { rs->AddNew(); }), dberr::kNotUpdatable);
+  EXPECT_EQ(FailureNumber([&] { (*rs)["name"] = Variant("x"); }), dberr::kNotUpdatable);
 }
 
 TEST_F(SqliteTest, StatementFailuresAreNumbered) {
   auto cn = Open();
-  EXPECT_EQ(FailureOf([&] { cn->Execute("SELECT * FROM nowhere"); }), dberr::kNoSuchTable);
-  EXPECT_EQ(FailureOf([&] { cn->Execute("SELEKT 1"); }), dberr::kSyntax);
-  EXPECT_EQ(FailureOf([&] { cn->Execute("INSERT INTO items (id) VALUES ('a')"); }),
+  EXPECT_EQ(FailureNumber([&] { cn->Execute("SELECT * FROM nowhere"); }), dberr::kNoSuchTable);
+  EXPECT_EQ(FailureNumber([&] { cn->Execute("SELEKT 1"); }), dberr::kSyntax);
+  EXPECT_EQ(FailureNumber([&] { cn->Execute("INSERT INTO items (id) VALUES ('a')"); }),
             dberr::kIntegrity);
   auto unknown = Connection::Create();
-  EXPECT_EQ(FailureOf([&] { unknown->Open("Provider=Nothing;Data Source=x"); }),
+  EXPECT_EQ(FailureNumber([&] { unknown->Open("Provider=Nothing;Data Source=x"); }),
             dberr::kProviderNotFound);
   EXPECT_EQ(unknown->Provider(), "Nothing");
   EXPECT_EQ(Connection::Create()->Provider(), "MSDASQL.1");

@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include "support/test_support.h"
+
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "support/mariadb_server.h"
@@ -7,16 +9,9 @@
 namespace gw::db {
 namespace {
 
-using gw::testing::MariaDbServer;
+using testing::FailureNumber;
 
-ErrorNumber FailureOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number();
-  }
-  return 0;
-}
+using gw::testing::MariaDbServer;
 
 class MariaDbTest : public ::testing::Test {
  protected:
@@ -49,7 +44,7 @@ TEST_F(MariaDbTest, ReadsTypedValuesAndCharacterWidths) {
   EXPECT_EQ((*rs)["qty"].Value().ToLong(), 3);
   EXPECT_EQ((*rs)["seen"].Value().ToDate(), DateTime::FromParts(2026, 1, 2, 3, 4, 5));
   EXPECT_TRUE((*rs)["notes"].Value().IsNull());
-  EXPECT_EQ(FailureOf([&] { (*rs)["missing"]; }), dberr::kItemNotFound);
+  EXPECT_EQ(FailureNumber([&] { (*rs)["missing"]; }), dberr::kItemNotFound);
 }
 
 TEST_F(MariaDbTest, AppendsUpdatesAndDeletesThroughTheRecordset) {
@@ -84,7 +79,7 @@ TEST_F(MariaDbTest, GeneratedKeysComeBackAndLongValuesAreRefused) {
   EXPECT_EQ((*rs)["n"].Value().ToLong(), 1);
   rs->AddNew();
   (*rs)["v"] = Variant("toolong");
-  EXPECT_EQ(FailureOf([&] { rs->Update(); }), dberr::kDataTruncated);
+  EXPECT_EQ(FailureNumber([&] { rs->Update(); }), dberr::kDataTruncated);
 }
 
 TEST_F(MariaDbTest, OdbcStyleStringsWithExtendedPropertiesConnect) {
@@ -95,13 +90,14 @@ TEST_F(MariaDbTest, OdbcStyleStringsWithExtendedPropertiesConnect) {
       "Driver};SERVER=127.0.0.1;PORT=" +
       std::to_string(server.Port()) + ";DATABASE=" + database_ + ";UID=root;PWD=;OPTION=18475\"");
   EXPECT_EQ(cn->DefaultDatabase(), database_);
-  EXPECT_EQ(FailureOf([&] { cn->Execute("SELECT * FROM nowhere"); }), dberr::kNoSuchTable);
+  EXPECT_EQ(FailureNumber([&] { cn->Execute("SELECT * FROM nowhere"); }), dberr::kNoSuchTable);
 }
 
 TEST(MariaDbDriver, RefusedConnectionIsANumberedFailure) {
   auto cn = Connection::Create();
-  EXPECT_EQ(FailureOf([&] { cn->Open("Provider=MySQLProv;Server=127.0.0.1;Port=1;User ID=x"); }),
-            dberr::kProvider);
+  EXPECT_EQ(
+      FailureNumber([&] { cn->Open("Provider=MySQLProv;Server=127.0.0.1;Port=1;User ID=x"); }),
+      dberr::kProvider);
 }
 
 }  // namespace

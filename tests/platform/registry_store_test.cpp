@@ -15,16 +15,9 @@ extern char** environ;
 namespace gw {
 namespace {
 
-constexpr std::string_view kProductKey = "SOFTWARE\\Tallowmere\\Zentrovo";
+using testing::FailureNumber;
 
-ErrorNumber FailureNumber(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number();
-  }
-  return 0;
-}
+constexpr std::string_view kProductKey = "SOFTWARE\\Tallowmere\\Zentrovo";
 
 TEST(RegistryStore, EveryTypeSurvivesTheFile) {
   testing::TempDir dir;

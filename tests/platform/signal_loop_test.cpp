@@ -56,16 +56,21 @@ TEST(Signal, DroppingTheScopedConnectionDetaches) {
   EXPECT_FALSE(sig.HasHandlers());
 }
 
-TEST(EventLoop, TimersFireOnlyFromDoEvents) {
+TEST(EventLoop, TimersFireOnlyFromDoEventsWhenDue) {
   EventLoop loop;
+  auto now = EventLoop::Clock::now();
+  loop.SetTimeSource([&] { return now; });
   int fired = 0;
   const auto id = loop.StartTimer(10ms, [&] { ++fired; });
-  EventLoop::Sleep(30ms);
+  now += 9ms;
+  loop.DoEvents();
+  EXPECT_EQ(fired, 0);  // not due yet
+  now += 21ms;
   EXPECT_EQ(fired, 0);  // time passed, but nobody pumped
   loop.DoEvents();
   EXPECT_EQ(fired, 1);  // a late timer fires once, not once per missed period
   loop.StopTimer(id);
-  EventLoop::Sleep(20ms);
+  now += 20ms;
   loop.DoEvents();
   EXPECT_EQ(fired, 1);
 }

@@ -2,19 +2,14 @@
 
 #include <gtest/gtest.h>
 
+#include "support/test_support.h"
+
 #include "platform/error.h"
 
 namespace gw {
 namespace {
 
-ErrorNumber FailureOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number();
-  }
-  return 0;
-}
+using testing::FailureNumber;
 
 TEST(Variant, TextForms) {
   EXPECT_EQ(Variant().ToString(), "");
@@ -39,10 +34,10 @@ TEST(Variant, ConversionsFollowTheRuntime) {
 }
 
 TEST(Variant, FailuresCarryTheRuntimeNumbers) {
-  EXPECT_EQ(FailureOf([] { Variant(kNull).ToString(); }), errnum::kInvalidUseOfNull);
-  EXPECT_EQ(FailureOf([] { Variant("abc").ToLong(); }), errnum::kTypeMismatch);
-  EXPECT_EQ(FailureOf([] { Variant(70000).ToInteger(); }), errnum::kOverflow);
-  EXPECT_EQ(FailureOf([] { Variant("x").ToObject(); }), errnum::kTypeMismatch);
+  EXPECT_EQ(FailureNumber([] { Variant(kNull).ToString(); }), errnum::kInvalidUseOfNull);
+  EXPECT_EQ(FailureNumber([] { Variant("abc").ToLong(); }), errnum::kTypeMismatch);
+  EXPECT_EQ(FailureNumber([] { Variant(70000).ToInteger(); }), errnum::kOverflow);
+  EXPECT_EQ(FailureNumber([] { Variant("x").ToObject(); }), errnum::kTypeMismatch);
 }
 
 TEST(Variant, EqualityAcrossNumericTypes) {

@@ -10,28 +10,7 @@
 namespace gw::db {
 namespace {
 
-ErrorNumber FailureOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number();
-  }
-  return 0;
-}
-
-// Runs Debian's python3 with openpyxl, an independent reader and writer of workbooks.
-std::string Python(const std::string& script) {
-  gw::testing::TempDir dir;
-  const auto file = dir / "s.py";
-  gw::testing::WriteFile(file, script);
-  const std::string cmd = "/usr/bin/python3 " + file.string() + " 2>&1";
-  std::string out;
-  FILE* p = ::popen(cmd.c_str(), "r");
-  char buf[4096];
-  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
-  if (p) ::pclose(p);
-  return out;
-}
+using testing::FailureNumber;
 
 class XlsxTest : public ::testing::Test {
  protected:
@@ -66,7 +45,7 @@ TEST_F(XlsxTest, RowsAppendedOnePerConnectionOpenInAnIndependentReader) {
   AppendRow("Coffee & <Cake>", "");
   AppendRow("Grüße", "1");
   FlushBufferedStores();
-  const std::string out = Python(
+  const std::string out = testing::RunOpenpyxlScript(
       "import openpyxl\n"
       "wb = openpyxl.load_workbook(open('" +
       path_.string() +
@@ -82,7 +61,7 @@ TEST_F(XlsxTest, RowsAppendedOnePerConnectionOpenInAnIndependentReader) {
 }
 
 TEST_F(XlsxTest, ReadsAWorkbookWrittenByAnotherProgram) {
-  Python(
+  testing::RunOpenpyxlScript(
       "import openpyxl\n"
       "wb = openpyxl.Workbook()\n"
       "ws = wb.active\n"
@@ -110,7 +89,7 @@ TEST_F(XlsxTest, DeletingTheFileEmptiesTheWorkbook) {
   AppendRow("Tea", "1");
   FlushBufferedStores();
   std::filesystem::remove(path_);
-  EXPECT_EQ(FailureOf([&] { Open()->Execute("SELECT * FROM Products"); }), dberr::kNoSuchTable);
+  EXPECT_EQ(FailureNumber([&] { Open()->Execute("SELECT * FROM Products"); }), dberr::kNoSuchTable);
   Open()->Execute("CREATE TABLE Products (Name TEXT, Price TEXT)");
   EXPECT_EQ(Open()->Execute("SELECT * FROM Products")->RecordCount(), 0);
 }
@@ -118,15 +97,16 @@ TEST_F(XlsxTest, DeletingTheFileEmptiesTheWorkbook) {
 TEST_F(XlsxTest, RefusesWhatASheetCannotDo) {
   auto cn = Open();
   cn->Execute("CREATE TABLE Products (Name TEXT, Price TEXT)");
-  EXPECT_EQ(FailureOf([&] { cn->Execute("CREATE TABLE Products (Name TEXT)"); }), dberr::kSyntax);
-  EXPECT_EQ(FailureOf([&] { cn->Execute("DELETE FROM Products"); }), dberr::kProvider);
+  EXPECT_EQ(FailureNumber([&] { cn->Execute("CREATE TABLE Products (Name TEXT)"); }),
+            dberr::kSyntax);
+  EXPECT_EQ(FailureNumber([&] { cn->Execute("DELETE FROM Products"); }), dberr::kProvider);
   auto rs = Recordset::Create();
   rs->Open("SELECT * FROM Products", cn, CursorType::Keyset, LockType::Optimistic);
   rs->AddNew();
   (*rs)["Name"] = Variant(std::string(256, 'x'));
-  EXPECT_EQ(FailureOf([&] { rs->Update(); }), dberr::kDataTruncated);
+  EXPECT_EQ(FailureNumber([&] { rs->Update(); }), dberr::kDataTruncated);
   rs->CancelUpdate();
-  EXPECT_EQ(FailureOf([&] { (*rs)["Nope"]; }), dberr::kItemNotFound);
+  EXPECT_EQ(FailureNumber([&] { (*rs)["Nope"]; }), dberr::kItemNotFound);
 }
 
 TEST(AccessTarget, IsASqliteFileAtItsDataSource) {

@@ -7,7 +7,7 @@
 namespace gw {
 namespace {
 
-using testing::FailureOf;
+using testing::FailureNumber;
 using testing::RulesStoreTest;
 
 class CDisconnRSTest : public RulesStoreTest {
@@ -87,8 +87,8 @@ TEST_F(CDisconnRSTest, FailuresCarryTheStoresNumberAndTheLogName) {
   EXPECT_EQ(e.Number(), db::dberr::kNoSuchTable);
   ASSERT_FALSE(e.CallStack().empty());
   EXPECT_EQ(e.CallStack().front(), "CDisconnRS.RunQuery(SQLStatement,ReadOnly)");
-  EXPECT_EQ(FailureOf([&] { q.RunQuery("Exec usp_DoesNotExist", true); }), 0x80040E14u);
-  EXPECT_EQ(FailureOf([&] { CDisconnRS("Provider=Nothing").RunQuery("SELECT 1", true); }),
+  EXPECT_EQ(FailureNumber([&] { q.RunQuery("Exec usp_DoesNotExist", true); }), 0x80040E14u);
+  EXPECT_EQ(FailureNumber([&] { CDisconnRS("Provider=Nothing").RunQuery("SELECT 1", true); }),
             db::dberr::kProviderNotFound);
 }
 

@@ -41,25 +41,4 @@ class RulesStoreTest : public ::testing::Test {
   std::string cn_str_;
 };
 
-// The number of the failure `f` raises, or 0.
-inline ErrorNumber FailureOf(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e.Number();
-  }
-  return 0;
-}
-
-// The failure `f` raises; fails the test when it raises none.
-inline Error CaughtError(const std::function<void()>& f) {
-  try {
-    f();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no failure was raised";
-  return Error(0, "", "");
-}
-
 }  // namespace gw::testing

@@ -11,7 +11,7 @@
 namespace gw {
 namespace {
 
-using testing::FailureOf;
+using testing::FailureNumber;
 using testing::RulesStoreTest;
 
 class RulesTransactionTest : public RulesStoreTest {
@@ -43,7 +43,7 @@ TEST_F(RulesTransactionTest, NothingIsStoredUntilCommit) {
 }
 
 TEST_F(RulesTransactionTest, AnErrorUnwindingRollsEveryCallBack) {
-  const ErrorNumber n = FailureOf([&] {
+  const ErrorNumber n = FailureNumber([&] {
     RulesTransaction tx;
     SaveSome();
     D_Entity().Save("", "p1");  // refused: no id
@@ -60,7 +60,7 @@ TEST_F(RulesTransactionTest, AnErrorUnwindingRollsEveryCallBack) {
 
 TEST_F(RulesTransactionTest, OneAtATimeAndOnlyOnItsOwnStore) {
   RulesTransaction tx;
-  EXPECT_EQ(FailureOf([] { RulesTransaction second; }), errnum::kOperationNotAllowed);
+  EXPECT_EQ(FailureNumber([] { RulesTransaction second; }), errnum::kOperationNotAllowed);
   // A data-access object on another store works outside the transaction.
   const std::string other =
       "Provider=SQLite;Data Source=" + (home_.Path() / "other.sqlite").string();
@@ -69,7 +69,7 @@ TEST_F(RulesTransactionTest, OneAtATimeAndOnlyOnItsOwnStore) {
   tx.Rollback();
   EXPECT_EQ(Pages(), 0);
   EXPECT_EQ(D_DataPage(other).Selectx("px")->RecordCount(), 1);
-  EXPECT_EQ(FailureOf([&] { tx.Commit(); }), errnum::kOperationNotAllowed);
+  EXPECT_EQ(FailureNumber([&] { tx.Commit(); }), errnum::kOperationNotAllowed);
   RulesTransaction next;  // the first one has ended
   next.Commit();
 }

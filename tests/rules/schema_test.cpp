@@ -203,7 +203,7 @@ TEST_F(RulesStoreTest, DeletingADatasetTakesItsFieldsAndColumnChoices) {
 }
 
 TEST_F(RulesStoreTest, DocumentRowsNeedTheirTaskRun) {
-  EXPECT_EQ(testing::FailureOf([&] {
+  EXPECT_EQ(testing::FailureNumber([&] {
               Exec(
                   "INSERT INTO task_instance_docs (doc_id, task_id, job_id, job_start_time) "
                   "VALUES ('d', 't', 'j', '2026-01-01 00:00:00')");

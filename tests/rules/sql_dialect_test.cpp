@@ -8,7 +8,7 @@
 namespace gw {
 namespace {
 
-using testing::FailureOf;
+using testing::FailureNumber;
 
 TEST(TranslateSql, RewritesWhatSqlServerWritesAndNothingElse) {
   struct Case {
@@ -100,7 +100,7 @@ TEST(ParseExecStatement, MalformedCallsFailAsSyntaxErrors) {
   for (const char* bad : {"Exec usp_X 'open", "Exec usp_X a b", "Exec usp_X 1,", "Exec usp_X 1 2",
                           "Exec ", "Exec usp_X 1; DROP TABLE jobs", "Exec usp_X(1)"}) {
     SCOPED_TRACE(bad);
-    EXPECT_EQ(FailureOf([&] { ParseExecStatement(bad); }), 0x80040E14u);
+    EXPECT_EQ(FailureNumber([&] { ParseExecStatement(bad); }), 0x80040E14u);
   }
 }
 
@@ -162,25 +162,25 @@ TEST(BindProcedureCall, PairsPlaceholdersWithParameters) {
   EXPECT_EQ(b.params[1].ToString(), "t1");
   EXPECT_EQ(b.params[2].ToString(), "2026-01-01 00:00:00");
 
-  EXPECT_EQ(FailureOf([&] {
+  EXPECT_EQ(FailureNumber([&] {
               BindProcedureCall("sqlite", ExecCall{"usp_Nothing", {}}, {});
             }),
             0x80040E14u);
-  EXPECT_EQ(FailureOf([&] {
+  EXPECT_EQ(FailureNumber([&] {
               BindProcedureCall("sqlite", ExecCall{"usp_GetTasks", {}}, {});
             }),
             db::dberr::kMissingParameter);
-  EXPECT_EQ(FailureOf([&] {
+  EXPECT_EQ(FailureNumber([&] {
               BindProcedureCall(
                   "sqlite", ExecCall{"usp_GetTasks", {{false, Variant(1)}, {false, Variant(2)}}},
                   {});
             }),
             0x80040E14u);
-  EXPECT_EQ(FailureOf([&] {
+  EXPECT_EQ(FailureNumber([&] {
               BindProcedureCall("sqlite", ExecCall{"usp_GetTasks", {{true, {}}}}, {});
             }),
             3001u);
-  EXPECT_EQ(FailureOf([&] {
+  EXPECT_EQ(FailureNumber([&] {
               const std::vector<Variant> two{Variant(1), Variant(2)};
               BindProcedureCall("sqlite", ExecCall{"usp_GetTasks", {{true, {}}}}, two);
             }),

@@ -15,7 +15,7 @@ namespace gw {
 namespace {
 
 using testing::CaughtError;
-using testing::FailureOf;
+using testing::FailureNumber;
 using testing::RulesStoreTest;
 
 using TemplateDataTest = RulesStoreTest;

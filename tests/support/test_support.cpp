@@ -4,10 +4,13 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+
+#include <gtest/gtest.h>
 
 namespace gw::testing {
 
@@ -89,6 +92,35 @@ std::filesystem::path SourceDir() {
 std::filesystem::path BinaryDir() {
   if (const char* s = std::getenv("GW_BINARY_DIR")) return s;
   return GW_BINARY_DIR_DEFAULT;
+}
+
+std::string RunOpenpyxlScript(const std::string& script) {
+  static const bool available =
+      std::system("/usr/bin/python3 -c 'import openpyxl' >/dev/null 2>&1") == 0;
+  if (!available) {
+    ADD_FAILURE() << "this test reads and writes workbooks with python3 and openpyxl, which are "
+                     "not installed: scripts/install-deps.sh installs python3-openpyxl";
+    return {};
+  }
+  TempDir dir;
+  const auto file = dir / "script.py";
+  WriteFile(file, script);
+  std::string out;
+  FILE* p = ::popen(("/usr/bin/python3 " + file.string() + " 2>&1").c_str(), "r");
+  char buf[4096];
+  while (p && std::fgets(buf, sizeof buf, p)) out += buf;
+  if (p) ::pclose(p);
+  return out;
+}
+
+Error CaughtError(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const Error& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no failure was raised";
+  return Error(0, "", "");
 }
 
 }  // namespace gw::testing

@@ -2,7 +2,10 @@
 #pragma once
 
 #include <filesystem>
+#include <functional>
 #include <string>
+
+#include "platform/error.h"
 
 namespace gw::testing {
 
@@ -56,5 +59,17 @@ void WriteFile(const std::filesystem::path& path, const std::string& content);
 std::filesystem::path SourceDir();
 // The build tree's root (for programs built beside the tests).
 std::filesystem::path BinaryDir();
+
+// Runs `script` with Debian's python3 and openpyxl (an independent reader and writer of
+// workbooks) and returns what it printed, errors included. Without openpyxl the test fails and
+// says what to install.
+std::string RunOpenpyxlScript(const std::string& script);
+
+// The failure `call` raises. When it raises none the test fails and the result has number 0.
+Error CaughtError(const std::function<void()>& call);
+// The number of that failure.
+inline ErrorNumber FailureNumber(const std::function<void()>& call) {
+  return CaughtError(call).Number();
+}
 
 }  // namespace gw::testing

@@ -12,9 +12,13 @@
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "platform/error.h"
+#include "support/test_support.h"
 #include "targets/table_description.h"
 
 namespace gw::targets_test {
+
+using testing::CaughtError;
+using testing::FailureNumber;
 
 // (name, width) of every column of `table`, as a recordset on "SELECT * FROM" reports them.
 inline std::vector<std::pair<std::string, long>> Columns(const std::string& cn_str,
@@ -54,17 +58,6 @@ inline TableDescription Describe(std::string table, std::vector<TableColumn> fie
   d.fields = std::move(fields);
   d.custom_columns = std::move(custom);
   return d;
-}
-
-// The failure a call raises; fails the test when it raises none.
-inline Error CaughtError(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no failure was raised";
-  return Error(0, "", "");
 }
 
 }  // namespace gw::targets_test
