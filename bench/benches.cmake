@@ -11,3 +11,4 @@ target_include_directories(targets_bench PRIVATE ${PROJECT_SOURCE_DIR}/tests)
 gw_add_bench(http_bench DEPS gw_web gw_platform PkgConfig::HTTPLIB)
 # The link scan and the document tree on generated pages (links_bench.cpp says what each shows).
 gw_add_bench(links_bench DEPS gw_acquire gw_platform PkgConfig::PCRE2)
+gw_add_bench(import_bench DEPS gw_engine gw_infra)

@@ -1,7 +1,12 @@
 // gleanwright export: a datapage, or a package with the datapages its tasks use, as one XML file
 // to keep in version control or to import on another machine.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <memory>
 
@@ -12,22 +17,83 @@
 namespace gw::app {
 namespace {
 
-// Writes `text` to `path` through a temporary file beside it, so a failed write leaves no half
-// file behind.
-void WriteWhole(const std::filesystem::path& path, const std::string& text) {
-  const std::filesystem::path partial = path.string() + ".partial";
-  {
-    std::ofstream out(partial, std::ios::binary | std::ios::trunc);
-    out << text;
-    out.close();
-    if (!out) {
-      std::error_code ignored;
-      std::filesystem::remove(partial, ignored);
-      throw Error(errnum::kPathNotFound, "gleanwright export",
-                  "Cannot write " + path.string() + ".");
+[[noreturn]] void CannotWrite(const std::filesystem::path& path, const std::string& why) {
+  throw Error(errnum::kPathNotFound, "gleanwright export",
+              "Cannot write " + path.string() + ": " + why + ".");
+}
+
+// Writes all of `text` to the open descriptor; false with errno set when it cannot.
+bool WriteAll(int fd, std::string_view text) {
+  while (!text.empty()) {
+    const ssize_t n = ::write(fd, text.data(), text.size());
+    if (n < 0) {
+      if (errno == EINTR) continue;
+      return false;
     }
+    text.remove_prefix(static_cast<std::size_t>(n));
   }
-  std::filesystem::rename(partial, path);
+  return true;
+}
+
+// Writes `text` to `path`. A symbolic link is written through to the file it names, and a file
+// that is not a regular one (a device such as /dev/stdout, a named pipe) is written in place. A
+// regular file is written beside itself under a temporary name and renamed over the old one, so
+// that a failed write leaves the old file as it was and no partial file behind; the new file
+// keeps the old one's permissions. A folder is refused.
+void WriteWhole(const std::filesystem::path& path, const std::string& text) {
+  namespace fs = std::filesystem;
+  std::error_code ec;
+  const fs::file_status st = fs::status(path, ec);
+  if (fs::is_directory(st)) CannotWrite(path, "it is a folder; give the name of a file in it");
+  if (fs::exists(st) && !fs::is_regular_file(st)) {
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    if (fd < 0 || !WriteAll(fd, text)) {
+      const int err = errno;
+      if (fd >= 0) ::close(fd);
+      CannotWrite(path, std::strerror(err));
+    }
+    ::close(fd);
+    return;
+  }
+  // The file a chain of links ends at, which may not exist yet.
+  fs::path target = path;
+  for (int hops = 0; fs::is_symlink(fs::symlink_status(target, ec)); ++hops) {
+    if (hops == 40) CannotWrite(path, "its symbolic links form a loop");
+    const fs::path next = fs::read_symlink(target, ec);
+    if (ec) CannotWrite(path, ec.message());
+    target = next.is_absolute() ? next : target.parent_path() / next;
+  }
+  if (target.parent_path().empty()) target = fs::path(".") / target;
+  std::string partial =
+      (target.parent_path() / ("." + target.filename().string() + ".XXXXXX")).string();
+  const int fd = ::mkstemp(partial.data());
+  if (fd < 0) CannotWrite(path, std::strerror(errno));
+  const auto give_up = [&](int err) {
+    ::close(fd);
+    ::unlink(partial.c_str());
+    CannotWrite(path, std::strerror(err));
+  };
+  // The new file has the old one's permissions, or those a new file gets.
+  struct stat old {};
+  mode_t mode = 0;
+  if (::stat(target.c_str(), &old) == 0) {
+    mode = old.st_mode & 07777;
+  } else {
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    mode = 0666 & ~mask;
+  }
+  if (::fchmod(fd, mode) != 0 || !WriteAll(fd, text) || ::fsync(fd) != 0) give_up(errno);
+  if (::close(fd) != 0) {
+    const int err = errno;
+    ::unlink(partial.c_str());
+    CannotWrite(path, std::strerror(err));
+  }
+  if (::rename(partial.c_str(), target.c_str()) != 0) {
+    const int err = errno;
+    ::unlink(partial.c_str());
+    CannotWrite(path, std::strerror(err));
+  }
 }
 
 struct ExportOptions {
@@ -43,6 +109,10 @@ int RunExport(const ExportOptions& o) {
     std::cerr << "gleanwright: warning: " << warning << "\n";
   if (o.output.empty() || o.output == "-") {
     std::cout << result.xml;
+    std::cout.flush();
+    if (!std::cout) {
+      throw Error(errnum::kPathNotFound, "gleanwright export", "Cannot write standard output.");
+    }
   } else {
     WriteWhole(o.output, result.xml);
     std::cout << "Wrote " << o.output << "\n";
@@ -61,7 +131,9 @@ const CommandRegistration kExport(40, [](CLI::App& app, const GlobalOptions&,
   what->add_option("--datapage", options->datapage, "The id or display name of a datapage");
   what->add_option("--package", options->package, "The id or name of a package");
   what->require_option(1);
-  cmd->add_option("-o,--output", options->output, "The file to write (default: standard output)");
+  cmd->add_option("-o,--output", options->output,
+                  "The file to write, through a symbolic link to the file it names; \"-\" or "
+                  "nothing: standard output. The old file stays as it was when writing fails");
   cmd->callback([options, set_exit] { set_exit(RunExport(*options)); });
 });
 

@@ -17,6 +17,7 @@
 #include "filters/transformations.h"
 #include "meta/meta_doc.h"
 #include "platform/charset.h"
+#include "platform/paths.h"
 #include "platform/text.h"
 #include "rules/template_data_access.h"
 
@@ -100,6 +101,11 @@ void CollectDatasets(Entities& entities, std::vector<EntityPtr>& out) {
 }
 
 std::string ReadFileBytes(const std::string& path) {
+  // A folder, a named pipe or a device is not opened.
+  if (const FileCheck check = CheckDocumentFile(path); !check.Ok()) {
+    throw Error(errnum::kFileNotFound, "gleanwright extract",
+                "Cannot read " + path + ": " + check.reason + ".");
+  }
   std::ifstream in(path, std::ios::binary);
   if (!in) throw Error(errnum::kFileNotFound, "gleanwright extract", "Cannot read " + path);
   std::ostringstream bytes;

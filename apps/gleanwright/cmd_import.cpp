@@ -8,11 +8,17 @@
 #include "commands.h"
 #include "engine/exchange.h"
 #include "platform/error.h"
+#include "platform/paths.h"
 
 namespace gw::app {
 namespace {
 
 int RunImport(const std::string& file) {
+  // A folder, a named pipe or a device is not opened.
+  if (const FileCheck check = CheckDocumentFile(file); !check.Ok()) {
+    throw Error(errnum::kFileNotFound, "gleanwright import",
+                "Cannot read " + file + ": " + check.reason + ".");
+  }
   std::ifstream in(file, std::ios::binary);
   if (!in) throw Error(errnum::kFileNotFound, "gleanwright import", "Cannot read " + file + ".");
   std::ostringstream text;

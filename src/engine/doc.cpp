@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "engine/task.h"
+#include "platform/paths.h"
 #include "platform/text.h"
 
 namespace gw {
@@ -45,18 +46,22 @@ std::string Doc::GetSrcText(IDocPlugin& DocPlugin) {
 }
 
 Status Doc::CheckReadable() const {
-  namespace fs = std::filesystem;
   constexpr const char* kSource = "Doc.GetSrcText";
   const std::string path = FileSystemPathOf(local_path_);
-  std::error_code ec;
-  const fs::file_status st = fs::status(path, ec);
-  if (path.empty() || !fs::exists(st)) {
-    return Status(errnum::kFileNotFound, kSource,
-                  "The document " + local_path_ + " could not be read: the file does not exist.");
-  }
-  if (fs::is_directory(st)) {
-    return Status(errnum::kPathFileAccessError, kSource,
-                  "The document " + local_path_ + " could not be read: it is a folder.");
+  // Looked at before it is opened: a named pipe or a device is never opened.
+  const FileCheck check = CheckDocumentFile(path);
+  switch (check.kind) {
+    case FileCheck::kReadable:
+      break;
+    case FileCheck::kMissing:
+      return Status(errnum::kFileNotFound, kSource,
+                    "The document " + local_path_ + " could not be read: the file does not exist.");
+    case FileCheck::kFolder:
+      return Status(errnum::kPathFileAccessError, kSource,
+                    "The document " + local_path_ + " could not be read: it is a folder.");
+    case FileCheck::kUnreadable:
+      return Status(errnum::kPermissionDenied, kSource,
+                    "The document " + local_path_ + " could not be read: " + check.reason + ".");
   }
   std::ifstream in(path, std::ios::binary);
   if (!in) {

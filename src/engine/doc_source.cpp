@@ -54,39 +54,32 @@ bool IsPermissionDenied(const std::error_code& ec) {
               "Could not read the folder " + path.string() + ": " + ec.message() + ".");
 }
 
-// The files and subfolders of `folder`, each sorted by name. A folder that may not be listed is
-// taken as empty, as a refused permission is skipped everywhere in the walk.
-void ListFolder(const fs::path& folder, std::vector<fs::path>& files,
+// The files and subfolders of `folder`, each sorted by name; false when the folder may not be
+// listed. Every entry that is not a folder counts as a file, also one that cannot be read (a
+// file the user may not read, a link that leads nowhere or into a loop, a named pipe, a device):
+// it becomes a document whose copy records why it was not read, rather than vanishing.
+bool ListFolder(const fs::path& folder, std::vector<fs::path>& files,
                 std::vector<fs::path>& subfolders) {
   std::error_code ec;
   fs::directory_iterator it(folder, ec);
   if (ec) {
-    if (IsPermissionDenied(ec)) return;
+    if (IsPermissionDenied(ec)) return false;
     ThrowWalkFailure(folder, ec);
   }
   for (; it != fs::directory_iterator(); it.increment(ec)) {
     if (ec) break;
     std::error_code entry_ec;
     const fs::file_status st = it->status(entry_ec);
-    if (entry_ec) {
-      if (IsPermissionDenied(entry_ec) || entry_ec == std::errc::no_such_file_or_directory) {
-        continue;  // refused, or a link that leads nowhere
-      }
-      ThrowWalkFailure(it->path(), entry_ec);
-    }
-    if (fs::is_directory(st)) {
+    if (!entry_ec && fs::is_directory(st)) {
       subfolders.push_back(it->path());
-    } else if (fs::exists(st)) {
-      // A file the user may not read is left out (asked with the effective ids, with which it
-      // would be opened).
-      if (::faccessat(AT_FDCWD, it->path().c_str(), R_OK, AT_EACCESS) != 0 && errno == EACCES)
-        continue;
+    } else {
       files.push_back(it->path());
     }
   }
   if (ec && !IsPermissionDenied(ec)) ThrowWalkFailure(folder, ec);
   std::sort(files.begin(), files.end());
   std::sort(subfolders.begin(), subfolders.end());
+  return true;
 }
 
 std::string FullPath(const fs::path& path) {
@@ -113,10 +106,16 @@ db::RecordsetPtr DocSource::GetURIListFromFilePath(const std::string& prmPathOve
     const fs::file_status st = path.empty() ? fs::file_status() : fs::status(path, ec);
     if (fs::is_directory(st)) {
       std::vector<fs::path> files, subfolders;
+      // A folder that may not be listed is taken as empty.
       ListFolder(path, files, subfolders);
       for (const auto& file : files) AddUri(*list, FullPath(file));
       if (include_sub_folders_) {
         for (const auto& folder : subfolders) {
+          // A subfolder that may not be listed is recorded as a document that says so.
+          if (::faccessat(AT_FDCWD, folder.c_str(), R_OK | X_OK, AT_EACCESS) != 0) {
+            AddUri(*list, FullPath(folder));
+            continue;
+          }
           // The subfolder's own list, joined to this one.
           auto sub = GetURIListFromFilePath(folder.string());
           if (sub->RecordCount() > 0) sub->MoveFirst();
@@ -124,7 +123,8 @@ db::RecordsetPtr DocSource::GetURIListFromFilePath(const std::string& prmPathOve
             AddUri(*list, sub->GetFields()[0L].Value().ToText());
         }
       }
-    } else if (fs::exists(st)) {
+    } else if (fs::exists(st) || fs::is_symlink(fs::symlink_status(path, ec))) {
+      // A file, also one that cannot be read: its document says why.
       AddUri(*list, FullPath(path));
     } else {
       // Neither a folder nor a file: an address, fetched as it stands.

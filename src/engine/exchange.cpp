@@ -565,14 +565,20 @@ class Importer {
     return existing ? NoAction() : Variant(DateTime::Now());
   }
 
-  // Runs the writes of one record; a failure of the store keeps its number and gains the
-  // record's place in the file.
+  // Runs the writes of one record; a failure keeps its number. One that the record caused gains
+  // the record's place in the file; one of the rules database itself (read-only, full) is no
+  // fault of the file and says so.
   template <typename F>
   void Store(const Object& record, F&& write) const {
     try {
       write();
     } catch (Error& e) {
-      e.SetDescription(reader_.Where(record) + e.Description());
+      if (e.Number() == db::dberr::kStoreFault) {
+        e.SetDescription("The rules database refused the import, and nothing was stored: " +
+                         e.Description());
+      } else {
+        e.SetDescription(reader_.Where(record) + e.Description());
+      }
       throw;
     }
   }

@@ -485,10 +485,17 @@ std::string FileSaver::SaveText(std::string_view text, bool Overwrite, bool Appe
 std::string FileSaver::CopyFile(const std::string& SrcFile) {
   return ReportAs("FileSaver.CopyFile(SrcFile)", [&] {
     const std::string source = FileSystemPathOf(SrcFile);
-    std::error_code ec;
-    if (!fs::is_regular_file(source, ec)) {
+    // Looked at before it is opened: a link into nothing or into a loop, a named pipe, a device
+    // or a refused permission is never opened, and the failure says which.
+    const FileCheck check = CheckDocumentFile(source);
+    if (check.kind == FileCheck::kMissing) {
       throw Error(errnum::kFileNotFound, "FileSaver.CopyFile", "File not found: " + source);
     }
+    if (!check.Ok()) {
+      throw Error(errnum::kPathFileAccessError, "FileSaver.CopyFile",
+                  "Not copied: " + source + ": " + check.reason + ".");
+    }
+    std::error_code ec;
     std::string path = GetCreateableFullPath();
     const std::string folder = fs::path(path).parent_path().string();
     const std::string temporary = TemporaryName(folder);

@@ -120,8 +120,10 @@ std::string Job::Execute(const std::string& Uri, const std::string& SourceText) 
   std::optional<Error> failure;
   try {
     is_instance_ = true;
+    owns_run_row_ = false;
     start_time_ = DateTime::Now();
-    Save();
+    start_time_ = DJob().AddInstance(job_id_, start_time_);
+    owns_run_row_ = true;
     OnJobExecuteBegin.Emit(job_id_, start_time_);
     auto meta = Metadata();
     meta->SetJobId(job_id_);
@@ -150,7 +152,8 @@ std::string Job::Execute(const std::string& Uri, const std::string& SourceText) 
   }
   // The run's row is closed; the rest of the results is not saved. Closing it may fail too (the
   // store that failed the run may be the rules store): the failure that ended the run is still
-  // the one that goes on, and it says that the row stays open.
+  // the one that goes on, and it says that the row stays open. A run whose row could not be
+  // written has none to close: the row at its start time is another run's.
   SetExecutingTask(nullptr);
   const auto noting = [&](auto&& step) {
     try {
@@ -162,7 +165,7 @@ std::string Job::Execute(const std::string& Uri, const std::string& SourceText) 
   };
   complete_time_ = DateTime::Now();
   noting([&] { complete_code_ = Metadata()->SuccessCodeId(); });
-  noting([&] { Save(); });
+  if (owns_run_row_) noting([&] { Save(); });
   bool ignored = false;
   OnStatusChange.Emit(failure->Description(), ignored);
   OnJobExecuteComplete.Emit(job_id_, start_time_);

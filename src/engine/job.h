@@ -165,6 +165,8 @@ class Job : public Object {
   DateTime start_time_, complete_time_;
   std::int16_t complete_code_ = 0;
   bool is_instance_ = false;
+  // Set once this object's current run has written its own row of `job_instances`.
+  bool owns_run_row_ = false;
   std::unique_ptr<Tasks> tasks_;
   std::shared_ptr<MetaJob> metadata_;
   TaskPtr executing_task_;

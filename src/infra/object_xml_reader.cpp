@@ -4,6 +4,7 @@
 #include <libxml/tree.h>
 
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "platform/property_table.h"
@@ -35,6 +36,79 @@ void OnParseError(void* ctx, xmlError* err) {
          (problem->message.back() == '\n' || problem->message.back() == ' ')) {
     problem->message.pop_back();
   }
+}
+
+// An element with more attributes than the form uses, or a document type declaration, found by
+// `FindCrowdedElement`.
+struct EarlyRefusal {
+  long line = 0;
+  std::string what;
+};
+
+bool IsXmlSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+// The XML parser compares every attribute of an element with each one before it, so an element
+// with a great many attributes costs time that grows with their square before the document can be
+// refused. The form uses two attributes at most (Object and Index): one pass over the text finds
+// an element with more, and a document type declaration (which the reader refuses too, and whose
+// declarations could be as costly), before the parser sees them. Whatever this pass does not
+// understand is left to the parser, which reports it.
+std::optional<EarlyRefusal> FindCrowdedElement(std::string_view xml) {
+  constexpr int kMostAttributes = 2;
+  long line = 1;
+  std::size_t i = 0;
+  const auto skip_to = [&](std::string_view end) {
+    const std::size_t found = xml.find(end, i);
+    const std::size_t stop = found == std::string_view::npos ? xml.size() : found + end.size();
+    for (; i < stop; ++i) line += xml[i] == '\n' ? 1 : 0;
+  };
+  while (i < xml.size()) {
+    if (xml[i] != '<') {
+      line += xml[i] == '\n' ? 1 : 0;
+      ++i;
+      continue;
+    }
+    const std::string_view rest = xml.substr(i);
+    if (rest.starts_with("<!--")) {
+      skip_to("-->");
+    } else if (rest.starts_with("<![CDATA[")) {
+      skip_to("]]>");
+    } else if (rest.starts_with("<?")) {
+      skip_to("?>");
+    } else if (rest.starts_with("<!DOCTYPE")) {
+      return EarlyRefusal{line, "a document type declaration is not allowed"};
+    } else if (rest.starts_with("<!") || rest.starts_with("</")) {
+      skip_to(">");
+    } else {
+      // A start tag: its name, then name="value" pairs up to ">" or "/>".
+      const long tag_line = line;
+      std::size_t k = i + 1;
+      while (k < xml.size() && !IsXmlSpace(xml[k]) && xml[k] != '>' && xml[k] != '/') ++k;
+      const std::string_view name = xml.substr(i + 1, k - i - 1);
+      int attributes = 0;
+      for (;;) {
+        while (k < xml.size() && IsXmlSpace(xml[k])) line += xml[k++] == '\n' ? 1 : 0;
+        if (k >= xml.size() || xml[k] == '>' || xml[k] == '/') break;
+        while (k < xml.size() && xml[k] != '=' && !IsXmlSpace(xml[k]) && xml[k] != '>') ++k;
+        while (k < xml.size() && IsXmlSpace(xml[k])) line += xml[k++] == '\n' ? 1 : 0;
+        if (k >= xml.size() || xml[k] != '=') return std::nullopt;  // the parser says what
+        ++k;
+        while (k < xml.size() && IsXmlSpace(xml[k])) line += xml[k++] == '\n' ? 1 : 0;
+        if (k >= xml.size() || (xml[k] != '"' && xml[k] != '\'')) return std::nullopt;
+        const char quote = xml[k++];
+        while (k < xml.size() && xml[k] != quote) line += xml[k++] == '\n' ? 1 : 0;
+        if (k >= xml.size()) return std::nullopt;
+        ++k;
+        if (++attributes > kMostAttributes) {
+          return EarlyRefusal{tag_line, "the element <" + std::string(name) +
+                                            "> has more than two attributes; only Object and "
+                                            "Index are used"};
+        }
+      }
+      i = k;
+    }
+  }
+  return std::nullopt;
 }
 
 using DocPtr = std::unique_ptr<xmlDoc, decltype(&xmlFreeDoc)>;
@@ -195,6 +269,8 @@ void ObjectXmlReader::Read(Object& root, std::string_view xml, std::string_view 
   object_lines_.clear();
   property_lines_.clear();
   ObjectXmlReaderWalk walk{*this};
+
+  if (const auto refusal = FindCrowdedElement(xml)) walk.Fail(refusal->line, refusal->what);
 
   CtxtPtr ctxt(xmlNewParserCtxt(), xmlFreeParserCtxt);
   if (!ctxt) throw Error(errnum::kProviderError, "ObjectXmlReader", "Cannot create an XML reader.");

@@ -176,8 +176,9 @@ DecodedText DecodeToUtf8(std::string_view bytes, std::string_view declared) {
   for (const std::string& candidate : {Normalize(declared), Normalize(DeclaredInDocument(bytes))}) {
     if (candidate.empty()) continue;
     if (candidate == "UTF-8") {
-      if (!valid_utf8) continue;  // the bytes say otherwise
-      result.text = std::string(bytes);
+      // A declaration wins over the look of the bytes: an invalid sequence is one replacement
+      // character, not a reason to read the whole page in another set.
+      result.text = valid_utf8 ? std::string(bytes) : text::SanitizeUtf8(bytes);
       result.charset = "UTF-8";
       return result;
     }

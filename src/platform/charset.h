@@ -16,9 +16,10 @@ struct DecodedText {
 // (<meta charset>, <meta http-equiv="Content-Type" content="...; charset=...">, or an XML
 // declaration's encoding) in its first 4 KB; UTF-8 when the bytes are valid UTF-8; otherwise what
 // a statistical detector finds. "ISO-8859-1" and "US-ASCII" are read as windows-1252, their
-// superset, as browsers do. A declared set that the bytes contradict (declared UTF-8, invalid
-// UTF-8) or that is unknown is passed over. Bytes that cannot be converted become U+FFFD; the
-// result is always valid UTF-8.
+// superset, as browsers do. A declared set wins over the look of the bytes (a page declared UTF-8
+// with an invalid byte is read as UTF-8); detection is only for bytes that declare nothing, and a
+// declared set that iconv does not know is passed over. Bytes that cannot be converted become
+// U+FFFD; the result is always valid UTF-8.
 DecodedText DecodeToUtf8(std::string_view bytes, std::string_view declared = {});
 
 // Encodes UTF-8 text in `charset` (a name that `DecodeToUtf8` reports, or any name iconv knows),

@@ -81,6 +81,9 @@ inline constexpr ErrorNumber kIntegrity = 0x80040E2F;
 inline constexpr ErrorNumber kProvider = errnum::kProviderError;
 inline constexpr ErrorNumber kProviderNotFound = errnum::kProviderNotFound;
 inline constexpr ErrorNumber kBadArgument = errnum::kBadArgument;
+// The store itself failed, not a statement: it cannot be opened or written (read-only, no
+// permission, disk full, I/O error, not a database). The text names the store's file.
+inline constexpr ErrorNumber kStoreFault = 0x80040E09;
 }  // namespace db::dberr
 
 namespace regerr {

@@ -1,8 +1,12 @@
 #include "platform/paths.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
 
 #include "platform/error.h"
@@ -34,6 +38,50 @@ std::filesystem::path ProgramDir() {
   const auto exe = std::filesystem::read_symlink("/proc/self/exe", ec);
   if (ec) return std::filesystem::current_path();
   return exe.parent_path();
+}
+
+FileCheck CheckDocumentFile(const std::filesystem::path& path) {
+  const auto fail = [](FileCheck::Kind kind, std::string reason) {
+    return FileCheck{kind, std::move(reason)};
+  };
+  if (path.empty()) return fail(FileCheck::kMissing, "the file does not exist");
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) {
+    const int err = errno;
+    struct stat link {};
+    if (err == ELOOP) return fail(FileCheck::kUnreadable, "its symbolic links form a loop");
+    if (err == ENOENT && ::lstat(path.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+      std::error_code ec;
+      const auto target = std::filesystem::read_symlink(path, ec);
+      return fail(FileCheck::kUnreadable, "it is a symbolic link to " +
+                                              (ec ? std::string("a file") : target.string()) +
+                                              ", which does not exist");
+    }
+    if (err == ENOENT || err == ENOTDIR)
+      return fail(FileCheck::kMissing, "the file does not exist");
+    return fail(FileCheck::kUnreadable, std::strerror(err));
+  }
+  if (S_ISDIR(st.st_mode)) {
+    if (::faccessat(AT_FDCWD, path.c_str(), R_OK | X_OK, AT_EACCESS) != 0) {
+      return fail(FileCheck::kFolder, std::string("it is a folder that cannot be listed (") +
+                                          std::strerror(errno) + ")");
+    }
+    return fail(FileCheck::kFolder, "it is a folder");
+  }
+  if (S_ISFIFO(st.st_mode)) {
+    return fail(FileCheck::kUnreadable, "it is a named pipe, which is never opened");
+  }
+  if (S_ISCHR(st.st_mode) || S_ISBLK(st.st_mode)) {
+    return fail(FileCheck::kUnreadable, "it is a device, which is never opened");
+  }
+  if (S_ISSOCK(st.st_mode)) {
+    return fail(FileCheck::kUnreadable, "it is a socket, which is never opened");
+  }
+  if (!S_ISREG(st.st_mode)) return fail(FileCheck::kUnreadable, "it is not a regular file");
+  if (::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0) {
+    return fail(FileCheck::kUnreadable, std::strerror(errno));
+  }
+  return {};
 }
 
 }  // namespace gw

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 
 namespace gw {
 
@@ -12,5 +13,18 @@ std::filesystem::path HomeDir();
 
 // The running program's folder (the application's path), for files shipped beside it.
 std::filesystem::path ProgramDir();
+
+// Whether the file at `path` can be read as a document, and if not, why. Looks at the file
+// without opening it: a named pipe would block the reader and a device could be anything. Access
+// is asked with the effective ids, with which the file would be opened.
+struct FileCheck {
+  enum Kind { kReadable, kMissing, kFolder, kUnreadable };
+  Kind kind = kReadable;
+  // The end of a sentence: "it is a folder", "it is a named pipe, which is never opened",
+  // "Permission denied"; empty when readable.
+  std::string reason;
+  bool Ok() const { return kind == kReadable; }
+};
+FileCheck CheckDocumentFile(const std::filesystem::path& path);
 
 }  // namespace gw

@@ -33,9 +33,12 @@ std::string FirstValueText(const db::RecordsetPtr& rs) {
 void DJob::CloseInstances(const std::string& JobId) {
   ReportAs("DJob.CloseInstances(JobId)", [&] {
     std::vector<Variant> params{Variant(DateTime::Now())};
-    std::string sql = "UPDATE job_instances SET job_completion_time=?";
+    // Only runs under way: a finished run keeps its real completion time.
+    std::string sql =
+        "UPDATE job_instances SET job_completion_time=? WHERE job_completion_time "
+        "IS NULL";
     if (!JobId.empty()) {
-      sql += " WHERE job_id = ?";
+      sql += " AND job_id = ?";
       params.emplace_back(JobId);
     }
     Query().RunQuery(sql, false, params);
@@ -118,6 +121,37 @@ void DJob::SaveInstance(const std::string& JobId, const DateTime& StartTime,
     row.Set("job_completion_time", CompleteTime, IsNotGiven(CompleteTime));
     row.Set("completion_code", CompleteCode, IsNotGiven(CompleteCode));
     row.Write();
+  });
+}
+
+DateTime DJob::AddInstance(const std::string& JobId, const DateTime& StartTime) {
+  return ReportAs("DJob.AddInstance(JobId,StartTime)", [&] {
+    // The insert itself decides which process has a start time: a look first would let two
+    // processes both find the time free. After a collision the next free millisecond is worked
+    // out from the starts already there, and tried in turn.
+    constexpr int kMaxTries = 100;
+    DateTime start = StartTime;
+    for (int attempt = 1;; ++attempt) {
+      try {
+        Query().RunQuery("INSERT INTO job_instances (job_id, job_start_time) VALUES (?, ?)", false,
+                         {Variant(JobId), Variant(start)});
+        return start;
+      } catch (const Error&) {
+        auto taken = Query().RunQuery(
+            "SELECT job_start_time FROM job_instances WHERE job_id = ? AND job_start_time >= ? "
+            "ORDER BY job_start_time",
+            true, {Variant(JobId), Variant(start)});
+        // Only a run that holds this very start time is a reason to take another one.
+        if (taken->IsEOF() || (*taken)[0L].Value().ToDate() != start || attempt == kMaxTries) {
+          throw;
+        }
+        for (; !taken->IsEOF(); taken->MoveNext()) {
+          const DateTime t = (*taken)[0L].Value().ToDate();
+          if (t > start) break;
+          if (t == start) start = start.AddMilliseconds(1);
+        }
+      }
+    }
   });
 }
 

@@ -21,8 +21,9 @@ class DJob : public RulesDataAccess {
   const std::string& RulesDBConnStr() const { return ConnStr(); }
   void SetRulesDBConnStr(std::string cn_str) { SetConnStr(std::move(cn_str)); }
 
-  // Stamps the completion time of the package's runs with now, finished or not; without an id,
-  // of every run of every package. Meant for when nothing runs.
+  // Stamps the completion time of the package's unfinished runs with now; without an id, of the
+  // unfinished runs of every package. A finished run keeps its completion time. Meant for when
+  // nothing runs: a run under way is closed too.
   void CloseInstances(const std::string& JobId = {});
   // job_id, Name, Description, Create Date, date_modified by name.
   db::RecordsetPtr GetAllJobs();
@@ -43,6 +44,11 @@ class DJob : public RulesDataAccess {
   // empty date, code 0) becomes null on a new row and keeps the stored value on an existing one.
   void SaveInstance(const std::string& JobId, const DateTime& StartTime,
                     const Variant& CompleteTime = {}, const Variant& CompleteCode = {});
+  // Inserts a new run row of the package, with no completion, at `StartTime` or, when a run of
+  // the package already starts then (another process started it in the same millisecond), at the
+  // first free millisecond after it. Returns the start time of the new row, which the caller
+  // owns; a failure other than that collision is thrown.
+  DateTime AddInstance(const std::string& JobId, const DateTime& StartTime);
   // Refused with 0x8612533D while a run of the package is under way; the store's cascades remove
   // its tasks, their document sources and the package's run history.
   void Delete(const std::string& JobId);

@@ -2,6 +2,7 @@
 #include "acquire/download_mgr.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <chrono>
@@ -240,6 +241,38 @@ TEST_F(DownloadTest, EveryRowGetsItsOutcome) {
   ASSERT_TRUE(session);
   EXPECT_NE(session, client_);
   EXPECT_TRUE(session->Cookies()->GetCookie("s"));
+}
+
+TEST_F(DownloadTest, FilesThatCannotBeReadAreNeverOpenedAndTheirRowsSayWhy) {
+  const testing::PermissionsBind permissions_bind;
+  testing::TempDir src;
+  WriteFile(src / "secret.htm", "s");
+  fs::permissions(src / "secret.htm", fs::perms::none);
+  fs::create_symlink(src / "nowhere.htm", src / "dangling.htm");
+  fs::create_symlink(src / "loop2", src / "loop1");
+  fs::create_symlink(src / "loop1", src / "loop2");
+  // Opening a named pipe for reading would wait for a writer for ever.
+  ASSERT_EQ(::mkfifo((src / "pipe").c_str(), 0644), 0);
+  struct Case {
+    const char* id;
+    std::string path;
+    std::string why;
+  };
+  const Case cases[] = {
+      {"d1", (src / "secret.htm").string(), "Permission denied"},
+      {"d2", (src / "dangling.htm").string(),
+       "it is a symbolic link to " + (src / "nowhere.htm").string() + ", which does not exist"},
+      {"d3", (src / "loop1").string(), "its symbolic links form a loop"},
+      {"d4", (src / "pipe").string(), "it is a named pipe, which is never opened"},
+      {"d5", "/dev/zero", "it is a device, which is never opened"},
+  };
+  for (const Case& c : cases) Queue(c.id, c.path);
+  Download();
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.id);
+    EXPECT_EQ(Col(c.id, "copy_completion_code"), "Not copied: " + c.path + ": " + c.why + ".");
+    EXPECT_EQ(Col(c.id, "temp_uri"), "");
+  }
 }
 
 TEST_F(DownloadTest, AFormRowIsPostedForEachPageOfResults) {

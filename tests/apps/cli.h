@@ -2,6 +2,7 @@
 #pragma once
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -17,10 +18,15 @@ struct CliResult {
 
 // Runs gleanwright with `args` (already quoted for the shell) and $GLEANWRIGHT_HOME at `home`;
 // `with_errors` adds what it writes to standard error to the output.
+// `bound_by_permissions`: file permissions bind the program even when the tests run as the
+// superuser (which CI does): it runs without the capabilities that override them.
 inline CliResult RunCli(const std::filesystem::path& home, const std::string& args,
-                        bool with_errors = true) {
-  const std::string cmd = "GLEANWRIGHT_HOME='" + home.string() + "' '" GW_CLI "' " + args +
-                          (with_errors ? " 2>&1" : " 2>/dev/null");
+                        bool with_errors = true, bool bound_by_permissions = false) {
+  const std::string bound = bound_by_permissions && ::geteuid() == 0
+                                ? "setpriv --bounding-set=-dac_override,-dac_read_search "
+                                : "";
+  const std::string cmd = "GLEANWRIGHT_HOME='" + home.string() + "' " + bound + "'" GW_CLI "' " +
+                          args + (with_errors ? " 2>&1" : " 2>/dev/null");
   CliResult r;
   FILE* p = ::popen(cmd.c_str(), "r");
   if (!p) return r;

@@ -1,5 +1,6 @@
 // Document sources expanded into address lists and queued documents.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -69,15 +70,25 @@ TEST_F(DocSourceTest, PathSourcesListFilesFoldersAndAddresses) {
   EXPECT_EQ(list->GetFields()[0L].DefinedSize(), 6000);
 }
 
-TEST_F(DocSourceTest, FilesThatMayNotBeReadAreLeftOut) {
+TEST_F(DocSourceTest, FilesThatCannotBeReadAreListedSoThatTheirDocumentsSayWhy) {
   const gw::testing::PermissionsBind permissions_bind;
   WriteFile(docs_ / "a.htm", "a");
   WriteFile(docs_ / "secret.htm", "s");
   WriteFile(docs_ / "locked" / "x.htm", "x");
   fs::permissions(docs_ / "secret.htm", fs::perms::none);
   fs::permissions(docs_ / "locked", fs::perms::none);
+  fs::create_symlink(docs_ / "nowhere.htm", docs_ / "dangling.htm");
+  fs::create_symlink(docs_ / "loop2", docs_ / "loop1");
+  fs::create_symlink(docs_ / "loop1", docs_ / "loop2");
+  ASSERT_EQ(::mkfifo(Doc("pipe").c_str(), 0644), 0);
+  // Nothing vanishes, and a link loop does not stop the walk.
   EXPECT_EQ(Uris(PathSource(docs_.Path().string(), true)->UriList()),
-            (std::vector<std::string>{Doc("a.htm")}));
+            (std::vector<std::string>{Doc("a.htm"), Doc("dangling.htm"), Doc("loop1"), Doc("loop2"),
+                                      Doc("pipe"), Doc("secret.htm"), Doc("locked")}));
+  // Named alone, each is one document too.
+  EXPECT_EQ(Uris(PathSource(Doc("dangling.htm"))->UriList()),
+            (std::vector<std::string>{Doc("dangling.htm")}));
+  EXPECT_EQ(Uris(PathSource(Doc("loop1"))->UriList()), (std::vector<std::string>{Doc("loop1")}));
   fs::permissions(docs_ / "locked", fs::perms::owner_all);
 }
 

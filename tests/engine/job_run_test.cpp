@@ -7,6 +7,8 @@
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
 #include "platform/db/connection.h"
+#include "rules/connection_string.h"
+#include "rules/rules_schema.h"
 
 namespace gw::engine_test {
 namespace {
@@ -235,6 +237,35 @@ TEST_F(JobRunTest, AFailingTaskEndsThePackageWithItsNumber) {
                       "task_instances ti JOIN tasks t ON t.task_id = ti.task_id ORDER BY t.step"),
             (std::vector<std::string>{"t1|1", "bad|0"}));
   EXPECT_FALSE(job->IsAnyInstanceRunning());
+}
+
+TEST_F(JobRunTest, ARunStartedInTheSameMillisecondAsAnotherTakesTheNextFreeOne) {
+  auto job = NewJob("Crowded");
+  LogTask(job, "t1", 1);
+  job->SaveAll();
+  // Other processes started the package at every millisecond of the next ten seconds, so this
+  // run's start collides with one of theirs, as two runs started at once do.
+  const DateTime first = DateTime::Now();
+  constexpr int kOthers = 10'000;
+  {
+    auto cn = OpenRulesConnection(modConnectionString::GetCnStr());
+    cn->BeginTrans();
+    for (int k = 0; k < kOthers; ++k) {
+      const std::vector<Variant> run{Variant(job->JobId()), Variant(first.AddMilliseconds(k))};
+      cn->ExecuteNonQuery("INSERT INTO job_instances (job_id, job_start_time) VALUES (?, ?)", run);
+    }
+    cn->CommitTrans();
+  }
+
+  job->Execute();
+
+  // The run took the first free millisecond, and closed no run but its own.
+  EXPECT_EQ(job->StartTime(), first.AddMilliseconds(kOthers));
+  EXPECT_EQ(
+      RulesRows("SELECT COUNT(*), SUM(job_completion_time IS NULL AND completion_code IS "
+                "NULL) FROM job_instances"),
+      (std::vector<std::string>{std::to_string(kOthers + 1) + "|" + std::to_string(kOthers)}));
+  EXPECT_EQ(Log(), (std::vector<std::string>{"t1"}));
 }
 
 }  // namespace

@@ -113,6 +113,14 @@ TEST(ObjectXmlReader, HandWrittenFormsAreAccepted) {
   EXPECT_EQ(other.age, 9);
 }
 
+// A Tree whose root element carries `count` attributes after a comment line.
+std::string CrowdedRoot(int count) {
+  std::string xml = "<!-- crowded\n--><Tree Object=\"True\"";
+  for (int k = 0; k < count; ++k)
+    xml += " a" + std::to_string(k) + "=\"" + std::to_string(k) + "\"";
+  return xml + "/>";
+}
+
 TEST(ObjectXmlReader, RefusalsNameTheSourceAndTheLine) {
   struct Case {
     const char* what;
@@ -153,6 +161,13 @@ TEST(ObjectXmlReader, RefusalsNameTheSourceAndTheLine) {
       {"document type", "<!DOCTYPE Tree [<!ENTITY e \"x\">]>\n" + head + "<Name>&e;</Name></Tree>",
        "t.xml:1: a document type declaration is not allowed"},
       {"undeclared entity", head + "<Name>&e;</Name></Tree>", "t.xml:2: "},
+      {"three attributes",
+       head + "<Leaves Object=\"True\">\n<Leaf Object=\"True\" Index=\"1\" x='>'/></Leaves></Tree>",
+       "t.xml:3: the element <Leaf> has more than two attributes; only Object and Index are used"},
+      // Refused after one pass over the text: the parser would compare each attribute with
+      // every one before it first.
+      {"a root with 200,000 attributes", CrowdedRoot(200'000),
+       "t.xml:2: the element <Tree> has more than two attributes"},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);

@@ -33,13 +33,22 @@ TEST(DecodeToUtf8, PicksTheCharacterSetInOrder) {
        "<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=iso-8859-2\">\xB1", "",
        "<META HTTP-EQUIV=\"Content-Type\" CONTENT=\"text/html; charset=iso-8859-2\">\xC4\x85",
        "iso-8859-2"},
-      {"declared UTF-8 contradicted by the bytes",
-       "caf\xE9 cr\xE8me br\xFB"
-       "l\xE9"
+      // A declared set wins over what the bytes look like: one bad byte is one replacement
+      // character, not a reason to read the page in a legacy code page.
+      {"declared UTF-8 with an invalid byte",
+       "Cr\xC3\xA8me br\xFBl\xC3\xA9"
        "e",
        "utf-8",
-       "caf\xC3\xA9 cr\xC3\xA8me br\xC3\xBB"
-       "l\xC3\xA9"
+       "Cr\xC3\xA8me br\xEF\xBF\xBDl\xC3\xA9"
+       "e",
+       "UTF-8"},
+      {"meta UTF-8 with an invalid byte", "<meta charset=\"utf-8\"><p>Cr\xC3\xA8me \xE9</p>", "",
+       "<meta charset=\"utf-8\"><p>Cr\xC3\xA8me \xEF\xBF\xBD</p>", "UTF-8"},
+      {"nothing declared, not UTF-8: detected",
+       "caf\xE9 cr\xE8me br\xFBl\xE9"
+       "e",
+       "",
+       "caf\xC3\xA9 cr\xC3\xA8me br\xC3\xBBl\xC3\xA9"
        "e",
        "windows-1252"},
       {"unknown declared set passed over", "abc", "no-such-charset", "abc", "UTF-8"},

@@ -126,18 +126,24 @@ TEST_F(PackageDataTest, RunningPackageCannotBeDeletedUntilClosed) {
   EXPECT_EQ(Count("SELECT COUNT(*) FROM task_instances"), 0);
 }
 
-TEST_F(PackageDataTest, CloseInstancesStampsFinishedRunsTooAndOnlyTheGivenPackage) {
+TEST_F(PackageDataTest, CloseInstancesClosesOnlyOpenRunsOfTheGivenPackage) {
   job_.Save("j2", NoAction(), NoAction(), "Other");
   const DateTime old_end = DateTime::FromParts(2020, 1, 1);
   job_.SaveInstance("j1", kRun.AddDays(-1), Variant(old_end), Variant(5));
   job_.SaveInstance("j2", kRun);
+  job_.SaveInstance("j2", kRun.AddDays(-3), Variant(old_end), Variant(5));
   job_.CloseInstances("j1");
-  EXPECT_EQ(Count("SELECT COUNT(*) FROM job_instances WHERE job_id = 'j1' AND "
-                  "job_completion_time > '2025-01-01'"),
-            2);
+  EXPECT_EQ(job_.GetRunningInstances("j1")->RecordCount(), 0);
   EXPECT_EQ(job_.GetRunningInstances("j2")->RecordCount(), 1);
+  // A finished run keeps its real completion time.
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM job_instances WHERE job_completion_time = "
+                  "'2020-01-01 00:00:00'"),
+            2);
   job_.CloseInstances();
   EXPECT_EQ(Count("SELECT COUNT(*) FROM job_instances WHERE job_completion_time IS NULL"), 0);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM job_instances WHERE job_completion_time = "
+                  "'2020-01-01 00:00:00'"),
+            2);
 }
 
 TEST_F(PackageDataTest, DeleteAllTasksRemovesEveryTaskAndItsSources) {

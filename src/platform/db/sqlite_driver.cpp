@@ -21,8 +21,30 @@ namespace {
 constexpr int kBusyTimeoutMs = 30000;
 constexpr std::size_t kStatementCacheSize = 64;
 
+// A failure of the database file itself rather than of a statement: it names the file.
+bool IsFileFault(int rc) {
+  switch (rc & 0xFF) {
+    case SQLITE_READONLY:
+    case SQLITE_CANTOPEN:
+    case SQLITE_IOERR:
+    case SQLITE_FULL:
+    case SQLITE_CORRUPT:
+    case SQLITE_NOTADB:
+    case SQLITE_PERM:
+      return true;
+    default:
+      return false;
+  }
+}
+
+std::string FileFaultText(sqlite3* db, std::string msg) {
+  const char* file = db ? sqlite3_db_filename(db, "main") : nullptr;
+  if (file && *file) msg += " (the database file " + std::string(file) + ")";
+  return msg;
+}
+
 [[noreturn]] void ThrowSqlite(sqlite3* db, int rc, std::string_view context = {}) {
-  const std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
+  std::string msg = db ? sqlite3_errmsg(db) : sqlite3_errstr(rc);
   ErrorNumber n = dberr::kProvider;
   switch (rc & 0xFF) {
     case SQLITE_CONSTRAINT:
@@ -36,6 +58,10 @@ constexpr std::size_t kStatementCacheSize = 64;
       n = dberr::kMultipleStep;
       break;
     default:
+      if (IsFileFault(rc)) {
+        n = dberr::kStoreFault;
+        msg = FileFaultText(db, std::move(msg));
+      }
       break;
   }
   std::string text = msg;
@@ -198,7 +224,7 @@ class SqliteDriver final : public Driver {
       const std::string msg = db_ ? sqlite3_errmsg(db_) : sqlite3_errstr(rc);
       sqlite3_close_v2(db_);
       db_ = nullptr;
-      throw Error(dberr::kProvider, "SQLite",
+      throw Error(dberr::kStoreFault, "SQLite",
                   "Could not open the database file " + path + ": " + msg);
     }
     sqlite3_busy_timeout(db_, kBusyTimeoutMs);
@@ -274,10 +300,14 @@ class SqliteDriver final : public Driver {
     const std::string copy(sql);
     const int rc = sqlite3_exec(db_, copy.c_str(), nullptr, nullptr, &err);
     if (rc != SQLITE_OK) {
-      const std::string msg = err ? err : sqlite3_errstr(rc);
+      std::string msg = err ? err : sqlite3_errstr(rc);
       sqlite3_free(err);
       ErrorNumber n = (rc & 0xFF) == SQLITE_CONSTRAINT ? dberr::kIntegrity : dberr::kSyntax;
       if ((rc & 0xFF) == SQLITE_BUSY) n = dberr::kProvider;
+      if (IsFileFault(rc)) {
+        n = dberr::kStoreFault;
+        msg = FileFaultText(db_, std::move(msg));
+      }
       throw Error(n, "SQLite", msg);
     }
   }
