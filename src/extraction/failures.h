@@ -29,6 +29,13 @@ inline constexpr ErrorNumber kNoDatasetConnectionString = 0x8524E4F7;
 inline constexpr ErrorNumber kNoTableNameOrTable = 0x8524E4F8;
 inline constexpr ErrorNumber kCannotConnect = 0x8524E4F9;
 inline constexpr ErrorNumber kCannotOpenTable = 0x8524E4FA;
+// The dataset's target is the rules database (also from `Entity.CreateTable` and the row sink).
+inline constexpr ErrorNumber kTargetIsRulesStore = 0x8524E4FB;
+// A template that would lose data without failing (template_checks.h).
+inline constexpr ErrorNumber kNameWithControlCharacter = 0x8524E4FC;
+inline constexpr ErrorNumber kRepeatedColumn = 0x8524E4FD;
+inline constexpr ErrorNumber kParentLoop = 0x8524E4FE;
+inline constexpr ErrorNumber kUnknownFilter = 0x8524E4FF;
 // DataPage.Validate.
 inline constexpr ErrorNumber kNoDatasets = 0x8088D1B1;
 inline constexpr ErrorNumber kNoDatapageId = 0x808BDEF1;

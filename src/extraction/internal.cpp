@@ -19,6 +19,16 @@ std::string ReformatMySQLCnStr(const std::string& cn_str) {
   return modConnectionString::ReformatMySQLCnStr(cn, false);
 }
 
+bool IsRulesStore(std::string_view cn_str) {
+  std::string rules_key;
+  try {
+    rules_key = db::StoreKey(modConnectionString::GetCnStr());
+  } catch (const Error&) {
+    return false;  // no rules store to protect
+  }
+  return db::StoreKey(cn_str) == rules_key;
+}
+
 bool AddressesRulesStore(std::string_view cn_str) {
   // Worked out once per write batch: the rules connection string does not change within one.
   static std::uint64_t serial = std::numeric_limits<std::uint64_t>::max();

@@ -15,5 +15,7 @@ std::string ReformatMySQLCnStr(const std::string& cn_str);
 // True when `cn_str` reaches the store that holds the rules database. Meant for rows written in a
 // write batch: the answer is worked out once per batch.
 bool AddressesRulesStore(std::string_view cn_str);
+// The same, asked anew every time (outside a write batch, where the rules store may change).
+bool IsRulesStore(std::string_view cn_str);
 
 }  // namespace gw::extraction_internal

@@ -4,9 +4,11 @@
 #include <unordered_map>
 #include <vector>
 
+#include "extraction/failures.h"
 #include "extraction/internal.h"
 #include "platform/db/connection.h"
 #include "platform/db/write_batch.h"
+#include "platform/text.h"
 #include "targets/temporary_tables.h"
 
 namespace gw {
@@ -81,11 +83,16 @@ std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::
   // A live "##" table is in the temporary store, whichever target the dataset names.
   const bool temporary = table.starts_with("##") && IsLiveTemporaryTable(table);
   if (temporary) cn_str = TemporaryStoreConnectionString();
+  // The program's own database is no target, also for a table made there by hand.
+  if (!temporary && extraction_internal::AddressesRulesStore(cn_str)) {
+    throw Error(exerr::kTargetIsRulesStore, "Entity.Extract",
+                "The target of the table " + text::EscapeControlCharacters(table) +
+                    " is the rules database itself; rows are not written there.");
+  }
   auto cn = db::Connection::Create();
   // Inside a document's write batch, rows share one physical connection and transaction per
-  // store; never on the rules database, whose write lock the batch would hold.
-  const bool pooled =
-      db::WriteBatch::IsActive() && !extraction_internal::AddressesRulesStore(cn_str);
+  // store.
+  const bool pooled = db::WriteBatch::IsActive();
   if (pooled) {
     cn->OpenPooled(cn_str);
   } else {
@@ -98,8 +105,8 @@ std::unique_ptr<SinkRow> DatabaseRowSink::OpenRow(std::string_view cn_str, std::
   rs->SetCursorLocation(db::CursorLocation::Client);
   std::string sql = "SELECT * ";
   sql += "FROM ";
-  // "#" is no identifier character of the temporary store's dialect.
-  sql += temporary ? cn->GetDriver().QuoteIdentifier(table) : std::string(table);
+  // The table is a name, never SQL: quoted for the store's dialect, whatever it holds.
+  sql += cn->GetDriver().QuoteIdentifier(table);
   const std::vector<db::ColumnInfo>* known = pooled ? TableColumns().Find(cn_str, table) : nullptr;
   if (known) {
     rs->OpenForAppending(sql, cn, *known, db::CursorType::Keyset, db::LockType::Optimistic);

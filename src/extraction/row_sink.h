@@ -6,9 +6,10 @@
 //
 // `DatabaseRowSink`, the default, does it with the database layer exactly as a target expects: a
 // connection opened on the dataset's connection string for every row, a recordset opened for
-// appending on "SELECT * FROM " + the table (cache size and row limit of 2, so the table's rows
-// are not read), `AddNew`, the values, `Update`, and the connection closed again. Other sinks
-// (a counting sink for benchmarks) need only keep the failure numbers below.
+// appending on "SELECT * FROM " + the table quoted for the store's dialect (cache size and row
+// limit of 2, so the table's rows are not read), `AddNew`, the values, `Update`, and the connection
+// closed again. Other sinks (a counting sink for benchmarks) need only keep the failure numbers
+// below.
 #pragma once
 
 #include <cstdint>

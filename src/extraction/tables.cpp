@@ -2,8 +2,10 @@
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "extraction/failures.h"
+#include "extraction/internal.h"
 #include "platform/db/connection.h"
 #include "platform/db/connection_string.h"
+#include "platform/text.h"
 #include "targets/database.h"
 
 namespace gw {
@@ -84,6 +86,12 @@ bool Entity::CreateTable(bool UseTmpTbls, std::string_view OverrideConnStr,
     if (cn_str.empty()) {
       throw Error(targeterr::kNoConnectionString, "Entity.CreateTable",
                   "Connection string not specified, or invalid connection string");
+    }
+    // The program's own tables are no target: columns would be added to them.
+    if (extraction_internal::IsRulesStore(cn_str)) {
+      throw Error(exerr::kTargetIsRulesStore, "Entity.CreateTable",
+                  "The target of dataset " + text::EscapeControlCharacters(entity_name_) +
+                      " is the rules database itself; give the dataset a database of its own.");
     }
     const std::string db_name(!OverrideDBName.empty() ? OverrideDBName
                                                       : std::string_view(GetDataPage()->DBName()));
@@ -166,7 +174,7 @@ void Entity::Validate() {
                                       ConnectAdvice(e.Description()));
     }
     try {
-      cn->Execute("SELECT * FROM " + table_name_);
+      cn->Execute("SELECT * FROM " + cn->GetDriver().QuoteIdentifier(table_name_));
     } catch (const Error& e) {
       fail(exerr::kCannotOpenTable,
            "Could not connect to the table " + table_name_ +

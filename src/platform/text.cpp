@@ -67,6 +67,38 @@ bool IsAscii(std::string_view s) noexcept {
   return true;
 }
 
+bool HasControlCharacter(std::string_view s) noexcept {
+  for (const char c : s) {
+    const auto u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u == 0x7F) return true;
+  }
+  return false;
+}
+
+std::string EscapeControlCharacters(std::string_view s) {
+  if (!HasControlCharacter(s)) return std::string(s);
+  std::string out;
+  out.reserve(s.size() + 8);
+  for (const char c : s) {
+    const auto u = static_cast<unsigned char>(c);
+    if (c == '\n') {
+      out += "\\n";
+    } else if (c == '\r') {
+      out += "\\r";
+    } else if (c == '\t') {
+      out += "\\t";
+    } else if (u < 0x20 || u == 0x7F) {
+      static constexpr char kHex[] = "0123456789ABCDEF";
+      out += "\\x";
+      out += kHex[u >> 4];
+      out += kHex[u & 0xF];
+    } else {
+      out += c;
+    }
+  }
+  return out;
+}
+
 std::size_t Utf8SequenceLength(unsigned char lead) noexcept {
   if (lead < 0x80) return 1;
   if ((lead & 0xE0) == 0xC0) return 2;

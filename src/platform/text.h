@@ -37,6 +37,11 @@ std::size_t CountCodePoints(std::string_view s) noexcept;
 std::string_view TruncateCodePoints(std::string_view s, std::size_t max_chars) noexcept;
 // Byte length of the UTF-8 sequence that starts with `lead` (1 for an invalid lead byte).
 std::size_t Utf8SequenceLength(unsigned char lead) noexcept;
+// True when `s` holds a control character (U+0000 to U+001F, U+007F).
+bool HasControlCharacter(std::string_view s) noexcept;
+// `s` with each control character written as an escape ("\n", "\r", "\t", "\x1B"), for names
+// printed one per line: a name cannot start a line of its own.
+std::string EscapeControlCharacters(std::string_view s);
 
 // ---- case ------------------------------------------------------------------------------------
 

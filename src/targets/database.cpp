@@ -77,6 +77,21 @@ std::string MySqlServerOnly(std::string_view CnStr) {
   return props.ToString();
 }
 
+// Refuses a database name that the store of `cn` cannot hold, before anything is made.
+void RefuseUnusableDatabaseName(db::Connection& cn, const std::string& name, const char* source) {
+  const std::string why = cn.GetDriver().IdentifierProblem(db::IdentifierKind::Database, name);
+  if (!why.empty()) {
+    throw Error(targeterr::kUnusableName, source,
+                "The database name \"" + text::EscapeControlCharacters(name) +
+                    "\" cannot be used in this store: " + why + ".");
+  }
+}
+
+// A name in SQL Server's brackets, a "]" doubled.
+std::string Bracketed(std::string_view name) {
+  return "[" + text::ReplaceAll(name, "]", "]]") + "]";
+}
+
 }  // namespace
 
 std::string Database::Create(std::string_view CnStr, std::string_view DBName) {
@@ -172,7 +187,7 @@ void Database::DropSQL(std::string_view CnStr) {
     const std::string name = cn->Property("Initial Catalog");
     cn->SetProperty("Initial Catalog", "Master");
     cn->Open();
-    cn->Execute("DROP DATABASE " + name);
+    cn->Execute("DROP DATABASE " + Bracketed(name));
   });
 }
 
@@ -181,7 +196,7 @@ void Database::DropMySQL(std::string_view CnStr) {
     const std::string name = MySqlDatabaseName(CnStr);
     auto cn = db::Connection::Create();
     cn->Open(MySqlServerOnly(CnStr));
-    cn->Execute("DROP DATABASE " + name);
+    cn->Execute("DROP DATABASE " + cn->GetDriver().QuoteIdentifier(name));
   });
 }
 
@@ -192,8 +207,9 @@ void Database::CreateSQL(std::string_view CnStr) {
     const std::string name = cn->Property("Initial Catalog");
     cn->SetProperty("Initial Catalog", "Master");
     cn->Open();
+    RefuseUnusableDatabaseName(*cn, name, "Database.CreateSQL");
     try {
-      cn->Execute("CREATE DATABASE " + name);
+      cn->Execute("CREATE DATABASE " + Bracketed(name));
     } catch (const Error&) {
       // The database exists already.
     }
@@ -205,10 +221,13 @@ void Database::CreateMySQL(std::string_view CnStr) {
     const std::string name = MySqlDatabaseName(CnStr);
     auto cn = db::Connection::Create();
     cn->Open(MySqlServerOnly(CnStr));
+    // No name: the server's default database, if any, takes the tables.
+    if (name.empty()) return;
+    RefuseUnusableDatabaseName(*cn, name, "Database.CreateMySQL");
     try {
-      cn->Execute("CREATE DATABASE IF NOT EXISTS " + name);
+      cn->Execute("CREATE DATABASE IF NOT EXISTS " + cn->GetDriver().QuoteIdentifier(name));
     } catch (const Error&) {
-      // No name, or no right to create it: the tables will tell.
+      // No right to create it: the tables will tell.
     }
   });
 }

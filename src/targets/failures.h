@@ -12,4 +12,7 @@ inline constexpr ErrorNumber kDatabaseNotSupported = 0xBCD0239A;
 // `Tbl.Create` for a provider it cannot create tables for; harmless to `Entity.Validate`.
 inline constexpr ErrorNumber kTableNotSupported = 0xBCD023A1;
 
+// A database, table or column name that the store cannot hold (too long, characters it refuses,
+// a name it keeps for itself); found before anything is written.
+inline constexpr ErrorNumber kUnusableName = 0xBCD023A8;
 }  // namespace gw::targeterr

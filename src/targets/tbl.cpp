@@ -3,16 +3,16 @@
 #include <filesystem>
 
 #include "platform/db/recordset.h"
+#include "platform/db/sqlite_schema.h"
 #include "platform/text.h"
 #include "targets/database.h"
 #include "targets/rules_link.h"
-#include "targets/sqlite_schema.h"
 
 namespace gw {
 
 namespace {
 
-using targets_internal::QuoteSqliteName;
+using db::QuoteSqliteName;
 
 // SQL Server needs at least one column in CREATE TABLE: the table starts with this one, which lets
 // one add-or-alter path serve a new and an existing table, and is dropped afterwards.
@@ -31,6 +31,27 @@ void Try(Body&& body) {
     body();
   } catch (const Error&) {
     // Meant to fail when the table or column is already as wanted.
+  }
+}
+
+// Refuses, before anything is made, a table or column name that the store of `cn` cannot hold.
+void RefuseUnusableNames(db::Connection& cn, const std::string& table,
+                         const TableDescription& ent) {
+  const db::Driver& driver = cn.GetDriver();
+  const auto check = [&](db::IdentifierKind kind, const std::string& name, const char* what) {
+    const std::string why = driver.IdentifierProblem(kind, name);
+    if (!why.empty()) {
+      throw Error(targeterr::kUnusableName, "Table.Create",
+                  std::string("The ") + what + " name \"" + text::EscapeControlCharacters(name) +
+                      "\" cannot be used in this store: " + why + ".");
+    }
+  };
+  check(db::IdentifierKind::Table, table, "table");
+  for (const auto& f : ent.fields) check(db::IdentifierKind::Column, f.name, "column");
+  for (const auto& c : ent.custom_columns) check(db::IdentifierKind::Column, c.name, "column");
+  if (!ent.pk_column.empty()) check(db::IdentifierKind::Column, ent.pk_column, "key column");
+  if (ent.parent && !ent.parent->pk_column.empty()) {
+    check(db::IdentifierKind::Column, ent.parent->pk_column, "parent key column");
   }
 }
 
@@ -81,14 +102,14 @@ class SqliteTable {
     } catch (const Error&) {
       // Exists already, or carries what SQLite cannot add by ALTER TABLE.
     }
-    const auto existing = targets_internal::FindSqliteColumn(cn_, table_, column);
+    const auto existing = db::FindSqliteColumn(cn_, table_, column);
     if (!existing) {
-      targets_internal::SqliteAddColumn(cn_, table_, definition);
+      db::SqliteAddColumn(cn_, table_, definition);
       return;
     }
     if (NormalizedType(existing->declared_type) == NormalizedType(type)) return;
     RefuseTruncation(column, DeclaredWidth(type));
-    targets_internal::SqliteChangeColumnType(cn_, table_, existing->name, type);
+    db::SqliteChangeColumnType(cn_, table_, existing->name, type);
   }
 
   void DropPlaceholder() {
@@ -98,22 +119,21 @@ class SqliteTable {
   // An identity column; nothing when the column exists.
   void AddSurrogateKey(const std::string& column) {
     Try([&] {
-      if (targets_internal::FindSqliteColumn(cn_, table_, column)) return;
-      targets_internal::SqliteAddColumn(
-          cn_, table_, QuoteSqliteName(column) + " INTEGER PRIMARY KEY AUTOINCREMENT");
+      if (db::FindSqliteColumn(cn_, table_, column)) return;
+      db::SqliteAddColumn(cn_, table_,
+                          QuoteSqliteName(column) + " INTEGER PRIMARY KEY AUTOINCREMENT");
     });
   }
 
   // A primary key on `column`; nothing when the table has one.
   void AddPrimaryKey(const std::string& column) {
     Try([&] {
-      for (const auto& c : targets_internal::SqliteColumns(cn_, table_)) {
+      for (const auto& c : db::SqliteColumns(cn_, table_)) {
         if (c.in_primary_key) return;
       }
-      targets_internal::SqliteAddTableConstraint(cn_, table_,
-                                                 "CONSTRAINT " + QuoteSqliteName("PK_" + table_) +
-                                                     " PRIMARY KEY (" + QuoteSqliteName(column) +
-                                                     ")");
+      db::SqliteAddTableConstraint(cn_, table_,
+                                   "CONSTRAINT " + QuoteSqliteName("PK_" + table_) +
+                                       " PRIMARY KEY (" + QuoteSqliteName(column) + ")");
     });
   }
 
@@ -146,10 +166,10 @@ std::string SqliteTextType(std::int32_t size) {
 
 // ---- the Jet statement -------------------------------------------------------------------------
 
-std::string JetCreateStatement(const TableDescription& ent) {
-  std::string sql = "CREATE TABLE " + ent.table_name + " (";
-  for (const auto& f : ent.fields) sql += f.name + " TEXT, ";
-  for (const auto& c : ent.custom_columns) sql += c.name + " TEXT, ";
+std::string JetCreateStatement(const db::Driver& d, const TableDescription& ent) {
+  std::string sql = "CREATE TABLE " + d.QuoteIdentifier(ent.table_name) + " (";
+  for (const auto& f : ent.fields) sql += d.QuoteIdentifier(f.name) + " TEXT, ";
+  for (const auto& c : ent.custom_columns) sql += d.QuoteIdentifier(c.name) + " TEXT, ";
   sql.resize(sql.size() >= 2 ? sql.size() - 2 : 0);
   return sql + ")";
 }
@@ -157,8 +177,14 @@ std::string JetCreateStatement(const TableDescription& ent) {
 bool RunJetCreate(std::string_view CnStr, const TableDescription& ent) {
   auto cn = db::Connection::Create();
   cn->Open(CnStr);
-  Try([&] { cn->Execute(JetCreateStatement(ent)); });
+  RefuseUnusableNames(*cn, ent.table_name, ent);
+  Try([&] { cn->Execute(JetCreateStatement(cn->GetDriver(), ent)); });
   return true;
+}
+
+// A name in SQL Server's brackets, a "]" doubled.
+std::string Bracketed(std::string_view name) {
+  return "[" + text::ReplaceAll(name, "]", "]]") + "]";
 }
 
 }  // namespace
@@ -200,8 +226,9 @@ void Tbl::CreateSQL(std::string_view CnStr, const TableDescription& Ent, bool Us
     const std::string c(kPlaceholderColumn);
     auto cn = db::Connection::Create();
     cn->Open(CnStr);
-    Try([&] { cn->Execute("CREATE TABLE [" + t + "]([" + c + "] [int])"); });
-    const std::string a = "ALTER TABLE [" + t + "] ";
+    RefuseUnusableNames(*cn, t, Ent);
+    Try([&] { cn->Execute("CREATE TABLE " + Bracketed(t) + "(" + Bracketed(c) + " [int])"); });
+    const std::string a = "ALTER TABLE " + Bracketed(t) + " ";
     const auto add_or_alter = [&](const std::string& s) {
       try {
         cn->Execute(a + "ADD " + s);
@@ -211,39 +238,40 @@ void Tbl::CreateSQL(std::string_view CnStr, const TableDescription& Ent, bool Us
     };
     std::string s;
     for (const auto& f : Ent.fields) {
-      s = f.size < 0 ? "[" + f.name + "] VARCHAR(Max) NULL"
-                     : "[" + f.name + "] VARCHAR(" + std::to_string(f.size) + ") NULL";
+      s = f.size < 0 ? Bracketed(f.name) + " VARCHAR(Max) NULL"
+                     : Bracketed(f.name) + " VARCHAR(" + std::to_string(f.size) + ") NULL";
       add_or_alter(s);
     }
-    Try([&] { cn->Execute(a + "DROP COLUMN " + c); });
+    Try([&] { cn->Execute(a + "DROP COLUMN " + Bracketed(c)); });
     for (const auto& col : Ent.custom_columns) {
-      s = "[" + col.name + "] VARCHAR(" + std::to_string(col.size) + ") NULL";
+      s = Bracketed(col.name) + " VARCHAR(" + std::to_string(col.size) + ") NULL";
       add_or_alter(s);
     }
     if (Ent.is_pk_surrogate && !Ent.pk_column.empty()) {
-      Try([&] { cn->Execute(a + "ADD " + "[" + Ent.pk_column + "] INT IDENTITY"); });
+      Try([&] { cn->Execute(a + "ADD " + Bracketed(Ent.pk_column) + " INT IDENTITY"); });
     }
     if (!Ent.pk_column.empty()) {
       Try([&] {
-        cn->Execute(a + "ADD CONSTRAINT " + "PK_" + t + " PRIMARY KEY ([" + Ent.pk_column + "])");
+        cn->Execute(a + "ADD CONSTRAINT " + Bracketed("PK_" + t) + " PRIMARY KEY (" +
+                    Bracketed(Ent.pk_column) + ")");
       });
     }
     if (Ent.parent) {
       const ParentKey& p = *Ent.parent;
       // Without a key on the parent the last column definition is applied again, to no effect.
       if (p.is_pk_surrogate) {
-        s = "[" + p.pk_column + "] INT NOT NULL";
+        s = Bracketed(p.pk_column) + " INT NOT NULL";
       } else if (!p.pk_column.empty()) {
-        s = "[" + p.pk_column + "] VARCHAR(" + std::to_string(p.pk_size) + ") NOT NULL";
+        s = Bracketed(p.pk_column) + " VARCHAR(" + std::to_string(p.pk_size) + ") NOT NULL";
       }
       if (!s.empty()) add_or_alter(s);
-      const std::string fk = "FK_" + p.table_name + "_" + t;
+      const std::string fk = Bracketed("FK_" + p.table_name + "_" + t);
       Try([&] { cn->Execute(a + "DROP CONSTRAINT " + fk); });
       // Built as it always was: no blank before FOREIGN and the table itself after REFERENCES, so
       // it fails and the key column above is what a child table gets.
       Try([&] {
-        cn->Execute(a + "ADD CONSTRAINT " + fk + "FOREIGN KEY ([" + p.pk_column + "]) REFERENCES " +
-                    t + "([" + p.pk_column + "])");
+        cn->Execute(a + "ADD CONSTRAINT " + fk + "FOREIGN KEY (" + Bracketed(p.pk_column) +
+                    ") REFERENCES " + Bracketed(t) + "(" + Bracketed(p.pk_column) + ")");
       });
     }
     // A global temporary table lasts as long as the connection that made it.
@@ -264,6 +292,7 @@ void Tbl::CreateSQLite(std::string_view CnStr, const TableDescription& Ent, bool
       cn = db::Connection::Create();
       cn->Open(CnStr);
     }
+    RefuseUnusableNames(*cn, t, Ent);
     SqliteTable table(*cn, t);
     table.Create();
     for (const auto& f : Ent.fields) table.AddOrAlter(f.name, SqliteTextType(f.size), "NULL");
@@ -288,23 +317,33 @@ void Tbl::CreateSQLite(std::string_view CnStr, const TableDescription& Ent, bool
 
 void Tbl::CreateMySQL(std::string_view CnStr, const TableDescription& Ent) {
   ReportAs("Tbl.CreateMySQL(CnStr,Ent)", [&] {
-    const std::string& t = Ent.table_name;
-    const std::string c(kPlaceholderColumn);
     auto cn = db::Connection::Create();
     cn->Open(CnStr);
-    cn->Execute("CREATE TABLE IF NOT EXISTS " + t + " ( " + c + " INT)");
-    const std::string a = "ALTER TABLE " + t + " ";
-    const auto add_or_change = [&](const std::string& name, std::int32_t size) {
-      const std::string s = name + " VARCHAR(" + std::to_string(size) + ") NULL";
-      try {
-        cn->Execute(a + "ADD " + s);
-      } catch (const Error&) {
-        cn->Execute(a + " CHANGE " + name + " " + s);
-      }
-    };
-    for (const auto& f : Ent.fields) add_or_change(f.name, f.size);
-    Try([&] { cn->Execute(a + " DROP COLUMN " + c); });
-    for (const auto& col : Ent.custom_columns) add_or_change(col.name, col.size);
+    RefuseUnusableNames(*cn, Ent.table_name, Ent);
+    const db::Driver& d = cn->GetDriver();
+    const std::string t = d.QuoteIdentifier(Ent.table_name);
+    const std::string c = d.QuoteIdentifier(kPlaceholderColumn);
+    // A table this call makes and cannot finish is dropped again: no half-made table stays.
+    const bool existed = cn->GetDriver().TableExists(Ent.table_name);
+    try {
+      cn->Execute("CREATE TABLE IF NOT EXISTS " + t + " ( " + c + " INT)");
+      const std::string a = "ALTER TABLE " + t + " ";
+      const auto add_or_change = [&](const std::string& name, std::int32_t size) {
+        const std::string s =
+            d.QuoteIdentifier(name) + " VARCHAR(" + std::to_string(size) + ") NULL";
+        try {
+          cn->Execute(a + "ADD " + s);
+        } catch (const Error&) {
+          cn->Execute(a + " CHANGE " + d.QuoteIdentifier(name) + " " + s);
+        }
+      };
+      for (const auto& f : Ent.fields) add_or_change(f.name, f.size);
+      Try([&] { cn->Execute(a + " DROP COLUMN " + c); });
+      for (const auto& col : Ent.custom_columns) add_or_change(col.name, col.size);
+    } catch (const Error&) {
+      if (!existed) Try([&] { cn->Execute("DROP TABLE IF EXISTS " + t); });
+      throw;
+    }
     cn->Close();
   });
 }
@@ -327,10 +366,11 @@ void Tbl::DeleteAllRows(std::string_view CnStr, const TableDescription& Ent) {
     }
     auto cn = db::Connection::Create();
     cn->Open(CnStr);
+    const std::string table = cn->GetDriver().QuoteIdentifier(Ent.table_name);
     try {
-      cn->Execute("DELETE " + Ent.table_name);
+      cn->Execute("DELETE " + table);
     } catch (const Error&) {
-      cn->Execute("DELETE FROM " + Ent.table_name);
+      cn->Execute("DELETE FROM " + table);
     }
     cn->Close();
   });

@@ -13,6 +13,9 @@
 //   temporary tables  the "##" table in the process's temporary store (see temporary_tables.h),
 //                     built as for SQLite, whatever the provider; this `Tbl` keeps it alive
 //   anything else     failure 0xBCD023A1 (source "Table.Create")
+// Every name (table, columns) is quoted for the store's dialect, so spaces, quotes and keywords
+// ("order") are names like any other. A name the store cannot hold at all fails with 0xBCD023A8
+// (source "Table.Create") before anything is made.
 // Failures report under the method's log name ("Tbl.CreateMySQL(CnStr,Ent)") with their numbers.
 #pragma once
 

@@ -156,16 +156,24 @@ TEST_F(TablesTest, ValidateMakesTheTableAndPassesAgainOnceItExists) {
 }
 
 TEST_F(TablesTest, ValidateReportsATableThatCannotBeOpened) {
-  // A workbook's sheet cannot have a blank in its name: the sheet is never made.
-  cn_str_ = "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + (dir_ / "v.xlsx").string() +
-            ";Extended Properties=\"Excel 8.0;HDR=Yes\"";
+  // A server user who may make and fill tables but not read them.
+  auto& server = gw::testing::MariaDbServer::Shared();
+  const std::string database = server.CreateDatabase("noread");
+  auto root = db::Connection::Create();
+  root->Open(server.ConnectionString(database));
+  root->ExecuteScript(
+      "CREATE USER IF NOT EXISTS 'writer'@'127.0.0.1' IDENTIFIED BY 'pw';"
+      "GRANT CREATE, ALTER, INSERT ON `" +
+      database + "`.* TO 'writer'@'127.0.0.1'");
+  cn_str_ = "Provider=MySQLProv;Server=127.0.0.1;Port=" + std::to_string(server.Port()) +
+            ";Initial Catalog=" + database + ";User ID=writer;Password=pw";
   auto prods = AddRoot("Products", "<tr>", "my prods");
   AddField(prods, "name", "<n>", "</n>", false, 20);
   const Error e = CaughtError([&] { prods->Validate(); });
   EXPECT_EQ(e.Number(), exerr::kCannotOpenTable);
   EXPECT_EQ(e.Description().rfind("Could not connect to the table my prodsusing the following "
                                   "connection string: " +
-                                      prods->DBConnStr() +
+                                      db::MaskPasswords(prods->DBConnStr()) +
                                       " for dataset Products in datapage Listing.  " + kAdvice +
                                       "If the database that you are connecting to is not SQL, "
                                       "Access, or Excel, the tables and database will not be "
@@ -371,22 +379,22 @@ TEST_F(TablesTest, RowsWrittenBeforeAFailureEndsTheDocumentAreKept) {
   EXPECT_EQ(Rows("SELECT * FROM prods"), (RowList{{"a"}}));
 }
 
-TEST_F(TablesTest, RowsIntoTheRulesDatabaseAreNeverHeldInABatch) {
-  SetRulesConnectionOverride(cn_str_);  // the target is the rules database itself
-  auto prods = AddRoot("Products", "<tr>", "prods");
-  AddField(prods, "name", "<n>", "</n>", false, 20);
-  page_->CreateDB(false);
-  std::vector<std::size_t> stores;
-  auto progress = page_->OnProgressChange.Connect([&](long, long) {
-    stores.push_back(db::WriteBatch::OpenStoreCount());
-    // Another writer is not kept waiting.
-    Exec("CREATE TABLE IF NOT EXISTS other (a INT); INSERT INTO other VALUES (1)");
-  });
-  std::string text = "<tr><n>a</n><tr><n>b</n>";
-  page_->Extract(text, false);
+TEST_F(TablesTest, TheRulesDatabaseIsNoTarget) {
+  // The rules database in the same file, through another provider name that reaches it.
+  SetRulesConnectionOverride(cn_str_);
+  Exec("CREATE TABLE jobs (job_id VARCHAR(50))");
+  cn_str_ = "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + (dir_ / "target.db").string();
+  auto jobs = AddRoot("Jobs", "<tr>", "jobs");
+  AddField(jobs, "name", "<n>", "</n>", false, 20);
+  const Error made = FailureOf([&] { page_->CreateDB(false); });
+  EXPECT_EQ(made.Number(), exerr::kTargetIsRulesStore) << made.Description();
+  EXPECT_EQ(FailureOf([&] { jobs->Validate(); }).Number(), exerr::kNoTableNameOrTable);
+  // Nor are rows written there when the table is there already.
+  std::string text = "<tr><n>a</n>";
+  EXPECT_EQ(FailureOf([&] { page_->Extract(text, false); }).Number(), exerr::kTargetIsRulesStore);
   SetRulesConnectionOverride({});
-  EXPECT_EQ(stores, (std::vector<std::size_t>{0, 0}));
-  EXPECT_EQ(Rows("SELECT count(*) FROM other"), (RowList{{"2"}}));
+  EXPECT_EQ(ColumnNames("jobs"), (std::vector<std::string>{"job_id"})) << "no column was added";
+  EXPECT_EQ(Rows("SELECT count(*) FROM jobs"), (RowList{{"0"}}));
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 
 #include "extraction_fixture.h"
 #include "support/mariadb_server.h"
+#include "targets/database.h"
 
 namespace gw::extraction_test {
 namespace {
@@ -109,6 +110,99 @@ TEST_P(TargetStores, TheSameTemplateMakesItsTablesAndWritesTheSameRows) {
   EXPECT_EQ(Texts("SELECT * FROM orders"), (RowList{{"A-1", "Zürich"}, {"B-2", ""}, {"C-3", ""}}));
   EXPECT_EQ(Texts("SELECT * FROM order_lines"),
             (RowList{{"Écrou", "2"}, {"Gear 齿轮", "10"}, {"Bolt", "1"}}));
+}
+
+// Names that are names, whatever they hold: each table and column is made and written as
+// named, and nothing else is touched; a name a store cannot hold is refused before anything is
+// written to it.
+TEST_P(TargetStores, HostileNamesAreNamesOrAreRefusedBeforeAnythingIsWritten) {
+  const std::string store = GetParam().name;
+  const bool workbook = store == "Excel";
+  const bool mariadb = store == "MariaDB" || store == "MySqlThroughOdbc";
+  cn_str_ = GetParam().connection_string(dir_);
+  // A table that a crafted name once sent the rows into.
+  Exec("CREATE TABLE victim (name VARCHAR(40), price VARCHAR(40))");
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str_);
+  {
+    auto seed = db::Recordset::Create();
+    seed->Open("SELECT * FROM victim", cn, db::CursorType::Keyset, db::LockType::Optimistic);
+    seed->AddNew();
+    seed->GetFields().Item("name").SetValue(Variant(std::string("kept")));
+    seed->Update();
+  }
+  db::FlushBufferedStores();
+
+  struct Case {
+    std::string table;
+    std::string column;
+    bool refused;  // the store cannot hold the name
+  };
+  const std::string long_name(65, 'x');
+  const Case cases[] = {
+      {"victim where 0 union select * from victim --", "name", workbook},
+      {"with space", "a column", false},
+      {"quo\"te", "apo'strophe", false},
+      {"back`tick", "semi;colon", false},
+      {"brack]et", "brack]et col", workbook},
+      {"order", "select", false},
+      {"naïve 表", "prix €", false},
+      {"slash/name", "price", workbook},
+      {"sqlite_mine", "price", store == "SQLite" || store == "Access"},
+      {long_name, "price", mariadb || workbook},
+      {"ends with space ", "price", mariadb},
+      {"t_emoji", "grin 😀", mariadb},
+      {"line\nbreak", "price", true},
+      {"History", "price", workbook},
+  };
+  int k = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(store + ": table \"" + c.table + "\", column \"" + c.column + "\"");
+    page_ = DataPage::Create();
+    page_->SetDisplayName("Listing " + std::to_string(++k));
+    page_->SetDoc(doc_);
+    auto prods = AddRoot("Products", "<tr>", c.table);
+    AddField(prods, c.column, "<n>", "</n>", false, 20);
+    AddField(prods, "other", "<p>", "</p>", false, 20);
+    const Error failure = FailureOf([&] { page_->CreateDB(false); });
+    auto check = db::Connection::Create();
+    check->Open(cn_str_);
+    if (c.refused) {
+      EXPECT_EQ(failure.Number(), targeterr::kUnusableName) << failure.Description();
+      EXPECT_FALSE(check->GetDriver().TableExists(c.table)) << "nothing was made";
+      continue;
+    }
+    ASSERT_EQ(failure.Number(), 0u) << failure.Description();
+    std::string text = "<tr><n>Nut</n><p>1</p><tr><n>Bolt</n><p>2</p>";
+    page_->Extract(text, false);
+    EXPECT_EQ(prods->PendingFailure().Number(), 0u) << prods->PendingFailure().Description();
+    ASSERT_TRUE(check->GetDriver().TableExists(c.table));
+    auto rs = check->Execute("SELECT * FROM " + check->GetDriver().QuoteIdentifier(c.table));
+    ASSERT_EQ(rs->RecordCount(), 2);
+    EXPECT_EQ(rs->GetFields().Item(c.column).Value().ToText(), "Nut");
+  }
+  // The crafted name sent nothing into the table it named.
+  auto victim = cn->Execute("SELECT * FROM victim");
+  EXPECT_EQ(victim->RecordCount(), 1);
+}
+
+// A database named as a person names it.
+TEST_F(ExtractionTest, AMariaDbDatabaseNameIsQuotedLikeAnyOther) {
+  auto& server = gw::testing::MariaDbServer::Shared();
+  const std::string name = "shop-" + server.CreateDatabase("x") + " 2";
+  cn_str_ = server.ConnectionString();
+  page_->SetDBName(name);
+  auto prods = AddRoot("Products", "<tr>", "prods");
+  AddField(prods, "name", "<n>", "</n>", false, 20);
+  page_->CreateDB(false);
+  std::string text = "<tr><n>Nut</n>";
+  page_->Extract(text, false);
+  auto cn = db::Connection::Create();
+  cn->Open(server.ConnectionString(name));
+  EXPECT_EQ(cn->Execute("SELECT name FROM prods")->GetFields().Item(0L).Value().ToText(), "Nut");
+  // One the server cannot hold is refused before anything is made.
+  page_->SetDBName(std::string(65, 'd'));
+  EXPECT_EQ(FailureOf([&] { page_->CreateDB(false); }).Number(), targeterr::kUnusableName);
 }
 
 TEST_F(ExtractionTest, AWorkbookWrittenByADocumentOpensInAnotherReader) {

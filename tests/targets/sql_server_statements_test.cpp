@@ -71,7 +71,7 @@ TEST_F(SqlServerStatements, ATableIsBuiltByAddingOrAlteringEveryColumn) {
   d.parent = ParentKey{"Shops", "shop_id", false, 12};
   TheRecorder().refused = {"ALTER TABLE [t1_Prods] ADD [notes]",
                            "ALTER TABLE [t1_Prods] DROP CONSTRAINT",
-                           "ALTER TABLE [t1_Prods] ADD CONSTRAINT FK_"};
+                           "ALTER TABLE [t1_Prods] ADD CONSTRAINT [FK_"};
   Tbl().Create(kServer, d, false, "t1_");
   EXPECT_EQ(Sent(),
             (std::vector<std::string>{
@@ -79,15 +79,22 @@ TEST_F(SqlServerStatements, ATableIsBuiltByAddingOrAlteringEveryColumn) {
                 "ALTER TABLE [t1_Prods] ADD [name] VARCHAR(40) NULL",
                 "ALTER TABLE [t1_Prods] ADD [notes] VARCHAR(Max) NULL",
                 "ALTER TABLE [t1_Prods] ALTER COLUMN [notes] VARCHAR(Max) NULL",
-                "ALTER TABLE [t1_Prods] DROP COLUMN xxx_temp_column_delete_later_xxx",
+                "ALTER TABLE [t1_Prods] DROP COLUMN [xxx_temp_column_delete_later_xxx]",
                 "ALTER TABLE [t1_Prods] ADD [DocUrl] VARCHAR(255) NULL",
                 "ALTER TABLE [t1_Prods] ADD [id] INT IDENTITY",
-                "ALTER TABLE [t1_Prods] ADD CONSTRAINT PK_t1_Prods PRIMARY KEY ([id])",
+                "ALTER TABLE [t1_Prods] ADD CONSTRAINT [PK_t1_Prods] PRIMARY KEY ([id])",
                 "ALTER TABLE [t1_Prods] ADD [shop_id] VARCHAR(12) NOT NULL",
-                "ALTER TABLE [t1_Prods] DROP CONSTRAINT FK_Shops_t1_Prods",
-                "ALTER TABLE [t1_Prods] ADD CONSTRAINT FK_Shops_t1_ProdsFOREIGN KEY ([shop_id]) "
-                "REFERENCES t1_Prods([shop_id])",
+                "ALTER TABLE [t1_Prods] DROP CONSTRAINT [FK_Shops_t1_Prods]",
+                "ALTER TABLE [t1_Prods] ADD CONSTRAINT [FK_Shops_t1_Prods]FOREIGN KEY ([shop_id]) "
+                "REFERENCES [t1_Prods]([shop_id])",
             }));
+}
+
+TEST_F(SqlServerStatements, ABracketInANameIsDoubled) {
+  Tbl().CreateSQL(kServer, Describe("a]b; DROP TABLE x --", {{"c]d", 4}}), false, "");
+  EXPECT_EQ(Sent().at(0),
+            "CREATE TABLE [a]]b; DROP TABLE x --]([xxx_temp_column_delete_later_xxx] [int])");
+  EXPECT_EQ(Sent().at(1), "ALTER TABLE [a]]b; DROP TABLE x --] ADD [c]]d] VARCHAR(4) NULL");
 }
 
 TEST_F(SqlServerStatements, ASurrogateParentKeyIsAnInteger) {
@@ -113,7 +120,7 @@ TEST_F(SqlServerStatements, AColumnThatCanNeitherBeAddedNorAlteredFailsTheTable)
 TEST_F(SqlServerStatements, DatabasesAreMadeAndDroppedFromMaster) {
   Database::Create("Provider=SQLOLEDB.1;Data Source=recorder", "shop");
   EXPECT_EQ(TheRecorder().opened_catalog, "Master");
-  EXPECT_EQ(Sent(), (std::vector<std::string>{"CREATE DATABASE shop"}));
+  EXPECT_EQ(Sent(), (std::vector<std::string>{"CREATE DATABASE [shop]"}));
   // It may exist already.
   TheRecorder() = Recorder();
   TheRecorder().refused = {"CREATE DATABASE"};
@@ -123,7 +130,7 @@ TEST_F(SqlServerStatements, DatabasesAreMadeAndDroppedFromMaster) {
   TheRecorder() = Recorder();
   Database::Drop("Provider=SQLOLEDB.1;Data Source=recorder;Initial Catalog=old", "shop");
   EXPECT_EQ(TheRecorder().opened_catalog, "Master");
-  EXPECT_EQ(Sent(), (std::vector<std::string>{"DROP DATABASE shop"}));
+  EXPECT_EQ(Sent(), (std::vector<std::string>{"DROP DATABASE [shop]"}));
 }
 
 }  // namespace

@@ -30,6 +30,13 @@ void EnsureBuiltins() {
 
 }  // namespace
 
+std::string Driver::IdentifierProblem(IdentifierKind, std::string_view name) const {
+  if (name.empty()) return "it is empty";
+  if (!text::IsValidUtf8(name)) return "it is not valid UTF-8 text";
+  if (text::HasControlCharacter(name)) return "it holds a control character";
+  return {};
+}
+
 void RegisterDriver(std::string name, DriverAccepts accepts, DriverFactory factory) {
   Registry().push_back(Registration{std::move(name), std::move(accepts), std::move(factory)});
 }

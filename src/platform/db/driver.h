@@ -17,6 +17,9 @@
 
 namespace gw::db {
 
+// What an identifier names, for the rules a store has for each.
+enum class IdentifierKind { Database, Table, Column };
+
 class Driver {
  public:
   virtual ~Driver() = default;
@@ -40,8 +43,14 @@ class Driver {
   // The columns of a table as the store declares them (widths, keys), for writing rows back.
   virtual std::vector<ColumnInfo> TableColumns(std::string_view table) = 0;
   virtual bool TableExists(std::string_view table) = 0;
-  // The name quoted as an identifier of the dialect.
+  // The name quoted as an identifier of the dialect: any name that `IdentifierProblem` accepts
+  // comes through quoting unchanged, whatever characters or keywords it holds.
   virtual std::string QuoteIdentifier(std::string_view name) const = 0;
+  // Why the store cannot hold `name` as an identifier of `kind` ("it is longer than 64
+  // characters"), or "" when it can. The base refuses what no store takes: an empty name, and
+  // control characters (which no store shows as they are, and which would forge lines in what
+  // the program prints).
+  virtual std::string IdentifierProblem(IdentifierKind kind, std::string_view name) const;
   // The current database (catalog), if the store has such a notion.
   virtual std::string DefaultDatabase() { return {}; }
 };

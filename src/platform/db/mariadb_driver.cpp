@@ -262,6 +262,21 @@ class MariaDbDriver final : public Driver {
     return out;
   }
 
+  // MariaDB's own rules for quoted names: at most 64 characters, no trailing space, and only
+  // characters of the Basic Multilingual Plane (names are stored as three-byte UTF-8).
+  std::string IdentifierProblem(IdentifierKind kind, std::string_view name) const override {
+    std::string problem = Driver::IdentifierProblem(kind, name);
+    if (!problem.empty()) return problem;
+    if (text::CountCodePoints(name) > 64) return "MariaDB names hold at most 64 characters";
+    if (name.back() == ' ') return "MariaDB names cannot end with a space";
+    for (std::size_t i = 0; i < name.size();) {
+      if (text::DecodeUtf8(name, i) > 0xFFFF) {
+        return "MariaDB names cannot hold characters beyond U+FFFF";
+      }
+    }
+    return {};
+  }
+
   std::string DefaultDatabase() override {
     const ResultSet r = ExecuteText("SELECT DATABASE()", 0);
     return r.rows.empty() ? std::string() : r.rows[0][0].ToText();

@@ -365,6 +365,15 @@ class SqliteDriver final : public Driver {
 
   std::string DefaultDatabase() override { return "main"; }
 
+  std::string IdentifierProblem(IdentifierKind kind, std::string_view name) const override {
+    std::string problem = Driver::IdentifierProblem(kind, name);
+    if (problem.empty() && kind == IdentifierKind::Table &&
+        text::StartsWithNoCase(name, "sqlite_")) {
+      problem = "SQLite keeps the names that begin with \"sqlite_\" for itself";
+    }
+    return problem;
+  }
+
  private:
   struct Prepared {
     sqlite3_stmt* stmt = nullptr;

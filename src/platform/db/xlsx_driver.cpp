@@ -367,8 +367,9 @@ class Scanner {
     }
     return false;
   }
-  // A name: bare, [bracketed], "quoted" or `quoted`; a trailing "$" (a sheet reference) is dropped.
-  std::string Name() {
+  // A name: bare, [bracketed], "quoted" or `quoted` (the closing character doubled inside). For
+  // a table, a trailing "$" (a sheet reference) is dropped.
+  std::string Name(bool table = false) {
     Skip();
     std::string out;
     if (i_ < s_.size() && (s_[i_] == '[' || s_[i_] == '"' || s_[i_] == '`')) {
@@ -376,7 +377,7 @@ class Scanner {
       ++i_;
       while (i_ < s_.size()) {
         if (s_[i_] == close) {
-          if (close != ']' && i_ + 1 < s_.size() && s_[i_ + 1] == close) {
+          if (i_ + 1 < s_.size() && s_[i_ + 1] == close) {
             out += close;
             i_ += 2;
             continue;
@@ -389,7 +390,7 @@ class Scanner {
     } else {
       while (i_ < s_.size() && !std::strchr(" \t\r\n,();", s_[i_])) out += s_[i_++];
     }
-    if (!out.empty() && out.back() == '$') out.pop_back();
+    if (table && !out.empty() && out.back() == '$') out.pop_back();
     return out;
   }
   // Skips a column type such as "TEXT" or "VARCHAR(50)".
@@ -437,7 +438,7 @@ class XlsxDriver final : public Driver {
     if (sc.Keyword("CREATE")) {
       if (!sc.Keyword("TABLE")) Unsupported(sql);
       Sheet sheet;
-      sheet.name = sc.Name();
+      sheet.name = sc.Name(true);
       if (!sc.Symbol('(')) Unsupported(sql);
       do {
         const std::string col = sc.Name();
@@ -446,6 +447,16 @@ class XlsxDriver final : public Driver {
         sc.SkipType();
       } while (sc.Symbol(','));
       if (!sc.Symbol(')') || !sc.AtEnd()) Unsupported(sql);
+      // Refused before the workbook holds it: a sheet it cannot write would fail every write.
+      if (const std::string why = IdentifierProblem(IdentifierKind::Table, sheet.name);
+          !why.empty()) {
+        Fail(dberr::kSyntax, "The sheet name '" + sheet.name + "' cannot be used: " + why + ".");
+      }
+      for (const auto& col : sheet.columns) {
+        if (const std::string why = IdentifierProblem(IdentifierKind::Column, col); !why.empty()) {
+          Fail(dberr::kSyntax, "The column name '" + col + "' cannot be used: " + why + ".");
+        }
+      }
       if (book_->Find(sheet.name))
         Fail(dberr::kSyntax, "Table '" + sheet.name + "' already exists.");
       book_->sheets.push_back(std::move(sheet));
@@ -454,7 +465,7 @@ class XlsxDriver final : public Driver {
     }
     if (sc.Keyword("DROP")) {
       if (!sc.Keyword("TABLE")) Unsupported(sql);
-      const std::string name = sc.Name();
+      const std::string name = sc.Name(true);
       Sheet* sheet = Require(name);
       book_->sheets.erase(book_->sheets.begin() + (sheet - book_->sheets.data()));
       book_->Write();
@@ -462,7 +473,7 @@ class XlsxDriver final : public Driver {
     }
     if (sc.Keyword("SELECT")) {
       if (!sc.Symbol('*') || !sc.Keyword("FROM")) Unsupported(sql);
-      Sheet* sheet = Require(sc.Name());
+      Sheet* sheet = Require(sc.Name(true));
       if (!sc.AtEnd()) Unsupported(sql);
       ResultSet r;
       r.has_columns = true;
@@ -477,7 +488,7 @@ class XlsxDriver final : public Driver {
     }
     if (sc.Keyword("INSERT")) {
       if (!sc.Keyword("INTO")) Unsupported(sql);
-      Sheet* sheet = Require(sc.Name());
+      Sheet* sheet = Require(sc.Name(true));
       std::vector<std::size_t> targets;
       if (sc.Symbol('(')) {
         do {
@@ -540,7 +551,23 @@ class XlsxDriver final : public Driver {
   }
   bool TableExists(std::string_view table) override { return book_->Find(table) != nullptr; }
   std::string QuoteIdentifier(std::string_view name) const override {
-    return "[" + std::string(name) + "]";
+    return "[" + text::ReplaceAll(name, "]", "]]") + "]";
+  }
+  // A table is a sheet, whose name a workbook limits: at most 31 characters, none of []:*?/\,
+  // no apostrophe at either end, and not "History", which spreadsheet programs keep for
+  // themselves. A column is the text of a header cell, which may be anything but empty.
+  std::string IdentifierProblem(IdentifierKind kind, std::string_view name) const override {
+    std::string problem = Driver::IdentifierProblem(kind, name);
+    if (!problem.empty() || kind != IdentifierKind::Table) return problem;
+    if (text::CountCodePoints(name) > 31) return "a sheet name holds at most 31 characters";
+    if (name.find_first_of("[]:*?/\\") != std::string_view::npos) {
+      return "a sheet name cannot hold any of the characters [ ] : * ? / \\";
+    }
+    if (name.front() == '\'' || name.back() == '\'') {
+      return "a sheet name cannot begin or end with an apostrophe";
+    }
+    if (text::EqualsNoCase(name, "History")) return "a workbook keeps the sheet name History";
+    return {};
   }
 
  private:

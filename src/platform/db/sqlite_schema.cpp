@@ -1,4 +1,4 @@
-#include "targets/sqlite_schema.h"
+#include "platform/db/sqlite_schema.h"
 
 #include <array>
 #include <functional>
@@ -6,7 +6,7 @@
 #include "platform/db/recordset.h"
 #include "platform/text.h"
 
-namespace gw::targets_internal {
+namespace gw::db {
 
 namespace {
 
@@ -120,7 +120,7 @@ void Rebuild(db::Connection& cn, std::string_view table,
              const std::function<void(std::vector<std::string>&)>& edit) {
   const auto old = ReadTableSql(cn, table);
   if (!old) {
-    throw Error(db::dberr::kNoSuchTable, "SQLite", "no such table: " + std::string(table));
+    throw Error(dberr::kNoSuchTable, "SQLite", "no such table: " + std::string(table));
   }
   CreateTableParts parts = SplitCreateTable(old->sql);
   edit(parts.definitions);
@@ -163,7 +163,7 @@ void Rebuild(db::Connection& cn, std::string_view table,
     if (foreign_keys) {
       auto broken = cn.Execute("SELECT 1 FROM pragma_foreign_key_check(?)", params);
       if (!broken->IsEOF()) {
-        throw Error(db::dberr::kIntegrity, "SQLite",
+        throw Error(dberr::kIntegrity, "SQLite",
                     "FOREIGN KEY constraint failed while rebuilding " + old->name);
       }
     }
@@ -295,4 +295,4 @@ void SqliteAddTableConstraint(db::Connection& cn, std::string_view table,
           [&](std::vector<std::string>& definitions) { definitions.emplace_back(constraint); });
 }
 
-}  // namespace gw::targets_internal
+}  // namespace gw::db

@@ -1,14 +1,22 @@
 // Reading SQLite's CREATE TABLE statements for the table rebuild.
-#include "targets/sqlite_schema.h"
+#include "platform/db/sqlite_schema.h"
 
 #include <gtest/gtest.h>
 
-#include "targets_fixture.h"
+#include <functional>
 
-namespace gw::targets_test {
+namespace gw::db {
 namespace {
 
-using namespace gw::targets_internal;
+Error CaughtError(const std::function<void()>& call) {
+  try {
+    call();
+  } catch (const Error& e) {
+    return e;
+  }
+  ADD_FAILURE() << "no failure";
+  return Error(0, "", "");
+}
 
 TEST(CreateTableText, SplitsAtTopLevelCommasOnly) {
   const CreateTableParts parts = SplitCreateTable(
@@ -53,4 +61,4 @@ TEST(CreateTableText, TextWithoutAColumnListIsRefused) {
 }
 
 }  // namespace
-}  // namespace gw::targets_test
+}  // namespace gw::db

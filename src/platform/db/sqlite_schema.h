@@ -5,7 +5,8 @@
 // dropped, the new one renamed, and the old table's indexes and triggers are created again. Rows,
 // other columns and constraints stay as they were.
 //
-// Internal to the target store.
+// The target store changes its tables this way, and the rules store's upgrade changes a column's
+// type this way, so that columns it does not know are kept.
 #pragma once
 
 #include <optional>
@@ -15,7 +16,7 @@
 
 #include "platform/db/connection.h"
 
-namespace gw::targets_internal {
+namespace gw::db {
 
 struct SqliteColumn {
   std::string name;
@@ -56,4 +57,4 @@ std::string ReplaceDeclaredType(std::string_view definition, std::string_view ty
 
 std::string QuoteSqliteName(std::string_view name);
 
-}  // namespace gw::targets_internal
+}  // namespace gw::db
