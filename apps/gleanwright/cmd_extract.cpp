@@ -4,8 +4,9 @@
 // overrides), the file's text is read as a run reads a document (decoded to UTF-8 from its
 // declared or detected character set, then line breaks removed and curly double quotes made
 // plain; no cleansing), the page is extracted into each dataset's own target, and one line says
-// how many rows each dataset wrote. The file itself is only read. Exit status 0 when every file
-// was processed, 1 otherwise.
+// how many rows each dataset wrote, and how many its target refused and why; a last line adds
+// them up. The file itself is only read. Exit status 0 when every file was extracted and every
+// row written, 3 when a file failed or a row was refused.
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -34,35 +35,6 @@ class FileDoc : public IDoc {
  private:
   std::string path_;
   MetaDocPtr meta_ = MetaDoc::Create();
-};
-
-// Counts the rows of one dataset that its target took.
-class CountingSink : public RowSink {
- public:
-  long rows = 0;
-  std::unique_ptr<SinkRow> OpenRow(std::string_view cn_str, std::string_view table) override {
-    return std::make_unique<Row>(DefaultRowSink().OpenRow(cn_str, table), rows);
-  }
-
- private:
-  class Row : public SinkRow {
-   public:
-    Row(std::unique_ptr<SinkRow> inner, long& rows) : inner_(std::move(inner)), rows_(rows) {}
-    std::int32_t DefinedSize(std::string_view c) override { return inner_->DefinedSize(c); }
-    void SetValue(std::string_view c, const Variant& v) override { inner_->SetValue(c, v); }
-    long ColumnCount() override { return inner_->ColumnCount(); }
-    std::string ColumnName(long i) override { return inner_->ColumnName(i); }
-    void Update() override {
-      inner_->Update();
-      ++rows_;
-    }
-    std::shared_ptr<db::Recordset> Recordset() override { return inner_->Recordset(); }
-    void Close() noexcept override { inner_->Close(); }
-
-   private:
-    std::unique_ptr<SinkRow> inner_;
-    long& rows_;
-  };
 };
 
 // The datapage with the id `id_or_name`, or else the one with that display name (letter case
@@ -113,45 +85,62 @@ std::string ReadFileBytes(const std::string& path) {
   return bytes.str();
 }
 
-// Extracts one file and prints its summary line.
-void ExtractFile(DataPage& page, const std::string& path) {
+struct ExtractTotals {
+  long files = 0;
+  long failed = 0;
+  long rows_written = 0;
+  long rows_refused = 0;
+};
+
+std::string Rows(long n) { return std::to_string(n) + (n == 1 ? " row" : " rows"); }
+
+// Extracts one file and prints its line: the rows each dataset wrote, and those its target
+// refused with the target's reason.
+void ExtractFile(DataPage& page, const std::string& path, ExtractTotals& totals) {
+  std::string text =
+      filters::Transformations::NormalizeText(DecodeToUtf8(ReadFileBytes(path)).text);
   page.CreateDB(false);
   std::vector<EntityPtr> datasets;
   CollectDatasets(page.RootEntities(), datasets);
-  std::vector<std::shared_ptr<CountingSink>> counts;
-  for (const EntityPtr& e : datasets) {
-    counts.push_back(std::make_shared<CountingSink>());
-    e->SetRowSink(counts.back());
-  }
-  std::string text =
-      filters::Transformations::NormalizeText(DecodeToUtf8(ReadFileBytes(path)).text);
-  page.SetDoc(std::make_shared<FileDoc>(std::filesystem::absolute(path).string()));
+  auto doc = std::make_shared<FileDoc>(std::filesystem::absolute(path).string());
+  page.SetDoc(doc);
   page.Extract(text, false);
 
+  const MetaDocPtr meta = doc->Metadata();
   std::cout << path << ":";
   if (datasets.empty()) std::cout << " no datasets";
   for (std::size_t k = 0; k < datasets.size(); ++k) {
-    const long n = counts[k]->rows;
-    std::cout << (k == 0 ? " " : ", ") << datasets[k]->EntityName() << " " << n
-              << (n == 1 ? " row" : " rows");
+    const RowTally tally = meta->RowsOf(datasets[k]->Id());
+    std::cout << (k == 0 ? " " : ", ") << text::EscapeControlCharacters(datasets[k]->EntityName())
+              << " " << Rows(tally.written);
+    if (tally.refused > 0) {
+      std::cout << ", " << tally.refused << " refused ("
+                << text::EscapeControlCharacters(tally.first_refusal) << ")";
+    }
   }
   std::cout << "\n";
+  totals.rows_written += meta->RowsWritten();
+  totals.rows_refused += meta->RowsRefused();
 }
 
 int RunExtract(const std::string& datapage, const std::vector<std::string>& files) {
   const auto page = LoadDataPage(datapage);
-  int status = 0;
+  ExtractTotals totals;
   for (const std::string& file : files) {
+    ++totals.files;
     try {
-      ExtractFile(*page, file);
+      ExtractFile(*page, file, totals);
     } catch (const Error& e) {
-      status = 1;
+      ++totals.failed;
       std::cout.flush();
       std::cerr << file << ": error " << e.NumberText() << " (" << e.Source()
                 << "): " << e.Description() << "\n";
     }
   }
-  return status;
+  std::cout << totals.files << (totals.files == 1 ? " file: " : " files: ")
+            << totals.files - totals.failed << " done, " << totals.failed << " failed; "
+            << Rows(totals.rows_written) << " written, " << totals.rows_refused << " refused\n";
+  return totals.failed > 0 || totals.rows_refused > 0 ? kExitFinishedWithLosses : 0;
 }
 
 const CommandRegistration kExtract(40, [](CLI::App& app, const GlobalOptions&,
@@ -159,8 +148,8 @@ const CommandRegistration kExtract(40, [](CLI::App& app, const GlobalOptions&,
   auto* cmd = app.add_subcommand(
       "extract",
       "Apply a datapage to local files: make its tables, read each file as a run reads a "
-      "document, write the rows into each dataset's own target, and print the rows written per "
-      "dataset");
+      "document, write the rows into each dataset's own target, and print the rows written and "
+      "refused per dataset; exit status 3 when a file failed or a row was refused");
   auto datapage = std::make_shared<std::string>();
   auto files = std::make_shared<std::vector<std::string>>();
   cmd->add_option("--datapage", *datapage, "The datapage's id or display name")->required();

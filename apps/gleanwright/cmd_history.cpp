@@ -5,16 +5,19 @@
 
 #include "commands.h"
 #include "package_lookup.h"
+#include "platform/text.h"
 #include "rules/c_disconn_rs.h"
 #include "rules/connection_string.h"
 #include "rules/package_data_access.h"
+#include "run_report.h"
 
 namespace gw::app {
 namespace {
 
+// A column as text; a name or address with a control character in it prints on one line.
 std::string Text(db::Recordset& rs, const char* column) {
   const Variant& v = rs[column].Value();
-  return v.IsNull() || v.IsEmpty() ? std::string() : v.ToText();
+  return v.IsNull() || v.IsEmpty() ? std::string() : text::EscapeControlCharacters(v.ToText());
 }
 
 std::string TimeText(db::Recordset& rs, const char* column) {
@@ -53,7 +56,11 @@ int ListRuns(const std::string& package) {
     const std::string completed = TimeText(*runs, "job_completion_time");
     std::cout << Text(*runs, "job_name") << "  started " << TimeText(*runs, "job_start_time")
               << "  " << (completed.empty() ? "unfinished" : "completed " + completed) << "  code "
-              << CodeText(*runs, "completion_code", "display_name") << "\n";
+              << CodeText(*runs, "completion_code", "display_name");
+    const RunTotals totals = ReadRunTotals((*runs)["job_id"].Value().ToText(),
+                                           (*runs)["job_start_time"].Value().ToDate());
+    if (totals.documents > 0) std::cout << "  " << TotalsText(totals);
+    std::cout << "\n";
   }
   return 0;
 }
@@ -88,6 +95,13 @@ int ShowRun(const std::string& package, const std::string& start_text) {
                   << TimeText(d, "doc_completion_time");
       }
       std::cout << "\n";
+      if (!Text(d, "rows_written").empty()) {
+        std::cout << "      rows: " << Text(d, "rows_written") << " written, "
+                  << (Text(d, "rows_refused").empty() ? "0" : Text(d, "rows_refused"))
+                  << " refused";
+        if (!Text(d, "refusal").empty()) std::cout << " (" << Text(d, "refusal") << ")";
+        std::cout << "\n";
+      }
       auto results = d["rsEntDetail"].Value().ToObject();
       auto* ent_rows = dynamic_cast<db::Recordset*>(results.get());
       if (!ent_rows) continue;
@@ -98,7 +112,11 @@ int ShowRun(const std::string& package, const std::string& start_text) {
         std::cout << "      dataset " << (name.empty() ? Text(e, "entity_id") : name)
                   << ": occurrences " << Text(e, "ent_occur_count") << ", extracted "
                   << Text(e, "ent_extract_count") << ", errors " << Text(e, "error_count")
-                  << ", code " << CodeText(e, "success_code", "status") << "\n";
+                  << ", code " << CodeText(e, "success_code", "status");
+        if (!Text(e, "rows_refused").empty() && Text(e, "rows_refused") != "0") {
+          std::cout << ", refused " << Text(e, "rows_refused") << " (" << Text(e, "refusal") << ")";
+        }
+        std::cout << "\n";
       }
     }
   }
@@ -109,8 +127,9 @@ const CommandRegistration kHistory(51, [](CLI::App& app, const GlobalOptions&,
                                           const std::function<void(int)>& set_exit) {
   auto* cmd = app.add_subcommand(
       "history",
-      "List the runs of every package, or of one, with start, completion and success code; with "
-      "--run, what one run did per task, document and dataset");
+      "List the runs of every package, or of one, with start, completion, success code and what "
+      "was lost (documents failed, rows refused); with --run, what one run did per task, "
+      "document and dataset, with the targets' reasons for refused rows");
   auto package = std::make_shared<std::string>();
   auto run = std::make_shared<std::string>();
   cmd->add_option("package", *package, "The package's id or name");

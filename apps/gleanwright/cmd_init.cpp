@@ -42,14 +42,16 @@ int RunInit() {
   const std::string cn_str = modConnectionString::GetCnStr();
   auto cn = db::Connection::Create();
   cn->Open(cn_str);
+  bool created = false;
+  // A newer store is refused untouched; an older one is upgraded, keeping what it holds.
+  std::vector<std::string> steps = RulesSchema::BringUpToDate(*cn, created);
   // On a fresh machine the start-up's first-run tasks have just created the store.
-  const bool created = RulesSchema::Ensure(*cn) || FirstRunTasksRan();
-  std::vector<std::string> steps;
+  created = created || FirstRunTasksRan();
   if (!created) {
-    // Whatever a store made by an earlier version lacks: tables, reference rows, upgrade steps.
+    // Whatever is missing even at this version (a table or reference row deleted by hand).
     RulesSchema::Load(*cn);
     RulesSchema::LoadBaseData(*cn);
-    steps = RulesSchema::Upgrade(*cn);
+    for (auto& step : RulesSchema::Upgrade(*cn)) steps.push_back(std::move(step));
   }
   cn->Close();
   std::cout << "Rules database: " << DescribeRulesStore(cn_str) << "\n";

@@ -18,7 +18,9 @@
 #include "engine/job.h"
 #include "package_lookup.h"
 #include "platform/event_loop.h"
+#include "platform/text.h"
 #include "run_display.h"
+#include "run_report.h"
 
 namespace gw::app {
 namespace {
@@ -99,7 +101,8 @@ int RunPackage(const std::string& package, const std::string& uri, const std::st
     ~FactoryReset() { RegisterAcquireComponents(); }
   } factory_reset;
 
-  display.Note("Running package " + job->JobName() + " (" + job->JobId() + ")");
+  display.Note("Running package " + text::EscapeControlCharacters(job->JobName()) + " (" +
+               job->JobId() + ")");
   std::string code;
   try {
     code = job->Execute(uri, source_text);
@@ -111,16 +114,21 @@ int RunPackage(const std::string& package, const std::string& uri, const std::st
   if (cancel_requested) std::cout << "Cancelled; what ran so far is kept in the history.\n";
   std::cout << "Run started " << RunTimeText(job->StartTime()) << ", completed "
             << RunTimeText(job->CompleteTime()) << "\n";
+  // The success code says how well the datasets matched; what was lost is said beside it.
+  const RunTotals totals = ReadRunTotals(job->JobId(), job->StartTime());
+  PrintDocumentLosses(std::cout, job->JobId(), job->StartTime());
   std::cout << code << "\n";
-  return 0;
+  std::cout << TotalsText(totals) << "\n";
+  return totals.HasLosses() ? kExitFinishedWithLosses : 0;
 }
 
 const CommandRegistration kRun(50, [](CLI::App& app, const GlobalOptions&,
                                       const std::function<void(int)>& set_exit) {
   auto* cmd = app.add_subcommand(
       "run",
-      "Run a package (by id or name) and print its success code; Ctrl-C stops it cleanly at the "
-      "next step, a second Ctrl-C at once");
+      "Run a package (by id or name) and print its success code, the documents that failed or had "
+      "rows refused, and the totals; exit status 3 when a document failed or a row was refused. "
+      "Ctrl-C stops it cleanly at the next step, a second Ctrl-C at once");
   auto package = std::make_shared<std::string>();
   auto uri = std::make_shared<std::string>();
   auto source_text = std::make_shared<std::string>();

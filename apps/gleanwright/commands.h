@@ -9,6 +9,11 @@
 
 namespace gw::app {
 
+// Exit statuses (the README lists them): 0 done; 1 failed (the error is printed); 3 finished,
+// but documents failed or targets refused rows (`run`, `extract`); 100 and above, the command
+// line was not understood; 130, stopped by a second Ctrl-C.
+inline constexpr int kExitFinishedWithLosses = 3;
+
 // Options every command sees.
 struct GlobalOptions {
   // --rules: the rules connection string for this invocation only (empty: the stored one).

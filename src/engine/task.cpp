@@ -502,6 +502,7 @@ bool Task::ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel) {
       // Nothing to extract: the document says why, and with no dataset counted its result is
       // the lowest.
       D_Doc().SaveDocument(doc->DocId(), {}, {}, {}, {}, {}, readable.Description());
+      meta->SetFailure(readable.Description());
       meta->SetExtractionStart(DateTime::Now());
       meta->SetExtractionComplete(DateTime::Now());
     }

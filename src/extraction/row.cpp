@@ -202,7 +202,10 @@ bool Entity::CutFields(std::string_view& row_text, const SkipMap& skip_map, Sink
     if (verdict.action != FieldFailureAction::None) {
       pending_ = std::move(verdict.pending);
       meta.IncrementErrorCount();
-      if (verdict.action == FieldFailureAction::LoseRow) return false;
+      if (verdict.action == FieldFailureAction::LoseRow) {
+        meta.RecordRefusal(pending_.Description());
+        return false;
+      }
       if (verdict.action == FieldFailureAction::EndFields) return true;
     }
     DoEvents();
@@ -234,7 +237,9 @@ bool Entity::WriteRow(SinkRow& row, MetaEntity& meta) {
   FillRSMetaFields(row);
   try {
     row.Update();
-  } catch (const Error&) {
+  } catch (const Error& refused) {
+    // The target's own words say why the row is lost.
+    meta.RecordRefusal(refused.Description());
     pending_ = Status(
         exerr::kUpdateRefused, "Entity.Extract",
         "Microsoft OLEDB raised a fairly generic error.  This usually means that the data "

@@ -32,8 +32,52 @@ bool MetaDoc::SaveToMetabase() {
   return ReportAs("MetaDoc.SaveToMetabase", [&] {
     D_Doc().SaveDocument(doc_id_, "", "", DateTime(), source_uri_, local_path_, "",
                          extraction_start_, extraction_complete_, 0, SuccessCodeId());
+    // A document that was not extracted has no row counts.
+    if (failure_.empty() && !extraction_start_.IsEmpty()) {
+      D_Doc().SaveRowCounts(doc_id_, RowsWritten(), RowsRefused(), FirstRefusal());
+    }
     return true;
   });
+}
+
+RowTally& MetaDoc::TallyOf(std::string_view entity_id) {
+  for (auto& [id, tally] : tallies_) {
+    if (id == entity_id) return tally;
+  }
+  return tallies_.emplace_back(std::string(entity_id), RowTally{}).second;
+}
+
+void MetaDoc::CountRowWritten(std::string_view entity_id) { ++TallyOf(entity_id).written; }
+
+void MetaDoc::CountRowRefused(std::string_view entity_id, std::string reason) {
+  RowTally& tally = TallyOf(entity_id);
+  if (tally.refused++ == 0) tally.first_refusal = std::move(reason);
+}
+
+long MetaDoc::RowsWritten() const {
+  long n = 0;
+  for (const auto& entry : tallies_) n += entry.second.written;
+  return n;
+}
+
+long MetaDoc::RowsRefused() const {
+  long n = 0;
+  for (const auto& entry : tallies_) n += entry.second.refused;
+  return n;
+}
+
+std::string MetaDoc::FirstRefusal() const {
+  for (const auto& entry : tallies_) {
+    if (entry.second.refused > 0) return entry.second.first_refusal;
+  }
+  return {};
+}
+
+RowTally MetaDoc::RowsOf(std::string_view entity_id) const {
+  for (const auto& [id, tally] : tallies_) {
+    if (id == entity_id) return tally;
+  }
+  return {};
 }
 
 void MetaDocs::SaveAll() {

@@ -9,6 +9,9 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "meta/meta_entity.h"
 #include "platform/collection.h"
@@ -17,6 +20,13 @@
 namespace gw {
 
 class MetaTask;
+
+// What the targets did with the rows of one dataset on one document.
+struct RowTally {
+  long written = 0;
+  long refused = 0;
+  std::string first_refusal;  // the target's message for the first refused row
+};
 
 class MetaDoc : public Object {
  public:
@@ -59,6 +69,24 @@ class MetaDoc : public Object {
   const std::string& SourceUri() const { return source_uri_; }
   void SetSourceUri(std::string v) { source_uri_ = std::move(v); }
 
+  // Rows the targets took and refused on this document, over all its datasets, and the reason
+  // (the target's message) of the first refusal. Unlike a dataset's own counters, which start
+  // again whenever the dataset is registered anew (a child dataset under each parent row), these
+  // add up over the whole document.
+  long RowsWritten() const;
+  long RowsRefused() const;
+  std::string FirstRefusal() const;
+  // The tally of one dataset (empty when it wrote nothing).
+  RowTally RowsOf(std::string_view entity_id) const;
+  // Why the document was not extracted (it could not be read); empty when it was, or when its
+  // extraction has not been tried.
+  const std::string& Failure() const { return failure_; }
+
+  // ---- inside the library ----
+  void CountRowWritten(std::string_view entity_id);
+  void CountRowRefused(std::string_view entity_id, std::string reason);
+  void SetFailure(std::string reason) { failure_ = std::move(reason); }
+
  private:
   friend class MetaDocs;
   void SetMetaTask(const std::shared_ptr<MetaTask>& task) { meta_task_ = task; }
@@ -72,6 +100,11 @@ class MetaDoc : public Object {
   DateTime extraction_complete_;
   DateTime extraction_start_;
   DateTime download_complete_;
+  // By dataset, in the order they first wrote or were refused a row.
+  std::vector<std::pair<std::string, RowTally>> tallies_;
+  std::string failure_;
+
+  RowTally& TallyOf(std::string_view entity_id);
 };
 
 using MetaDocPtr = std::shared_ptr<MetaDoc>;

@@ -51,10 +51,22 @@ bool MetaEntity::SaveToMetabase() {
   return ReportAs("MetaEntity.SaveToMetabase", [&] {
     const std::shared_ptr<MetaDoc> doc = GetMetaDoc();
     if (!doc) ThrowObjectNotSet("MetaEntity.SaveToMetabase");
+    // Refusals as the document counted them for this dataset: over the whole document.
+    const RowTally tally = doc->RowsOf(entity_id_);
     return D_Metabase().SaveMetaEnt(doc->DocId(), entity_id_, occur_count_, extract_count_,
                                     AvgSuccessCoefficient(), SuccessCodeId(), total_error_count_,
-                                    AvgErrorsPerExtraction());
+                                    AvgErrorsPerExtraction(), tally.refused, tally.first_refusal);
   });
+}
+
+void MetaEntity::IncrementExtractCount() {
+  ++extract_count_;
+  if (const auto doc = GetMetaDoc()) doc->CountRowWritten(entity_id_);
+}
+
+void MetaEntity::RecordRefusal(std::string reason) {
+  ++refused_count_;
+  if (const auto doc = GetMetaDoc()) doc->CountRowRefused(entity_id_, std::move(reason));
 }
 
 namespace {

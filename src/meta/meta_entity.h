@@ -52,7 +52,12 @@ class MetaEntity : public Object {
   void SetMetaDoc(const std::shared_ptr<MetaDoc>& doc) { meta_doc_ = doc; }
   void SetOccurCount(long count) { occur_count_ = count; }
   void SetParentOnPageOrder(long order) { parent_on_page_order_ = order; }
-  void IncrementExtractCount() { ++extract_count_; }
+  // A row of this dataset was written; its document counts it too.
+  void IncrementExtractCount();
+  // The target refused a row of this dataset (`reason`: its message); the row is lost. Its
+  // document counts it.
+  void RecordRefusal(std::string reason);
+  long RefusedCount() const { return refused_count_; }
   void IncrementOnPageOrder() { ++on_page_order_; }
   void ResetOnPageOrder() { on_page_order_ = 0; }
   void IncrementErrorCount() { ++total_error_count_; }
@@ -71,6 +76,7 @@ class MetaEntity : public Object {
   std::string entity_id_;
   long occur_count_ = 0;
   long extract_count_ = 0;
+  long refused_count_ = 0;
   long total_error_count_ = 0;
   long parent_on_page_order_ = 0;
   long on_page_order_ = 0;

@@ -1,6 +1,7 @@
 #include "rules/package_data_access.h"
 
 #include "platform/error.h"
+#include "platform/text.h"
 #include "rules/failures.h"
 #include "rules/row_writer.h"
 #include "rules/shape.h"
@@ -8,6 +9,11 @@
 namespace gw {
 
 namespace {
+
+// A refusal's reason as the run history keeps it: at most the 4000 characters of its column.
+std::string CutToWidth(const std::string& reason) {
+  return std::string(text::TruncateCodePoints(reason, 4000));
+}
 
 // Not given: Empty, the empty date, the number 0 or the empty text.
 bool IsNotGiven(const Variant& v) {
@@ -217,6 +223,13 @@ void DJob::DeleteAllTasks(const std::string& JobId) {
   });
 }
 
+db::RecordsetPtr DJob::GetRunTotals(const std::string& JobId, const DateTime& JobStartTime) {
+  return ReportAs("DJob.GetRunTotals(JobId,JobStartTime)", [&] {
+    return Query().RunQuery("Exec usp_Progress_GetRunTotals ?, ?", true,
+                            {Variant(JobId), Variant(JobStartTime)});
+  });
+}
+
 // ---- DTask -----------------------------------------------------------------------------------
 
 db::RecordsetPtr DTask::GetDownloadedDocs(const std::string& JobId, const std::string& TaskId,
@@ -331,6 +344,18 @@ db::RecordsetPtr D_Doc::GetDoc(const std::string& DocId) {
         "[doc_completion_time], [copy_try_count], [extraction_completion_code] FROM "
         "[task_instance_docs] WHERE [doc_id] = ?",
         true, {Variant(DocId)});
+  });
+}
+
+void D_Doc::SaveRowCounts(const std::string& DocId, long RowsWritten, long RowsRefused,
+                          const std::string& Refusal) {
+  ReportAs("D_Doc.SaveRowCounts(DocId,RowsWritten,RowsRefused,Refusal)", [&] {
+    Query().RunQuery(
+        "UPDATE task_instance_docs SET rows_written = ?, rows_refused = ?, refusal = ? WHERE "
+        "doc_id = ?",
+        false,
+        {Variant(RowsWritten), Variant(RowsRefused),
+         Refusal.empty() ? Variant(kNull) : Variant(CutToWidth(Refusal)), Variant(DocId)});
   });
 }
 
@@ -471,7 +496,8 @@ db::RecordsetPtr D_Metabase::GetJobSuccessCode(double sngDeterminantVal) {
 
 bool D_Metabase::SaveMetaEnt(const std::string& DocId, const std::string& EntityId, long OccurCount,
                              long ExtractCount, float AvgSuccessCoeff, std::int16_t SuccessCode,
-                             long TotalErrorCount, float AvgErrorCount) {
+                             long TotalErrorCount, float AvgErrorCount, long RowsRefused,
+                             const std::string& Refusal) {
   return ReportAs(
       "D_Metabase.SaveMetaEnt(DocId,EntityId,OccurCount,ExtractCount,AvgSuccessCoeff,SuccessCode,"
       "TotalErrorCount,AvgErrorCount)",
@@ -488,6 +514,8 @@ bool D_Metabase::SaveMetaEnt(const std::string& DocId, const std::string& Entity
         row.Set("success_code", Variant(SuccessCode));
         row.Set("error_count", Variant(TotalErrorCount));
         row.Set("avg_error_count", Variant(AvgErrorCount));
+        row.Set("rows_refused", Variant(RowsRefused));
+        row.Set("refusal", Refusal.empty() ? Variant(kNull) : Variant(CutToWidth(Refusal)));
         row.Write();
         return true;
       });

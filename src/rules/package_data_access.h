@@ -63,6 +63,10 @@ class DJob : public RulesDataAccess {
   db::RecordsetPtr GetTasks(const std::string& JobId, bool ReadOnly = false);
   // Refused with 0x8612533D while a run is under way.
   void DeleteAllTasks(const std::string& JobId);
+  // What one run did with its documents, in one row: documents (all queued), failed (never
+  // copied, or could not be read), not_reached (still queued when the run ended), rows_written
+  // and rows_refused (over the documents that were extracted).
+  db::RecordsetPtr GetRunTotals(const std::string& JobId, const DateTime& JobStartTime);
 };
 
 class DTask : public RulesDataAccess {
@@ -129,6 +133,10 @@ class D_Doc : public RulesDataAccess {
                     const std::string& CopyCompleteCode = {}, const DateTime& DocStartTime = {},
                     const DateTime& DocCompletionTime = {}, std::int16_t CopyTryCount = 0,
                     std::int16_t SuccessCode = 0);
+  // Writes what the targets did with the document's rows: how many they took and refused, and
+  // the first refusal's reason (cut to the column's width).
+  void SaveRowCounts(const std::string& DocId, long RowsWritten, long RowsRefused,
+                     const std::string& Refusal);
 };
 
 class D_DownloadMgr : public RulesDataAccess {
@@ -166,9 +174,12 @@ class D_Metabase : public RulesDataAccess {
   db::RecordsetPtr GetEntitySuccessCode(double sngDeterminantVal);
   db::RecordsetPtr GetJobSuccessCode(double sngDeterminantVal);
   // Inserts or updates the result of one dataset on one document. Returns true.
+  // `RowsRefused` and `Refusal` (the first refused row's reason) are what the dataset's targets
+  // refused on the document.
   bool SaveMetaEnt(const std::string& DocId, const std::string& EntityId, long OccurCount,
                    long ExtractCount, float AvgSuccessCoeff, std::int16_t SuccessCode,
-                   long TotalErrorCount, float AvgErrorCount);
+                   long TotalErrorCount, float AvgErrorCount, long RowsRefused = 0,
+                   const std::string& Refusal = {});
 };
 
 }  // namespace gw

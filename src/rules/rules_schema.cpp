@@ -8,6 +8,7 @@
 #include <set>
 
 #include "platform/db/recordset.h"
+#include "platform/db/sqlite_schema.h"
 #include "platform/error.h"
 #include "platform/text.h"
 #include "rules/embedded_scripts.h"
@@ -33,23 +34,31 @@ void RunScriptInTransaction(db::Connection& cn, std::string_view script) {
   }
 }
 
+struct ColumnTypeChange {
+  std::string table;
+  std::string column;
+  std::string type;
+};
+
 struct UpgradeStep {
   std::string name;
   std::string guard;
   bool run_if_rows = true;
   std::string body;
+  std::vector<ColumnTypeChange> type_changes;
 };
 
 std::vector<UpgradeStep> ParseUpgradeSteps(std::string_view script) {
   constexpr std::string_view kStep = "-- step:";
   constexpr std::string_view kIfRows = "-- run-if-rows:";
   constexpr std::string_view kIfNoRows = "-- run-if-no-rows:";
+  constexpr std::string_view kChangeType = "-- change-column-type:";
   std::vector<UpgradeStep> steps;
   for (const std::string& raw : text::Split(script, "\n")) {
     const std::string_view line = text::TrimWhitespace(raw);
     if (line.substr(0, kStep.size()) == kStep) {
-      steps.push_back(
-          UpgradeStep{std::string(text::TrimWhitespace(line.substr(kStep.size()))), {}, true, {}});
+      steps.emplace_back();
+      steps.back().name = std::string(text::TrimWhitespace(line.substr(kStep.size())));
     } else if (steps.empty()) {
       continue;
     } else if (line.substr(0, kIfRows.size()) == kIfRows) {
@@ -58,6 +67,19 @@ std::vector<UpgradeStep> ParseUpgradeSteps(std::string_view script) {
     } else if (line.substr(0, kIfNoRows.size()) == kIfNoRows) {
       steps.back().guard = std::string(text::TrimWhitespace(line.substr(kIfNoRows.size())));
       steps.back().run_if_rows = false;
+    } else if (line.substr(0, kChangeType.size()) == kChangeType) {
+      // "<table> <column> <type>": the type is the rest of the line.
+      const std::string_view rest = text::TrimWhitespace(line.substr(kChangeType.size()));
+      const std::size_t a = rest.find(' ');
+      const std::size_t b = a == std::string_view::npos ? a : rest.find(' ', a + 1);
+      if (b == std::string_view::npos) {
+        throw Error(errnum::kSyntaxError, "RulesSchema.Upgrade",
+                    "The upgrade step " + steps.back().name +
+                        " has an incomplete change-column-type line.");
+      }
+      steps.back().type_changes.push_back({std::string(rest.substr(0, a)),
+                                           std::string(rest.substr(a + 1, b - a - 1)),
+                                           std::string(text::TrimWhitespace(rest.substr(b + 1)))});
     } else {
       steps.back().body += raw;
       steps.back().body += '\n';
@@ -129,7 +151,11 @@ std::vector<std::string> RulesSchema::Upgrade(db::Connection& cn) {
         has_rows = rs->IsOpen() && !rs->IsEOF();
       }
       if (has_rows != step.run_if_rows) continue;
-      RunScriptInTransaction(cn, step.body);
+      // Each change rebuilds its table in a transaction of its own.
+      for (const ColumnTypeChange& change : step.type_changes) {
+        db::SqliteChangeColumnType(cn, change.table, change.column, change.type);
+      }
+      if (!text::TrimWhitespace(step.body).empty()) RunScriptInTransaction(cn, step.body);
       ran.push_back(step.name);
     }
     return ran;
@@ -149,7 +175,57 @@ bool RulesSchema::Ensure(db::Connection& cn) {
     Load(cn);
     LoadBaseData(cn);
     Upgrade(cn);
+    RecordVersion(cn);
     return true;
+  });
+}
+
+int RulesSchema::StoredVersion(db::Connection& cn) {
+  if (DialectOf(cn) != "sqlite") return 0;
+  auto rs = cn.Execute("PRAGMA user_version");
+  return rs->IsEOF() ? 0 : static_cast<int>(rs->GetFields().Item(0L).Value().ToLong());
+}
+
+void RulesSchema::RecordVersion(db::Connection& cn) {
+  if (DialectOf(cn) != "sqlite") return;
+  cn.ExecuteScript("PRAGMA user_version = " + std::to_string(kVersion));
+}
+
+void RulesSchema::RefuseNewer(db::Connection& cn) {
+  const int stored = StoredVersion(cn);
+  if (stored <= kVersion) return;
+  std::string store = cn.Property("Data Source");
+  if (store.empty()) store = cn.Property("Database");
+  throw Error(kErrNewerSchema, "RulesSchema",
+              "The rules database " + store + " has schema version " + std::to_string(stored) +
+                  ", newer than version " + std::to_string(kVersion) +
+                  " that this program knows; it was left as it is. Use the newer program with "
+                  "it.");
+}
+
+std::vector<std::string> RulesSchema::BringUpToDate(db::Connection& cn, bool& created) {
+  return ReportAs("RulesSchema.BringUpToDate(cn)", [&] {
+    created = false;
+    std::vector<std::string> steps;
+    RefuseNewer(cn);
+    if (Exists(cn) && StoredVersion(cn) == kVersion) return steps;
+    if (EmbeddedRulesScript(DialectOf(cn), "schema").empty()) return steps;
+    const CreationLock lock(cn);
+    // Another process may have done it while this one waited.
+    RefuseNewer(cn);
+    if (!Exists(cn)) {
+      Load(cn);
+      LoadBaseData(cn);
+      steps = Upgrade(cn);
+      created = true;
+    } else if (StoredVersion(cn) < kVersion) {
+      // Whatever a store made by an earlier version lacks: tables, reference rows, upgrade steps.
+      Load(cn);
+      LoadBaseData(cn);
+      steps = Upgrade(cn);
+    }
+    RecordVersion(cn);
+    return steps;
   });
 }
 
@@ -159,7 +235,8 @@ db::ConnectionPtr OpenRulesConnection(std::string_view cn_str) {
   cn->Open(cn_str);
   const std::string key(cn_str);
   if (!ensured.count(key)) {
-    RulesSchema::Ensure(*cn);
+    bool created = false;
+    RulesSchema::BringUpToDate(*cn, created);
     ensured.insert(key);
   }
   return cn;

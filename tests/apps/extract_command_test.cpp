@@ -84,7 +84,8 @@ TEST_F(ExtractCommand, WritesTheRowsOfEveryFileAndSaysHowManyPerDataset) {
                                             "' '" + two.string() + "'");
   ASSERT_EQ(r.status, 0) << r.output;
   EXPECT_EQ(r.output, one.string() + ": Orders 1 row, Lines 2 rows\n" + two.string() +
-                          ": Orders 2 rows, Lines 1 row\n");
+                          ": Orders 2 rows, Lines 1 row\n"
+                          "2 files: 2 done, 0 failed; 6 rows written, 0 refused\n");
   EXPECT_EQ(Column("SELECT ref FROM orders"), (std::vector<std::string>{"A1", "B2", "C3"}));
   EXPECT_EQ(Column("SELECT item FROM order_lines"),
             (std::vector<std::string>{"Nut", "Bolt", "Gear"}));
@@ -110,15 +111,43 @@ TEST_F(ExtractCommand, ReadsTheTextAsARunDoesAndLeavesTheFileAlone) {
   EXPECT_EQ(testing::ReadFile(file), bytes);
 }
 
-TEST_F(ExtractCommand, AFileThatCannotBeReadFailsTheRunButNotTheOthers) {
+TEST_F(ExtractCommand, AFileThatCannotBeReadFailsButNotTheOthers) {
   const auto good = home_.Path() / "good.html";
   testing::WriteFile(good, "<order><ref>A1</ref>");
   const Result r = RunCli(home_.Path(), "extract --datapage 'Shop\\Orders' '" +
                                             (home_.Path() / "missing.html").string() + "' '" +
-                                            good.string() + "'");
-  EXPECT_EQ(r.status, 1);
+                                            home_.Path().string() + "' '" + good.string() + "'");
+  EXPECT_EQ(r.status, 3) << "finished, with failed files";
   EXPECT_NE(r.output.find("missing.html: error 53"), std::string::npos) << r.output;
+  EXPECT_NE(r.output.find("Cannot read " + home_.Path().string() + ": it is a folder."),
+            std::string::npos)
+      << r.output;
   EXPECT_NE(r.output.find(good.string() + ": Orders 1 row, Lines 0 rows"), std::string::npos);
+  EXPECT_NE(r.output.find("3 files: 1 done, 2 failed; 1 row written, 0 refused\n"),
+            std::string::npos)
+      << r.output;
+}
+
+TEST_F(ExtractCommand, RowsTheTargetRefusesAreCountedWithTheTargetsReason) {
+  {
+    // A target that takes no order without a note.
+    auto cn = db::Connection::Create();
+    cn->Open(target_);
+    cn->ExecuteScript(
+        "CREATE TABLE orders (ref VARCHAR(100), note VARCHAR(100) CHECK (note <> ''))");
+  }
+  const auto file = home_.Path() / "orders.html";
+  testing::WriteFile(file,
+                     "<order><ref>A1</ref><note>n</note><order><ref>B2</ref>"
+                     "<line><item>Lost with its order</item>");
+  const Result r =
+      RunCli(home_.Path(), "extract --datapage 'Shop\\Orders' '" + file.string() + "'");
+  EXPECT_EQ(r.status, 3) << r.output;
+  EXPECT_EQ(r.output, file.string() +
+                          ": Orders 1 row, 1 refused (CHECK constraint failed: note <> ''), "
+                          "Lines 0 rows\n"
+                          "1 file: 1 done, 0 failed; 1 row written, 1 refused\n");
+  EXPECT_EQ(Column("SELECT ref FROM orders"), (std::vector<std::string>{"A1"}));
 }
 
 TEST_F(ExtractCommand, AnUnknownDatapageIsNamed) {

@@ -50,6 +50,38 @@ TEST(InitCommand, CreatesTheStoreOnceAndSaysWhereItIs) {
   EXPECT_EQ(Snapshot(file), before);
 }
 
+TEST(InitCommand, AStoreOfANewerProgramIsRefusedUntouched) {
+  testing::TempDir home;
+  const auto file = home.Path() / "ZentrovoDB.sqlite";
+  ASSERT_EQ(RunCli(home.Path(), "init").status, 0);
+  {
+    // What a newer program would leave: a column this one does not know, a higher version, and a
+    // column type the old upgrade would have rebuilt the table for.
+    auto cn = db::Connection::Create();
+    cn->Open("Provider=SQLite;Data Source=" + file.string());
+    cn->ExecuteScript(
+        "PRAGMA legacy_alter_table = ON;"
+        "DROP TRIGGER trg_attributes_delete; DROP TABLE attributes;"
+        "CREATE TABLE attributes (attribute_id VARCHAR(50) NOT NULL COLLATE NOCASE PRIMARY KEY, "
+        "entity_id VARCHAR(50), column_name VARCHAR(255), start_tag VARCHAR(4000), end_tag "
+        "VARCHAR(4000), step SMALLINT, is_pk BIT, column_type TEXT, column_size INT, "
+        "is_optional BIT, later_feature TEXT);"
+        "INSERT INTO attributes (attribute_id, later_feature) VALUES ('a1', 'keep me');"
+        "PRAGMA user_version = 99;");
+  }
+  const std::string before = Snapshot(file);
+  for (const char* command : {"init", "datapages"}) {
+    SCOPED_TRACE(command);
+    Result r = RunCli(home.Path(), command);
+    EXPECT_EQ(r.status, 1);
+    EXPECT_NE(r.output.find("The rules database " + file.string() +
+                            " has schema version 99, newer than version 1"),
+              std::string::npos)
+        << r.output;
+  }
+  EXPECT_EQ(Snapshot(file), before);
+}
+
 TEST(InitCommand, TheRulesOptionUsesAnotherStoreForThisRunOnly) {
   testing::TempDir home;
   const auto other = home.Path() / "elsewhere.sqlite";

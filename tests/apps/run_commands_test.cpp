@@ -187,6 +187,52 @@ TEST_F(RunCommandsTest, TheBookshopSampleRunsIntoItsTarget) {
   EXPECT_EQ(comments->GetFields()[0L].Value().ToText(), "A lovely read for a rainy week.");
 }
 
+TEST_F(RunCommandsTest, ARunThatLostDocumentsOrRowsSaysSoAndEndsWithStatus3) {
+  // The bookshop sample over a copy of its pages with a link to nowhere among them, into a
+  // target that refuses books of 20 or more.
+  const fs::path pages = home_.Path() / "pages";
+  fs::copy(testing::SourceDir() / "examples" / "bookshop" / "pages", pages);
+  fs::create_symlink(pages / "gone.htm", pages / "page4.htm");
+  std::string xml = ReadFile(testing::SourceDir() / "examples" / "bookshop" / "bookshop.xml");
+  const std::string target = (home_.Path() / "bookshop.sqlite").string();
+  for (const auto& [from, to] :
+       {std::pair<std::string, std::string>{"@PAGES@", pages.string()}, {"@TARGET@", target}}) {
+    for (auto at = xml.find(from); at != std::string::npos; at = xml.find(from, at)) {
+      xml.replace(at, from.size(), to);
+    }
+  }
+  testing::WriteFile(out_ / "bookshop.xml", xml);
+  ASSERT_EQ(RunCli(out_.Path(), {"import", (out_ / "bookshop.xml").string()}).status, 0);
+  {
+    auto cn = db::Connection::Create();
+    cn->Open("Provider=SQLite;Data Source=" + target);
+    cn->ExecuteScript(
+        "CREATE TABLE books (title VARCHAR(200), subtitle VARCHAR(200), price VARCHAR(20), "
+        "CHECK (CAST(price AS REAL) < 20))");
+  }
+
+  const Result run = RunCli(out_.Path(), {"run", "Harbour Books\\Nightly"});
+  EXPECT_EQ(run.status, 3) << run.output;
+  const std::string refusal = "1 row refused: CHECK constraint failed: CAST(price AS REAL) < 20";
+  EXPECT_NE(run.output.find(refusal), std::string::npos) << run.output;
+  EXPECT_NE(run.output.find((pages / "page4.htm").string() + ": failed: Not copied: " +
+                            (pages / "page4.htm").string() + ": it is a symbolic link to " +
+                            (pages / "gone.htm").string() + ", which does not exist."),
+            std::string::npos)
+      << run.output;
+  EXPECT_NE(run.output.find("4 documents: 3 done, 1 failed; "), std::string::npos) << run.output;
+  EXPECT_NE(run.output.find(" written, 1 refused\n"), std::string::npos) << run.output;
+
+  // The history keeps it: the run's line, and the document's rows with the target's reason.
+  const Result list = RunCli(out_.Path(), {"history", "Harbour Books\\Nightly"});
+  EXPECT_NE(list.output.find("4 documents: 3 done, 1 failed; "), std::string::npos) << list.output;
+  const Result detail =
+      RunCli(out_.Path(), {"history", "Harbour Books\\Nightly", "--run", "latest"});
+  EXPECT_NE(detail.output.find("1 refused (CHECK constraint failed: CAST(price AS REAL) < 20)"),
+            std::string::npos)
+      << detail.output;
+}
+
 TEST_F(RunCommandsTest, InitGivesTheRunFoldersAValueOnce) {
   const std::string downloads = (home_.Path() / "downloads").string() + "/";
   EXPECT_EQ(Settings().GetOption("DefaultDownloadPath").ToText(), downloads);

@@ -169,6 +169,40 @@ TEST_F(TaskRunTest, DocumentsThatCannotBeReadDoNotStopTheRun) {
             (std::vector<std::string>{"1"}));
   // With copies switched off the sources themselves are cleansed.
   EXPECT_EQ(ReadFile(docs_ / "a_good.htm").rfind("<HTML>", 0), 0u);
+  // The run's totals count the documents that could not be read as failed.
+  const auto totals = DJob().GetRunTotals(job_->JobId(), job_->StartTime());
+  EXPECT_EQ((*totals)["documents"].Value().ToLong(), 5);
+  EXPECT_EQ((*totals)["failed"].Value().ToLong(), 3);
+  EXPECT_EQ((*totals)["rows_written"].Value().ToLong(), 2);
+}
+
+TEST_F(TaskRunTest, RowsATargetRefusesAreCountedPerDocumentWithTheTargetsReason) {
+  WriteFile(docs_ / "p1.htm", ListingHtml({{"Alpha", "first", {"x", "y"}}, {"Beta", "", {}}}));
+  WriteFile(docs_ / "p2.htm", ListingHtml({{"Gamma", "third", {}}}));
+  {
+    // A target that takes no item without a note.
+    auto cn = db::Connection::Create();
+    cn->Open(target_cn_);
+    cn->ExecuteScript("CREATE TABLE items (name TEXT, note TEXT NOT NULL)");
+  }
+  ExtractingTask(docs_.Path().string());
+
+  job_->Execute();
+
+  EXPECT_EQ(TargetRows("SELECT name FROM items ORDER BY rowid"),
+            (std::vector<std::string>{"Alpha", "Gamma"}));
+  const std::string reason = "NOT NULL constraint failed: items.note";
+  EXPECT_EQ(Docs("rows_written, rows_refused, refusal"),
+            (std::vector<std::string>{"3|1|" + reason, "1|0|NULL"}));
+  EXPECT_EQ(RulesRows("SELECT r.rows_refused, r.refusal FROM task_inst_doc_results_by_ent r "
+                      "JOIN entities e ON e.entity_id = r.entity_id JOIN task_instance_docs d ON "
+                      "d.doc_id = r.doc_id WHERE e.entity_name = 'items' ORDER BY d.rowid"),
+            (std::vector<std::string>{"1|" + reason, "0|NULL"}));
+  const auto totals = DJob().GetRunTotals(job_->JobId(), job_->StartTime());
+  EXPECT_EQ((*totals)["documents"].Value().ToLong(), 2);
+  EXPECT_EQ((*totals)["failed"].Value().ToLong(), 0);
+  EXPECT_EQ((*totals)["rows_written"].Value().ToLong(), 4);
+  EXPECT_EQ((*totals)["rows_refused"].Value().ToLong(), 1);
 }
 
 TEST_F(TaskRunTest, UnreadableFilesAreNotCopiedAndSaySo) {

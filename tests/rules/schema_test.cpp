@@ -95,8 +95,9 @@ TEST_F(RulesStoreTest, UpgradePutsBackMissingCustomColumnsOnce) {
   EXPECT_TRUE(RulesSchema::Upgrade(*cn).empty());
 }
 
-TEST_F(RulesStoreTest, UpgradeWidensANarrowColumnTypeAndKeepsRowsAndCascades) {
-  // A store whose fields table was made with a narrow column type.
+TEST_F(RulesStoreTest, UpgradeWidensANarrowColumnTypeAndKeepsRowsCascadesAndUnknownColumns) {
+  // A store whose fields table was made with a narrow column type, and given a column by hand
+  // (or by another program) that this one does not know.
   Exec("INSERT INTO entities (entity_id, datapage_id) VALUES ('e1', 'p1')");
   Exec("INSERT INTO attributes (attribute_id, entity_id, column_type) VALUES ('a1', 'e1', 'RAW')");
   Exec("INSERT INTO ui_attributes (attribute_id) VALUES ('a1')");
@@ -108,8 +109,9 @@ TEST_F(RulesStoreTest, UpgradeWidensANarrowColumnTypeAndKeepsRowsAndCascades) {
         "CREATE TABLE attributes (attribute_id VARCHAR(50) NOT NULL COLLATE NOCASE PRIMARY KEY, "
         "entity_id VARCHAR(50), column_name VARCHAR(255), start_tag VARCHAR(4000), end_tag "
         "VARCHAR(4000), step SMALLINT, is_pk BIT, column_type VARCHAR(255), column_size INT, "
-        "is_optional BIT);"
-        "INSERT INTO attributes SELECT * FROM old_attributes; DROP TABLE old_attributes;"
+        "is_optional BIT, reviewer_notes TEXT);"
+        "INSERT INTO attributes SELECT *, 'checked by Ada' FROM old_attributes;"
+        "DROP TABLE old_attributes;"
         "CREATE TRIGGER trg_attributes_delete AFTER DELETE ON attributes BEGIN DELETE FROM "
         "ui_attributes WHERE attribute_id = old.attribute_id; END;"
         "PRAGMA legacy_alter_table = OFF;");
@@ -120,12 +122,71 @@ TEST_F(RulesStoreTest, UpgradeWidensANarrowColumnTypeAndKeepsRowsAndCascades) {
   rs->Open("SELECT * FROM attributes", cn);
   EXPECT_EQ(rs->GetFields()["column_type"].DefinedSize(), 3000);
   EXPECT_EQ(rs->RecordCount(), 1);
+  EXPECT_EQ(rs->GetFields()["reviewer_notes"].Value().ToText(), "checked by Ada");
+  EXPECT_EQ(rs->GetFields()["column_type"].Value().ToText(), "RAW");
   EXPECT_EQ(Count("SELECT COUNT(*) FROM ui_attributes"), 1) << "the rebuild kept design rows";
   EXPECT_TRUE(RulesSchema::Upgrade(*cn).empty());
   // Both cascades still work on the rebuilt table.
   Exec("DELETE FROM entities WHERE entity_id = 'e1'");
   EXPECT_EQ(Count("SELECT COUNT(*) FROM attributes"), 0);
   EXPECT_EQ(Count("SELECT COUNT(*) FROM ui_attributes"), 0);
+}
+
+TEST_F(RulesStoreTest, TheStoreRecordsItsSchemaVersion) {
+  auto cn = Open();
+  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
+  EXPECT_EQ(Count("PRAGMA user_version"), RulesSchema::kVersion);
+}
+
+TEST_F(RulesStoreTest, AnOlderStoreIsUpgradedWhenFirstOpenedAndKeepsItsRows) {
+  {
+    auto cn = Open();
+    // As an earlier program left it: no version, no row counts in the run history.
+    cn->ExecuteScript(
+        "ALTER TABLE task_instance_docs DROP COLUMN rows_written;"
+        "ALTER TABLE task_instance_docs DROP COLUMN rows_refused;"
+        "ALTER TABLE task_instance_docs DROP COLUMN refusal;"
+        "PRAGMA user_version = 0;");
+  }
+  Exec("INSERT INTO jobs (job_id, job_name) VALUES ('j1', 'Kept')");
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str_);
+  bool created = true;
+  const auto steps = RulesSchema::BringUpToDate(*cn, created);
+  EXPECT_FALSE(created);
+  EXPECT_EQ(steps, std::vector<std::string>{"run_history_row_counts"});
+  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM pragma_table_info('task_instance_docs') WHERE name IN "
+                  "('rows_written', 'rows_refused', 'refusal')"),
+            3);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_name = 'Kept'"), 1);
+  EXPECT_TRUE(RulesSchema::BringUpToDate(*cn, created).empty()) << "a second time does nothing";
+}
+
+TEST_F(RulesStoreTest, ANewerStoreIsRefusedAndLeftAsItIs) {
+  {
+    auto cn = Open();
+    cn->ExecuteScript(
+        "ALTER TABLE attributes ADD COLUMN later_feature TEXT;"
+        "INSERT INTO attributes (attribute_id, later_feature) VALUES ('a1', 'x');"
+        "PRAGMA user_version = " +
+        std::to_string(RulesSchema::kVersion + 1));
+  }
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str_);
+  const std::string before = Snapshot(*cn);
+  bool created = false;
+  const Error e = testing::CaughtError([&] { RulesSchema::BringUpToDate(*cn, created); });
+  EXPECT_EQ(e.Number(), RulesSchema::kErrNewerSchema);
+  EXPECT_NE(e.Description().find(path_.string()), std::string::npos) << e.Description();
+  EXPECT_NE(e.Description().find("version " + std::to_string(RulesSchema::kVersion + 1)),
+            std::string::npos)
+      << e.Description();
+  EXPECT_NE(e.Description().find("version " + std::to_string(RulesSchema::kVersion)),
+            std::string::npos)
+      << e.Description();
+  EXPECT_EQ(Snapshot(*cn), before);
+  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion + 1);
 }
 
 TEST_F(RulesStoreTest, EverySuccessCodeProcedureGivesExactlyOneRowFrom0To100) {

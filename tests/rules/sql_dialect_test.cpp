@@ -141,6 +141,7 @@ TEST(StoredProcedures, EveryProcedureOfTheInterfaceExistsForSqlite) {
                          "usp_Meta_GetEntitySuccessCode",
                          "usp_Progress_GetTaskStatusesForJobInstance",
                          "usp_Progress_GetDocStatusesForJobInstance",
+                         "usp_Progress_GetRunTotals",
                          "usp_Progress_GetEntityStatusesForJobInstance"};
   EXPECT_EQ(StoredProcedures("sqlite").size(), std::size(names));
   for (const char* name : names) {

@@ -112,16 +112,33 @@ SELECT ti.task_id, t.task_name, t.step, ti.task_start_time, ti.task_completion_t
 -- procedure: usp_Progress_GetDocStatusesForJobInstance(JobId, JobStartTime)
 SELECT d.task_id, d.doc_id, d.uri, d.temp_uri, d.copy_completion_code, d.copy_try_count,
        d.copy_completion_time, d.doc_start_time, d.doc_completion_time,
-       d.extraction_completion_code, c.display_name AS status
+       d.extraction_completion_code, c.display_name AS status, d.rows_written, d.rows_refused,
+       d.refusal
   FROM task_instance_docs d
   LEFT JOIN doc_success_codes c ON c.doc_success_code_id = d.extraction_completion_code
  WHERE d.job_id = ?1 AND d.job_start_time = ?2
  ORDER BY d.rowid;
 
+-- procedure: usp_Progress_GetRunTotals(JobId, JobStartTime)
+-- A document failed when it was never copied (its copy code says why) or could not be read when
+-- its turn came (it was started but has no row counts); one still queued was not reached.
+SELECT COUNT(*) AS documents,
+       COALESCE(SUM(CASE WHEN copy_completion_code = 'Queued' AND COALESCE(temp_uri, '') = ''
+                         THEN 0
+                         WHEN COALESCE(temp_uri, '') = '' THEN 1
+                         WHEN doc_start_time IS NOT NULL AND rows_written IS NULL THEN 1
+                         ELSE 0 END), 0) AS failed,
+       COALESCE(SUM(CASE WHEN copy_completion_code = 'Queued' AND COALESCE(temp_uri, '') = ''
+                         THEN 1 ELSE 0 END), 0) AS not_reached,
+       COALESCE(SUM(rows_written), 0) AS rows_written,
+       COALESCE(SUM(rows_refused), 0) AS rows_refused
+  FROM task_instance_docs
+ WHERE job_id = ?1 AND job_start_time = ?2;
+
 -- procedure: usp_Progress_GetEntityStatusesForJobInstance(JobId, JobStartTime)
 SELECT r.doc_id, r.entity_id, e.entity_name, r.ent_occur_count, r.ent_extract_count,
        r.avg_success_coeff, r.success_code, c.display_name AS status, r.error_count,
-       r.avg_error_count
+       r.avg_error_count, r.rows_refused, r.refusal
   FROM task_inst_doc_results_by_ent r
   JOIN task_instance_docs d ON d.doc_id = r.doc_id
   LEFT JOIN entities e ON e.entity_id = r.entity_id

@@ -249,6 +249,11 @@ CREATE TABLE IF NOT EXISTS task_instance_docs (
   doc_completion_time        DATETIME,
   copy_try_count             SMALLINT DEFAULT 0,
   extraction_completion_code SMALLINT,
+  -- What the targets did with the document's rows: null until it was extracted (and for one that
+  -- could not be read); the first refusal's reason, the target's own message.
+  rows_written               INT NULL,
+  rows_refused               INT NULL,
+  refusal                    VARCHAR(4000) NULL,
   CONSTRAINT FK_task_instance_docs_task_instances
     FOREIGN KEY (task_id, job_id, job_start_time)
     REFERENCES task_instances (task_id, job_id, job_start_time) ON DELETE CASCADE
@@ -267,6 +272,8 @@ CREATE TABLE IF NOT EXISTS task_inst_doc_results_by_ent (
   success_code      SMALLINT,
   error_count       INT,
   avg_error_count   REAL,
+  rows_refused      INT NULL,
+  refusal           VARCHAR(4000) NULL,
   PRIMARY KEY (doc_id, entity_id),
   CONSTRAINT FK_task_inst_doc_results_by_ent_task_instance_docs
     FOREIGN KEY (doc_id) REFERENCES task_instance_docs (doc_id) ON DELETE CASCADE,
