@@ -28,17 +28,21 @@ void PrintCategoryTree(std::ostream& out, db::Recordset& tree, const std::string
     auto items = tree["Chapter1"].Value().As<db::Recordset>();
     if (!items || items->RecordCount() == 0) continue;
     for (items->MoveFirst(); !items->IsEOF(); items->MoveNext()) {
-      width = std::max(width, text::CountCodePoints((*items)["Name"].Value().ToText()));
+      width = std::max(
+          width,
+          text::CountCodePoints(text::EscapeControlCharacters((*items)["Name"].Value().ToText())));
     }
     items->MoveFirst();
   }
   for (tree.MoveFirst(); !tree.IsEOF(); tree.MoveNext()) {
-    out << tree["category"].Value().ToText() << "\n";
+    out << text::EscapeControlCharacters(tree["category"].Value().ToText()) << "\n";
     auto items = tree["Chapter1"].Value().As<db::Recordset>();
     if (!items || items->RecordCount() == 0) continue;
     for (items->MoveFirst(); !items->IsEOF(); items->MoveNext()) {
-      const std::string name = (*items)["Name"].Value().ToText();
-      const std::string description = (*items)["Description"].Value().ToText();
+      // A name or description with a line break prints as one line.
+      const std::string name = text::EscapeControlCharacters((*items)["Name"].Value().ToText());
+      const std::string description =
+          text::EscapeControlCharacters((*items)["Description"].Value().ToText());
       out << "  " << name << std::string(width - text::CountCodePoints(name), ' ') << "  "
           << (*items)[id_column].Value().ToText();
       if (!description.empty()) out << "  " << description;

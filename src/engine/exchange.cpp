@@ -7,6 +7,8 @@
 #include <tuple>
 
 #include "engine/exchange_objects.h"
+#include "extraction/template_checks.h"
+#include "filters/column_filter.h"
 #include "infra/c_crypto.h"
 #include "infra/c_guid_gen.h"
 #include "infra/object_xml_reader.h"
@@ -396,10 +398,83 @@ class Importer {
       Claim(entity_ids_, *e, "Id", e->id, "dataset");
       existing_[e.get()] = !D_Entity().Selectx(e->id)->IsEOF();
     }
+    CheckName(page, "DisplayName", page.display_name);
     for (const auto& e : page.entities->items) {
       PlanParent(*e, page);
       PlanFields(*e);
       PlanCustomColumns(*e);
+      CheckDataset(*e);
+    }
+    for (const auto& e : page.entities->items) CheckParentLoop(*e, page);
+  }
+
+  // ---- what would lose data without failing (template_checks.h) ----
+
+  void CheckName(const Object& obj, const char* property, const std::string& name) const {
+    const std::string problem = template_checks::NameProblem(name);
+    if (!problem.empty()) {
+      Refuse(obj, property,
+             std::string(property) + " \"" + text::EscapeControlCharacters(name) +
+                 "\": " + problem + ", which would break the lines of every listing that shows it");
+    }
+  }
+
+  void CheckDataset(const EntityRecord& e) const {
+    CheckName(e, "EntityName", e.entity_name);
+    CheckName(e, "TableName", e.table_name);
+    CheckName(e, "PKColumn", e.pk_column);
+    if (e.init_string.empty()) {
+      Refuse(e, reader_.Has(e, "InitString") ? "InitString" : "",
+             "the dataset " + e.entity_name +
+                 " has no initialization string; every row of a dataset starts where its "
+                 "initialization string occurs");
+    }
+    std::vector<std::string> columns;
+    for (const auto& a : e.attributes->items) {
+      CheckName(*a, "ColumnName", a->column_name);
+      if (!template_checks::IsKnownFilter(a->column_type)) {
+        Refuse(*a, "ColumnType",
+               "the field " + a->column_name + " names the filter \"" + a->column_type +
+                   "\", which does not exist; the filters are " + filters::ColumnFilterNames());
+      }
+      columns.push_back(a->column_name);
+    }
+    if (const auto repeated = template_checks::FindRepeatedName(columns)) {
+      Refuse(*e.attributes->items[repeated->second], "ColumnName",
+             "the dataset " + e.entity_name + " has two fields that write the column " +
+                 columns[repeated->second] +
+                 " (column names compare without letter case): the second value would "
+                 "overwrite the first");
+    }
+    for (long id : custom_columns_.at(&e)) {
+      for (const CatalogueColumn& c : catalogue_) {
+        if (c.id != id) continue;
+        for (const auto& a : e.attributes->items) {
+          if (!text::EqualsNoCase(a->column_name, c.column_name)) continue;
+          Refuse(*a, "ColumnName",
+                 "the field " + a->column_name + " writes the column " + c.column_name +
+                     ", which the dataset's custom column fills: one value would overwrite the "
+                     "other; rename the field or leave the custom column out");
+        }
+      }
+    }
+  }
+
+  // Parents are followed through the file's datasets, and through the store for those it does
+  // not hold.
+  void CheckParentLoop(const EntityRecord& e, const DataPageRecord& page) const {
+    const auto parent_of = [&](const std::string& id) -> std::string {
+      for (const auto& other : page.entities->items) {
+        if (SameId(other->id, id)) return other->parent_entity_id;
+      }
+      auto stored = D_Entity().Selectx(id);
+      return stored->IsEOF() ? std::string() : Text(stored, "ParentEntityId");
+    };
+    if (template_checks::InParentLoop(e.id, parent_of)) {
+      Refuse(e, reader_.Has(e, "ParentEntityID") ? "ParentEntityID" : "",
+             "the dataset " + e.entity_name +
+                 " is its own parent, or hangs below a loop of parent datasets: no root dataset "
+                 "leads to it, so it would never be extracted");
     }
   }
 
@@ -484,6 +559,7 @@ class Importer {
       job.job_id = IdByName(job, "JobName", job.job_name, stored_jobs, "package");
     }
     Claim(job_ids_, job, "JobId", job.job_id, "package");
+    CheckName(job, "JobName", job.job_name);
     existing_[&job] = !StoredJobId(job.job_id).empty();
     std::vector<Named> stored_tasks;
     if (existing_[&job]) {
@@ -501,6 +577,7 @@ class Importer {
         t->task_id = IdByName(*t, "TaskName", t->task_name, stored_tasks, "task");
       }
       Claim(task_ids_, *t, "TaskId", t->task_id, "task");
+      CheckName(*t, "TaskName", t->task_name);
       if (!steps.emplace(t->step, t.get()).second) {
         Refuse(*t, "Step",
                "the tasks \"" + steps[t->step]->task_name + "\" and \"" + t->task_name +

@@ -118,6 +118,11 @@ class Entity : public Object {
   // name; a table that cannot be created (a provider that cannot create tables, 0xBCD023A1, is no
   // problem); a store or table that cannot be opened. Creates the table as a side effect.
   void Validate();
+  // The checks of `Validate` that need no target: names without control characters, an
+  // initialization string, fields that write different columns and none that a custom column
+  // fills, filters that exist, and no loop of parents (see template_checks.h). Source
+  // "Entity.Validate". `DataPage.Validate` runs them on every dataset, children included.
+  void ValidateTemplate();
   bool Transform() { return true; }
   bool DisownChild(const EntityPtr&) { return false; }
   bool AdoptChild(const EntityPtr&) { return false; }

@@ -1,8 +1,12 @@
 // Datasets and datapages meet the target store: creating, emptying and checking target tables.
+#include <set>
+
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "extraction/failures.h"
 #include "extraction/internal.h"
+#include "extraction/template_checks.h"
+#include "filters/column_filter.h"
 #include "platform/db/connection.h"
 #include "platform/db/connection_string.h"
 #include "platform/text.h"
@@ -153,6 +157,7 @@ void Entity::Validate() {
     if (table_name_.empty()) {
       fail(exerr::kNoTableNameOrTable, "There is no table name specified" + where);
     }
+    ValidateTemplate();
     try {
       CreateTable(false, {}, GetDataPage()->DBName(), {});
     } catch (const Error& e) {
@@ -183,6 +188,71 @@ void Entity::Validate() {
     }
     cn->Close();
   });
+}
+
+void Entity::ValidateTemplate() {
+  const auto fail = [](ErrorNumber number, std::string text) {
+    throw Error(number, "Entity.Validate", std::move(text));
+  };
+  const auto shown = [](std::string_view name) { return text::EscapeControlCharacters(name); };
+  const std::string en = shown(entity_name_);
+  const auto page = DataPageIfSet();
+  const std::string where =
+      " of dataset " + en + " in datapage " + (page ? shown(page->DisplayName()) : "") + ".";
+  const std::pair<const char*, const std::string*> names[] = {
+      {"name", &entity_name_}, {"table name", &table_name_}, {"key column", &pk_column_}};
+  for (const auto& [what, name] : names) {
+    if (!template_checks::NameProblem(*name).empty()) {
+      fail(exerr::kNameWithControlCharacter, std::string("The ") + what + " \"" + shown(*name) +
+                                                 "\"" + where + " holds a control character.");
+    }
+  }
+  if (InitString().empty()) {
+    fail(exerr::kNoDatapageOrInitString, "No intialization string was specified for dataset " + en +
+                                             " in datapage " +
+                                             (page ? shown(page->DisplayName()) : "") + ".");
+  }
+  std::vector<std::string> columns;
+  for (const AttribPtr& a : GetAttributes()) {
+    const std::string field = shown(a->ColumnName());
+    if (!template_checks::NameProblem(a->ColumnName()).empty()) {
+      fail(exerr::kNameWithControlCharacter,
+           "The column name \"" + field + "\"" + where + " holds a control character.");
+    }
+    if (!filters::IsColumnFilterName(a->ColumnType())) {
+      fail(exerr::kUnknownFilter,
+           "The field " + field + where + " names the filter \"" + shown(a->ColumnType()) +
+               "\", which does not exist; the filters are " + filters::ColumnFilterNames() + ".");
+    }
+    columns.push_back(a->ColumnName());
+  }
+  if (const auto repeated = template_checks::FindRepeatedName(columns)) {
+    fail(exerr::kRepeatedColumn,
+         "Two fields" + where + " write the column " + shown(columns[repeated->second]) +
+             " (column names compare without letter case): the second value would overwrite "
+             "the first.");
+  }
+  for (const MetaFieldPtr& mf : *selected_meta_fields_) {
+    for (const std::string& column : columns) {
+      if (text::EqualsNoCase(column, mf->ColumnName())) {
+        fail(exerr::kRepeatedColumn,
+             "The field " + shown(column) + where + " writes the column " + mf->ColumnName() +
+                 ", which the dataset's custom column fills: one value would overwrite the "
+                 "other. Rename the field or leave the custom column out.");
+      }
+    }
+  }
+  // Parents by id: a loop comes back to an id it passed.
+  std::set<std::string> passed{text::FoldCaseKey(id_)};
+  for (EntityPtr at = ParentEntity(); at; at = at->ParentEntity()) {
+    if (!passed.insert(text::FoldCaseKey(at->Id())).second) {
+      fail(exerr::kParentLoop, "The dataset " + en + " in datapage " +
+                                   (page ? shown(page->DisplayName()) : "") +
+                                   " is its own parent, or hangs below a loop of parent "
+                                   "datasets: no root dataset leads to it, so it would never be "
+                                   "extracted.");
+    }
+  }
 }
 
 // ---- DataPage --------------------------------------------------------------------------------
@@ -229,6 +299,8 @@ void DataPage::Validate() {
       throw Error(exerr::kNoDatapageId, "Datapage.Validate",
                   "The datapage " + display_name_ + " does not have an Id.");
     }
+    // Every dataset, not only the roots: a dataset in a loop of parents is below no root.
+    for (const EntityPtr& e : GetEntities()) e->ValidateTemplate();
     for (const EntityPtr& root : RootEntities()) root->Validate();
   });
 }

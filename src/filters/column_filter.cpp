@@ -5,30 +5,54 @@
 
 namespace gw::filters {
 
-ColumnFilter ColumnFilterOf(std::string_view column_type) {
-  struct Name {
-    std::string_view name;
-    ColumnFilter filter;
-  };
-  static constexpr Name kNames[] = {
-      {"FORMATTEDTEXT", ColumnFilter::FormattedText},
-      {"TEXTTOHTMLEXCEPT", ColumnFilter::TextToHtmlExcept},
-      {"REMOVEHTMLATTRIBSEXCEPT", ColumnFilter::RemoveHtmlAttribsExcept},
-      {"TEXTONLY", ColumnFilter::TextOnly},
-      {"NOLITERALS", ColumnFilter::NoLiterals},
-      {"URL", ColumnFilter::Url},
-      {"EMAIL", ColumnFilter::Email},
-      {"USPHONE", ColumnFilter::UsPhone},
-      {"NUMBER", ColumnFilter::Number},
-      {"RXMATCH", ColumnFilter::RxMatch},
-      {"NOHTMLCOMMENTS", ColumnFilter::NoHtmlComments},
-      {"BETTERTEXTONLY", ColumnFilter::BetterTextOnly},
-  };
+namespace {
+
+struct Name {
+  std::string_view name;
+  ColumnFilter filter;
+};
+constexpr Name kNames[] = {
+    {"FORMATTEDTEXT", ColumnFilter::FormattedText},
+    {"TEXTTOHTMLEXCEPT", ColumnFilter::TextToHtmlExcept},
+    {"REMOVEHTMLATTRIBSEXCEPT", ColumnFilter::RemoveHtmlAttribsExcept},
+    {"TEXTONLY", ColumnFilter::TextOnly},
+    {"NOLITERALS", ColumnFilter::NoLiterals},
+    {"URL", ColumnFilter::Url},
+    {"EMAIL", ColumnFilter::Email},
+    {"USPHONE", ColumnFilter::UsPhone},
+    {"NUMBER", ColumnFilter::Number},
+    {"RXMATCH", ColumnFilter::RxMatch},
+    {"NOHTMLCOMMENTS", ColumnFilter::NoHtmlComments},
+    {"BETTERTEXTONLY", ColumnFilter::BetterTextOnly},
+};
+
+const Name* FindFilterName(std::string_view column_type) {
   const std::string upper = text::ToUpper(column_type);
   for (const Name& n : kNames) {
-    if (upper == n.name) return n.filter;
+    if (upper == n.name) return &n;
   }
-  return ColumnFilter::Raw;  // "RAW", empty and unknown names
+  return nullptr;
+}
+
+}  // namespace
+
+ColumnFilter ColumnFilterOf(std::string_view column_type) {
+  const Name* found = FindFilterName(column_type);
+  return found ? found->filter : ColumnFilter::Raw;  // "RAW", empty and unknown names
+}
+
+bool IsColumnFilterName(std::string_view column_type) {
+  return column_type.empty() || text::EqualsNoCase(column_type, "RAW") ||
+         FindFilterName(column_type) != nullptr;
+}
+
+std::string ColumnFilterNames() {
+  std::string out = "RAW";
+  for (const Name& n : kNames) {
+    out += ", ";
+    out += n.name;
+  }
+  return out;
 }
 
 std::string RunColumnFilter(ColumnFilter filter, std::string_view raw, std::string_view argument) {

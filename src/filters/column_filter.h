@@ -33,6 +33,10 @@ enum class ColumnFilter {
 // The filter a column type names, compared in upper case (not trimmed). A field resolves its
 // type once, when it is set, so that the row loop does not compare names.
 ColumnFilter ColumnFilterOf(std::string_view column_type);
+// True when `column_type` names a filter ("RAW" and the empty name included), letter case ignored.
+bool IsColumnFilterName(std::string_view column_type);
+// Every filter name, "RAW" first, for messages: "RAW, FORMATTEDTEXT, ...".
+std::string ColumnFilterNames();
 
 // Runs `filter` over a raw value. `argument` is the filter's parameter; for `Url` it is the base
 // address already chosen by the caller. Fails as the filter fails (a pattern of "RXMATCH" that

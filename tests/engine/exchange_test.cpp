@@ -10,6 +10,7 @@
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
+#include "extraction/failures.h"
 #include "infra/c_crypto.h"
 #include "infra/object_xml_reader.h"
 #include "rules/connection_string.h"
@@ -288,6 +289,119 @@ TEST_F(ExchangeTest, AFileThatCannotBeStoredIsRefusedWithItsLineAndNothingIsWrit
   }
   exchange::Import(good, "in.xml");  // the file itself is fine
   EXPECT_NE(Counts(), empty);
+}
+
+// Templates that would lose data without failing: refused by an import with the file's line, and
+// by the validation before a run when they reach the store some other way.
+TEST_F(ExchangeTest, TemplatesThatWouldLoseDataAreRefusedAtImportAndAtValidation) {
+  MakeTemplateAndPackage();
+  const std::string good = exchange::ExportPackage("J1").xml;
+  // The ids of the two datasets, as the file gives them.
+  const auto id_before = [&](const std::string& name) {
+    const auto at = good.rfind("<Id>", good.find("<EntityName>" + name + "</EntityName>"));
+    return good.substr(at + 4, good.find('<', at + 4) - at - 4);
+  };
+  const std::string products = id_before("Products"), reviews = id_before("Reviews");
+  const auto line_of = [&](const std::string& text) {
+    return std::to_string(1 + std::count(good.begin(), good.begin() + good.find(text), '\n'));
+  };
+  auto edited = [&](std::vector<std::pair<std::string, std::string>> edits) {
+    std::string x = good;
+    for (const auto& [from, to] : edits) {
+      const auto at = x.find(from);
+      EXPECT_NE(at, std::string::npos) << from;
+      if (at != std::string::npos) x.replace(at, from.size(), to);
+    }
+    return x;
+  };
+  // Products is the first dataset of the file, so its parent element comes first.
+  const std::string no_parent = good.find("<ParentEntityID/>") != std::string::npos
+                                    ? "<ParentEntityID/>"
+                                    : "<ParentEntityID></ParentEntityID>";
+  struct Case {
+    const char* what;
+    std::vector<std::pair<std::string, std::string>> edits;
+    std::string line_of;  // what stands on the line the import names
+    std::string message;  // part of the import's refusal
+    std::string sql;      // the same fault made in the store, for the validation
+    ErrorNumber validation;
+  };
+  const Case cases[] = {
+      {"two fields write one column",
+       {{"<ColumnName>note</ColumnName>", "<ColumnName>NAME</ColumnName>"}},
+       "<ColumnName>note</ColumnName>",
+       "has two fields that write the column NAME",
+       "UPDATE attributes SET column_name = 'NAME' WHERE column_name = 'note'",
+       exerr::kRepeatedColumn},
+      {"a field writes a custom column",
+       {{"<ColumnName>text</ColumnName>", "<ColumnName>Source_Uri</ColumnName>"}},
+       "<ColumnName>text</ColumnName>",
+       "the field Source_Uri writes the column SOURCE_URI, which the dataset's custom column fills",
+       "UPDATE attributes SET column_name = 'Source_Uri' WHERE column_name = 'text'",
+       exerr::kRepeatedColumn},
+      {"its own parent",
+       {{"<ParentEntityID>" + products + "</ParentEntityID>",
+         "<ParentEntityID>" + reviews + "</ParentEntityID>"}},
+       "<ParentEntityID>" + products,
+       "is its own parent, or hangs below a loop of parent datasets",
+       "UPDATE entities SET parent_entity_id = entity_id WHERE entity_name = 'Reviews'",
+       exerr::kParentLoop},
+      {"a loop of parents",
+       {{no_parent, "<ParentEntityID>" + reviews + "</ParentEntityID>"}},
+       no_parent,
+       "is its own parent, or hangs below a loop of parent datasets",
+       "UPDATE entities SET parent_entity_id = (SELECT entity_id FROM entities WHERE "
+       "entity_name = 'Reviews') WHERE entity_name = 'Products'",
+       exerr::kParentLoop},
+      {"no initialization string",
+       {{"<InitString>%3Cli%3E</InitString>", "<InitString></InitString>"}},
+       "<InitString>%3Cli%3E</InitString>",
+       "the dataset Reviews has no initialization string",
+       "UPDATE entities SET init_string = '' WHERE entity_name = 'Reviews'",
+       exerr::kNoDatapageOrInitString},
+      {"a filter that does not exist",
+       {{"<ColumnType>RXMATCH", "<ColumnType>RXMACH"}},
+       "<ColumnType>RXMATCH",
+       "names the filter \"RXMACH , [0-9.]+\", which does not exist; the filters are RAW, ",
+       "UPDATE attributes SET column_type = 'RXMACH , [0-9.]+' WHERE column_name = 'price'",
+       exerr::kUnknownFilter},
+      {"a line break in a dataset's name",
+       {{"<EntityName>Reviews</EntityName>", "<EntityName>Re&#10;views</EntityName>"}},
+       "<EntityName>Reviews</EntityName>",
+       "EntityName \"Re\\nviews\": it holds a control character",
+       "UPDATE entities SET entity_name = 'Re' || char(10) || 'views' WHERE entity_name = "
+       "'Reviews'",
+       exerr::kNameWithControlCharacter},
+      {"a line break in a task's name",
+       {{"<TaskName>Tidy</TaskName>", "<TaskName>Ti&#10;dy</TaskName>"}},
+       "<TaskName>Tidy</TaskName>",
+       "TaskName \"Ti\\ndy\": it holds a control character",
+       "",
+       0},
+  };
+  int n = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    UseStore("case" + std::to_string(++n) + ".sqlite");
+    const std::vector<long> empty = Counts();
+    const Error e = CaughtError([&] { exchange::Import(edited(c.edits), "in.xml"); });
+    EXPECT_EQ(e.Number(), engineerr::kExchangeRefused);
+    EXPECT_EQ(e.Description().rfind("in.xml:" + line_of(c.line_of) + ": ", 0), 0u)
+        << e.Description();
+    EXPECT_NE(e.Description().find(c.message), std::string::npos) << e.Description();
+    EXPECT_EQ(Counts(), empty) << "nothing was stored";
+    if (c.sql.empty()) continue;
+    exchange::Import(good, "in.xml");
+    OpenRulesConnection(modConnectionString::GetCnStr())->ExecuteScript(c.sql);
+    auto page = DataPage::Create();
+    page->Load(page_id_);
+    const Error v = CaughtError([&] { page->Validate(); });
+    EXPECT_EQ(v.Number(), c.validation) << v.Description();
+    EXPECT_EQ(v.Description().find('\n'), std::string::npos) << "names are shown escaped";
+  }
+  // Imported twice, the good file is still fine.
+  exchange::Import(good, "in.xml");
+  exchange::Import(good, "in.xml");
 }
 
 TEST_F(ExchangeTest, APackageThatIsRunningIsNotReplaced) {
