@@ -202,7 +202,7 @@ TEST_F(RunCommandsTest, ARunThatLostDocumentsOrRowsSaysSoAndEndsWithStatus3) {
     }
   }
   testing::WriteFile(out_ / "bookshop.xml", xml);
-  ASSERT_EQ(RunCli(out_.Path(), {"import", (out_ / "bookshop.xml").string()}).status, 0);
+  ASSERT_EQ(RunCli(home_.Path(), {"import", (out_ / "bookshop.xml").string()}).status, 0);
   {
     auto cn = db::Connection::Create();
     cn->Open("Provider=SQLite;Data Source=" + target);
@@ -211,7 +211,7 @@ TEST_F(RunCommandsTest, ARunThatLostDocumentsOrRowsSaysSoAndEndsWithStatus3) {
         "CHECK (CAST(price AS REAL) < 20))");
   }
 
-  const Result run = RunCli(out_.Path(), {"run", "Harbour Books\\Nightly"});
+  const CliResult run = RunCli(home_.Path(), {"run", "Harbour Books\\Nightly"});
   EXPECT_EQ(run.status, 3) << run.output;
   const std::string refusal = "1 row refused: CHECK constraint failed: CAST(price AS REAL) < 20";
   EXPECT_NE(run.output.find(refusal), std::string::npos) << run.output;
@@ -224,10 +224,10 @@ TEST_F(RunCommandsTest, ARunThatLostDocumentsOrRowsSaysSoAndEndsWithStatus3) {
   EXPECT_NE(run.output.find(" written, 1 refused\n"), std::string::npos) << run.output;
 
   // The history keeps it: the run's line, and the document's rows with the target's reason.
-  const Result list = RunCli(out_.Path(), {"history", "Harbour Books\\Nightly"});
+  const CliResult list = RunCli(home_.Path(), {"history", "Harbour Books\\Nightly"});
   EXPECT_NE(list.output.find("4 documents: 3 done, 1 failed; "), std::string::npos) << list.output;
-  const Result detail =
-      RunCli(out_.Path(), {"history", "Harbour Books\\Nightly", "--run", "latest"});
+  const CliResult detail =
+      RunCli(home_.Path(), {"history", "Harbour Books\\Nightly", "--run", "latest"});
   EXPECT_NE(detail.output.find("1 refused (CHECK constraint failed: CAST(price AS REAL) < 20)"),
             std::string::npos)
       << detail.output;

@@ -386,12 +386,12 @@ TEST_F(TablesTest, TheRulesDatabaseIsNoTarget) {
   cn_str_ = "Provider=Microsoft.Jet.OLEDB.4.0;Data Source=" + (dir_ / "target.db").string();
   auto jobs = AddRoot("Jobs", "<tr>", "jobs");
   AddField(jobs, "name", "<n>", "</n>", false, 20);
-  const Error made = FailureOf([&] { page_->CreateDB(false); });
+  const Error made = CaughtError([&] { page_->CreateDB(false); });
   EXPECT_EQ(made.Number(), exerr::kTargetIsRulesStore) << made.Description();
-  EXPECT_EQ(FailureOf([&] { jobs->Validate(); }).Number(), exerr::kNoTableNameOrTable);
+  EXPECT_EQ(CaughtError([&] { jobs->Validate(); }).Number(), exerr::kNoTableNameOrTable);
   // Nor are rows written there when the table is there already.
   std::string text = "<tr><n>a</n>";
-  EXPECT_EQ(FailureOf([&] { page_->Extract(text, false); }).Number(), exerr::kTargetIsRulesStore);
+  EXPECT_EQ(CaughtError([&] { page_->Extract(text, false); }).Number(), exerr::kTargetIsRulesStore);
   SetRulesConnectionOverride({});
   EXPECT_EQ(ColumnNames("jobs"), (std::vector<std::string>{"job_id"})) << "no column was added";
   EXPECT_EQ(Rows("SELECT count(*) FROM jobs"), (RowList{{"0"}}));

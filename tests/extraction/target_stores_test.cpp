@@ -164,7 +164,7 @@ TEST_P(TargetStores, HostileNamesAreNamesOrAreRefusedBeforeAnythingIsWritten) {
     auto prods = AddRoot("Products", "<tr>", c.table);
     AddField(prods, c.column, "<n>", "</n>", false, 20);
     AddField(prods, "other", "<p>", "</p>", false, 20);
-    const Error failure = FailureOf([&] { page_->CreateDB(false); });
+    const Error failure = testing::CaughtError([&] { page_->CreateDB(false); });
     auto check = db::Connection::Create();
     check->Open(cn_str_);
     if (c.refused) {
@@ -202,7 +202,8 @@ TEST_F(ExtractionTest, AMariaDbDatabaseNameIsQuotedLikeAnyOther) {
   EXPECT_EQ(cn->Execute("SELECT name FROM prods")->GetFields().Item(0L).Value().ToText(), "Nut");
   // One the server cannot hold is refused before anything is made.
   page_->SetDBName(std::string(65, 'd'));
-  EXPECT_EQ(FailureOf([&] { page_->CreateDB(false); }).Number(), targeterr::kUnusableName);
+  EXPECT_EQ(testing::CaughtError([&] { page_->CreateDB(false); }).Number(),
+            targeterr::kUnusableName);
 }
 
 TEST_F(ExtractionTest, AWorkbookWrittenByADocumentOpensInAnotherReader) {
