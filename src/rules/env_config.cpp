@@ -148,7 +148,9 @@ void CEnvConfig::AlterDBTasks() {
     cn->Open(cn_str);
     // A store without the rules tables has nothing to upgrade yet: its first run loads them.
     if (!RulesSchema::Exists(*cn)) return;
-    for (const std::string& step : RulesSchema::Upgrade(*cn)) {
+    // A store of a newer program is refused untouched; an older one is brought to this version.
+    bool created = false;
+    for (const std::string& step : RulesSchema::BringUpToDate(*cn, created)) {
       Trace("Startup", "Applied the upgrade step " + step);
     }
   });

@@ -164,7 +164,13 @@ TEST_P(TargetStores, HostileNamesAreNamesOrAreRefusedBeforeAnythingIsWritten) {
     auto prods = AddRoot("Products", "<tr>", c.table);
     AddField(prods, c.column, "<n>", "</n>", false, 20);
     AddField(prods, "other", "<p>", "</p>", false, 20);
-    const Error failure = testing::CaughtError([&] { page_->CreateDB(false); });
+    // A name the store can hold makes no failure (number 0).
+    Error failure(0, "", "");
+    try {
+      page_->CreateDB(false);
+    } catch (const Error& e) {
+      failure = e;
+    }
     auto check = db::Connection::Create();
     check->Open(cn_str_);
     if (c.refused) {
