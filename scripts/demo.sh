@@ -62,7 +62,14 @@ sed -e "s|@SITE@|$NGINX_URL|g" -e "s|@TARGET@|$WEB_TARGET|g" "$WEB/webshop.xml" 
 "$GW" import "$WORK/webshop.xml"
 
 step "Running the web package"
-"$GW" run 'Harbour Chandlery\Web catalogue'
+# The sample's list holds a page the site does not have and one its robots.txt forbids: the run
+# finishes with those two documents failed, which it reports with exit status 3.
+status=0
+"$GW" run 'Harbour Chandlery\Web catalogue' || status=$?
+if [ "$status" -ne 3 ]; then
+  echo "demo: the web package ended with status $status, not 3 (finished, two documents failed)" >&2
+  exit 1
+fi
 
 step "Rows read from the web"
 sqlite3 -header -column "$WEB_TARGET" \
