@@ -8,19 +8,33 @@ namespace gw::filters::Transformations {
 
 std::string NormalizeText(std::string_view text) {
   return ReportAs("Transformations.NormalizeText(text)", [&] {
-    CString buffer(text);
     EventLoop& loop = EventLoop::Current();
-    buffer.Replace("\r\n", "");
+    // Every carriage return and line feed goes (alone or as a pair), in one pass over the page.
+    std::string out;
+    out.resize(text.size());
+    std::size_t w = 0;
+    for (const char c : text) {
+      out[w] = c;
+      w += (c != '\r' && c != '\n') ? 1 : 0;
+    }
+    out.resize(w);
     loop.DoEvents();
-    buffer.Replace("\r", "");
+    // Then curly double quotation marks become straight ones, also one that a line break split.
+    char* const d = out.data();
+    const std::size_t n = out.size();
+    w = 0;
+    for (std::size_t r = 0; r < n;) {
+      if (d[r] == '\xE2' && r + 2 < n && d[r + 1] == '\x80' &&
+          (d[r + 2] == '\x9C' || d[r + 2] == '\x9D')) {
+        d[w++] = '"';
+        r += 3;
+      } else {
+        d[w++] = d[r++];
+      }
+    }
+    out.resize(w);
     loop.DoEvents();
-    buffer.Replace("\n", "");
-    loop.DoEvents();
-    buffer.Replace("\xE2\x80\x9C", "\"");  // left double quotation mark
-    loop.DoEvents();
-    buffer.Replace("\xE2\x80\x9D", "\"");  // right double quotation mark
-    loop.DoEvents();
-    return buffer.Value();
+    return out;
   });
 }
 

@@ -17,6 +17,10 @@ TEST(Transformations, NormalizeTextRemovesBreaksAndStraightensQuotes) {
             "a\xE2\x80\x94"
             "b");
   EXPECT_EQ(NormalizeText(""), "");
+  // Breaks go before quotes are looked at: a quote split by one is straightened.
+  EXPECT_EQ(NormalizeText("\xE2\r\n\x80\x9Cq\xE2\x80\n\x9D"), "\"q\"");
+  // A quote cut off at the end of the text stays as it is.
+  EXPECT_EQ(NormalizeText("q\xE2\x80"), "q\xE2\x80");
 }
 
 TEST(Transformations, NormalizeTextYieldsToTheHost) {
