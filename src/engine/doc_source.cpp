@@ -165,6 +165,10 @@ void DocSource::BuildDocTableFromURIList() {
     const std::string task_id = task->TaskId();
     auto list = UriList();
     if (list->RecordCount() > 0) list->MoveFirst();
+    // The source's documents are queued in one transaction, whatever their number.
+    const std::string cn_str = modConnectionString::GetCnStr();
+    std::optional<RulesTransaction> transaction;
+    if (!RulesTransaction::ActiveConnection(cn_str)) transaction.emplace(cn_str);
     D_Doc docs;
     for (; !list->IsEOF(); list->MoveNext()) {
       DoEvents();
@@ -175,6 +179,7 @@ void DocSource::BuildDocTableFromURIList() {
       if (text.empty()) continue;
       docs.SaveDocument(doc_id, task_id, job_id, job_start, text, "", "Queued");
     }
+    if (transaction) transaction->Commit();
   });
 }
 

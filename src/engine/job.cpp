@@ -4,6 +4,7 @@
 
 #include "engine/doc_source.h"
 #include "engine/engine_internal.h"
+#include "engine/run_session.h"
 #include "infra/c_guid_gen.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
@@ -118,7 +119,11 @@ void Job::SetExecutingTask(const TaskPtr& task) {
 
 std::string Job::Execute(const std::string& Uri, const std::string& SourceText) {
   std::optional<Error> failure;
+  // The run's connections: one per target store and one to the rules store, for every task and
+  // document, also while a failed run's row is closed.
+  std::optional<RunSession> session;
   try {
+    session.emplace();
     is_instance_ = true;
     owns_run_row_ = false;
     start_time_ = DateTime::Now();

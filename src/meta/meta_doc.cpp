@@ -1,10 +1,14 @@
 #include "meta/meta_doc.h"
 
+#include <optional>
+
 #include "meta/meta_internal.h"
 #include "meta/meta_task.h"
 #include "platform/error.h"
 #include "platform/event_loop.h"
+#include "rules/connection_string.h"
 #include "rules/package_data_access.h"
+#include "rules/rules_transaction.h"
 
 namespace gw {
 
@@ -82,9 +86,15 @@ RowTally MetaDoc::RowsOf(std::string_view entity_id) const {
 
 void MetaDocs::SaveAll() {
   ReportAs("MetaDocs.SaveAll", [&] {
+    const std::string cn_str = modConnectionString::GetCnStr();
     for (const MetaDocPtr& doc : items_) {
+      // A document's row and its datasets' results are one transaction (inside a caller's, they
+      // are part of that one).
+      std::optional<RulesTransaction> history;
+      if (!RulesTransaction::ActiveConnection(cn_str)) history.emplace(cn_str);
       doc->SaveToMetabase();
       doc->GetMetaEntities().SaveAll();
+      if (history) history->Commit();
       DoEvents();
     }
   });

@@ -15,8 +15,10 @@ constexpr int kCommandTimeoutSeconds = 300;
 db::RecordsetPtr CDisconnRS::RunQuery(std::string_view SQLStatement, bool ReadOnly,
                                       const std::vector<Variant>& params) const {
   return ReportAs("CDisconnRS.RunQuery(SQLStatement,ReadOnly)", [&]() -> db::RecordsetPtr {
-    // Inside a rules transaction the statement runs on its connection, which stays open.
+    // Inside a rules transaction or session the statement runs on its connection, which stays
+    // open.
     db::ConnectionPtr cn = RulesTransaction::ActiveConnection(rules_db_conn_str_);
+    if (!cn) cn = RulesSession::ActiveConnection(rules_db_conn_str_);
     const bool own_connection = cn == nullptr;
     if (own_connection) cn = OpenRulesConnection(rules_db_conn_str_);
     const auto close = [&] {

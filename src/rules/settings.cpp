@@ -5,6 +5,7 @@
 #include "platform/db/recordset.h"
 #include "rules/connection_string.h"
 #include "rules/rules_schema.h"
+#include "rules/rules_transaction.h"
 #include "rules/sql_dialect.h"
 
 namespace gw {
@@ -16,11 +17,15 @@ std::string Dialect(db::Connection& cn) { return std::string(cn.GetDriver().Dial
 Settings::Settings() : Settings(modConnectionString::GetCnStr()) {}
 
 Settings::Settings(const std::string& rules_db_conn_str)
-    : cn_(ReportAs("Settings.Class_Initialize",
-                   [&] { return OpenRulesConnection(rules_db_conn_str); })) {}
+    : cn_(RulesSession::ActiveConnection(rules_db_conn_str)), owns_connection_(cn_ == nullptr) {
+  if (owns_connection_) {
+    cn_ = ReportAs("Settings.Class_Initialize",
+                   [&] { return OpenRulesConnection(rules_db_conn_str); });
+  }
+}
 
 Settings::~Settings() {
-  if (cn_) cn_->Close();
+  if (cn_ && owns_connection_) cn_->Close();
 }
 
 Variant Settings::GetOption(const std::string& Name) {

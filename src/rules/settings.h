@@ -14,7 +14,8 @@ enum class DataType : int { Str = 0, Dword = 1, Bool = 2 };
 class Settings {
  public:
   // Opens one connection on the rules connection string (`modConnectionString::GetCnStr`), or
-  // on `rules_db_conn_str`, kept until the object goes.
+  // on `rules_db_conn_str`, kept until the object goes; inside a `RulesSession` on that string,
+  // uses the session's.
   Settings();
   explicit Settings(const std::string& rules_db_conn_str);
   ~Settings();
@@ -30,6 +31,7 @@ class Settings {
 
  private:
   db::ConnectionPtr cn_;
+  bool owns_connection_ = true;
 };
 
 }  // namespace gw

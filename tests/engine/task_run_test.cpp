@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <map>
 
 #include "engine/doc.h"
 #include "engine/run_fixture.h"
@@ -11,6 +12,7 @@
 #include "meta/meta_task.h"
 #include "platform/db/connection.h"
 #include "platform/db/connection_string.h"
+#include "platform/db/write_batch.h"
 #include "platform/event_loop.h"
 #include "rules/package_data_access.h"
 
@@ -437,6 +439,40 @@ TEST_F(TaskRunTest, StatementsAndCommandLines) {
   EXPECT_EQ(ReadFile(marker), "done\n");
   EXPECT_GE(ticks, 3);
   EXPECT_TRUE(Docs("doc_id").empty()) << "no documents take part";
+}
+
+// A run keeps one connection per store for all its documents: the target and the rules store are
+// opened as often for 200 documents as for 20 (never per row or per document), every row arrives,
+// and the target is left in the journal mode it had, without a log beside it.
+TEST_F(TaskRunTest, ARunOpensItsStoresAsOftenForTwoHundredDocumentsAsForTwenty) {
+  std::map<int, std::size_t> target_opens;
+  std::map<int, std::size_t> rules_opens;
+  long rows = 0;
+  for (const int count : {20, 200}) {
+    SCOPED_TRACE(std::to_string(count) + " documents");
+    testing::TempDir folder;
+    for (int k = 0; k < count; ++k) {
+      WriteFile(folder / ("p" + std::to_string(k) + ".htm"),
+                ListingHtml({{"A" + std::to_string(k), "", {"x", "y"}}, {"B", "n", {}}}));
+    }
+    ExtractingTask(folder.Path().string());
+    const std::size_t target_before = db::PhysicalOpenCount(target_cn_);
+    const std::size_t rules_before = db::PhysicalOpenCount(cn_str_);
+    job_->Execute();
+    target_opens[count] = db::PhysicalOpenCount(target_cn_) - target_before;
+    rules_opens[count] = db::PhysicalOpenCount(cn_str_) - rules_before;
+    rows += 2 * count;
+    EXPECT_EQ(TargetRows("SELECT count(*) FROM items"),
+              (std::vector<std::string>{std::to_string(rows)}));
+    EXPECT_EQ(TargetRows("SELECT count(*) FROM tags"),
+              (std::vector<std::string>{std::to_string(rows)}));
+    EXPECT_EQ(TargetRows("PRAGMA journal_mode"), (std::vector<std::string>{"delete"}));
+    EXPECT_FALSE(fs::exists(target_.string() + "-wal"));
+  }
+  EXPECT_GT(target_opens[20], 0u);
+  EXPECT_EQ(target_opens[200], target_opens[20]);
+  EXPECT_LE(target_opens[200], 8u);
+  EXPECT_EQ(rules_opens[200], rules_opens[20]);
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "support/mariadb_server.h"
@@ -114,6 +116,57 @@ TEST_F(WriteBatchTest, AStoreThatCannotCommitIsReportedAndTheOthersStillCommit) 
   auto cn = Connection::Create();
   cn->Open(other);
   EXPECT_EQ(cn->Execute("SELECT count(*) FROM t")->GetFields().Item(0L).Value().ToLong(), 0);
+}
+
+// A session (a run) keeps one physical connection per store for all its batches (documents);
+// each batch still commits at its end, a batch that fails to commit costs its connection, and
+// the file is left as the session found it.
+TEST_F(WriteBatchTest, ASessionKeepsOneConnectionPerStoreAcrossItsBatches) {
+  auto cn = Connection::Create();
+  cn->Open(cn_str_);
+  cn->ExecuteScript(
+      "CREATE TABLE p (id INT PRIMARY KEY);"
+      "CREATE TABLE c (a VARCHAR(10) REFERENCES p(id) DEFERRABLE INITIALLY DEFERRED)");
+  cn->Close();
+  const std::size_t opens_before = PhysicalOpenCount(cn_str_);
+  std::size_t counted = 0;  // the connections `Count` opened
+  {
+    StoreSession session;
+    for (int k = 1; k <= 3; ++k) {
+      SCOPED_TRACE(k);
+      WriteBatch batch;
+      InsertPooled(cn_str_, "a");
+      InsertPooled(cn_str_, "b");
+      EXPECT_EQ(WriteBatch::OpenStoreCount(), 1u);
+      batch.Commit();
+      EXPECT_EQ(WriteBatch::OpenStoreCount(), 0u);
+      EXPECT_EQ(StoreSession::KeptStoreCount(), 1u);
+      EXPECT_EQ(Count(), 2 * k);  // committed, readable by another connection
+      ++counted;
+    }
+    EXPECT_EQ(PhysicalOpenCount(cn_str_) - opens_before, 1 + counted);
+    {
+      WriteBatch batch;
+      auto orphan = Connection::Create();
+      orphan->OpenPooled(cn_str_);
+      orphan->Execute("INSERT INTO c (a) VALUES ('x')");
+      orphan->Close();
+      EXPECT_THROW(batch.Commit(), Error);
+    }
+    EXPECT_EQ(StoreSession::KeptStoreCount(), 0u)
+        << "a connection that failed to commit is dropped";
+    WriteBatch batch;
+    InsertPooled(cn_str_, "c");
+    batch.Commit();
+    EXPECT_EQ(Count(), 7);
+    ++counted;
+    EXPECT_EQ(PhysicalOpenCount(cn_str_) - opens_before, 2 + counted);
+  }
+  EXPECT_EQ(StoreSession::KeptStoreCount(), 0u);
+  auto check = Connection::Create();
+  check->Open(cn_str_);
+  EXPECT_EQ(check->Execute("PRAGMA journal_mode")->GetFields().Item(0L).Value().ToText(), "delete");
+  EXPECT_FALSE(std::filesystem::exists((dir_ / "t.db").string() + "-wal"));
 }
 
 TEST(SqlServerTarget, OpeningSaysItCannotBeReached) {

@@ -45,7 +45,10 @@ std::unique_ptr<Driver> OpenDriver(const ConnectionProperties& props) {
   EnsureBuiltins();
   const auto& reg = Registry();
   for (auto it = reg.rbegin(); it != reg.rend(); ++it) {
-    if (it->accepts(props)) return it->factory(props);
+    if (!it->accepts(props)) continue;
+    std::unique_ptr<Driver> driver = it->factory(props);
+    write_batch_internal::CountOpen(props);
+    return driver;
   }
   const std::string provider = props.Get("Provider");
   if (text::StartsWithNoCase(provider, "SQLOLEDB")) {

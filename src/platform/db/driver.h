@@ -53,6 +53,13 @@ class Driver {
   virtual std::string IdentifierProblem(IdentifierKind kind, std::string_view name) const;
   // The current database (catalog), if the store has such a notion.
   virtual std::string DefaultDatabase() { return {}; }
+
+  // A store session (write_batch.h) starts keeping this connection between write batches, or
+  // stops keeping it before it is closed. Called outside a transaction; never throw. A store
+  // whose commits are costly may make them cheaper for the session and must then leave the
+  // store as durable and as it found it when the session stops.
+  virtual void EnterSession() noexcept {}
+  virtual void LeaveSession() noexcept {}
 };
 
 // Registers a driver for connection strings that `accepts` says it serves. Later registrations

@@ -230,6 +230,8 @@ class SqliteDriver final : public Driver {
     sqlite3_busy_timeout(db_, kBusyTimeoutMs);
     sqlite3_extended_result_codes(db_, 1);
     ExecuteScript("PRAGMA foreign_keys = ON");
+    in_memory_ = path == ":memory:" || text::FindNoCase(path, "mode=memory") != text::npos ||
+                 text::FindNoCase(path, "vfs=memdb") != text::npos;
   }
 
   ~SqliteDriver() override {
@@ -374,6 +376,46 @@ class SqliteDriver final : public Driver {
     return problem;
   }
 
+  // For a session the file takes its rows through a write-ahead log that is not synced at every
+  // commit: a commit is a write, not three syncs, a journal file made and one removed. A commit
+  // still survives the program's crash; the checkpoint at the end makes it durable.
+  void EnterSession() noexcept override {
+    if (in_memory_ || InTransaction()) return;
+    try {
+      const ResultSet mode = Execute("PRAGMA journal_mode", {}, 1);
+      if (mode.rows.empty()) return;
+      const std::string before = text::AsciiLower(mode.rows[0][0].ToText());
+      if (before != "wal") {
+        const ResultSet now = Execute("PRAGMA journal_mode = WAL", {}, 1);
+        if (now.rows.empty() || text::AsciiLower(now.rows[0][0].ToText()) != "wal") return;
+        journal_mode_before_session_ = before;
+      }
+      ExecuteScript("PRAGMA synchronous = NORMAL");
+    } catch (const Error&) {
+      // Another connection holds the file: the session writes in the file's own mode.
+    }
+  }
+
+  void LeaveSession() noexcept override {
+    if (in_memory_ || InTransaction()) return;
+    try {
+      ExecuteScript("PRAGMA synchronous = FULL");
+      if (journal_mode_before_session_.empty()) {
+        // The file was in write-ahead-log mode before: the log is synced now, and copied into
+        // the file as far as other connections' reads allow, without waiting for them.
+        ExecuteScript("PRAGMA wal_checkpoint(PASSIVE)");
+        return;
+      }
+      // Leaving write-ahead-log mode checkpoints and syncs the file, and removes the log.
+      const std::string mode = journal_mode_before_session_;
+      journal_mode_before_session_.clear();
+      Execute("PRAGMA journal_mode = " + mode, {}, 1);
+    } catch (const Error&) {
+      // Another connection still reads the file: it stays in write-ahead-log mode, which loses
+      // nothing; the log is synced when the last connection closes.
+    }
+  }
+
  private:
   struct Prepared {
     sqlite3_stmt* stmt = nullptr;
@@ -442,6 +484,9 @@ class SqliteDriver final : public Driver {
   }
 
   sqlite3* db_ = nullptr;
+  bool in_memory_ = false;
+  // The journal mode the file had when a session switched it to write-ahead logging.
+  std::string journal_mode_before_session_;
   std::unordered_map<std::string, Prepared> cache_;
   std::list<std::string> lru_;
 };

@@ -12,14 +12,27 @@ namespace gw::db {
 
 namespace {
 
+// A physical connection the batch or the session holds.
+struct Store {
+  std::string key;
+  std::shared_ptr<Driver> driver;
+  // In the current batch: a transaction was begun on it for the batch.
+  bool in_batch = false;
+  // Opened while a session was active: it leaves the session before it is closed.
+  bool in_session = false;
+};
+
 struct BatchState {
   int depth = 0;
+  int session_depth = 0;
   std::uint64_t serial = 0;
-  // By store key, in the order the stores were first written to.
-  std::vector<std::pair<std::string, std::shared_ptr<Driver>>> stores;
-  // Connection strings seen in this batch, and the store each reaches: a key costs a driver
-  // lookup and a walk of the file system, a row costs neither.
-  std::unordered_map<std::string, std::shared_ptr<Driver>> by_string;
+  // In the order the stores were first written to.
+  std::vector<Store> stores;
+  // Connection strings seen, and the store each reaches (an index into `stores`): a key costs a
+  // driver lookup and a walk of the file system, a row costs neither.
+  std::unordered_map<std::string, std::size_t> by_string;
+  // Physical connections opened, by store key.
+  std::unordered_map<std::string, std::size_t> opens;
 };
 
 BatchState& State() {
@@ -34,25 +47,57 @@ std::string AbsolutePath(const std::string& path) {
   return std::filesystem::weakly_canonical(abs, ec).string();
 }
 
-// Commits every store's transaction (rolling back one whose commit fails) and drops the batch's
-// physical connections. Returns the first failure.
+// Lets the session's stores go: each leaves the session (a SQLite file is synced and put back in
+// its journal mode) and is closed. Stores still in a batch stay until the batch ends.
+void ReleaseStores() {
+  BatchState& state = State();
+  std::vector<Store> kept;
+  for (Store& store : state.stores) {
+    if (store.in_batch) {
+      kept.push_back(std::move(store));
+    } else if (store.in_session) {
+      store.driver->LeaveSession();
+    }
+  }
+  state.stores = std::move(kept);
+  state.by_string.clear();
+}
+
+// Commits every store's transaction (rolling back one whose commit fails) and, outside a
+// session, drops the physical connections; a session keeps the ones that committed. Returns the
+// first failure.
 std::optional<Error> EndStores() {
+  BatchState& state = State();
   std::optional<Error> first;
-  auto stores = std::move(State().stores);
-  State().stores.clear();
-  State().by_string.clear();
-  for (auto& [key, driver] : stores) {
-    if (!driver->InTransaction()) continue;
+  bool dropped = false;
+  for (Store& store : state.stores) {
+    if (!store.in_batch) continue;
+    store.in_batch = false;
+    if (!store.driver->InTransaction()) continue;
     try {
-      driver->Commit();
+      store.driver->Commit();
     } catch (const Error& e) {
       if (!first) first = e;
       try {
-        driver->Rollback();
+        store.driver->Rollback();
       } catch (const Error&) {
         // The store is gone; so is the transaction.
       }
+      // A connection whose commit failed is not trusted with the next batch.
+      if (store.in_session) store.driver->LeaveSession();
+      store.driver.reset();
+      dropped = true;
     }
+  }
+  if (state.session_depth == 0) {
+    for (Store& store : state.stores) {
+      if (store.driver && store.in_session) store.driver->LeaveSession();
+    }
+    state.stores.clear();
+    state.by_string.clear();
+  } else if (dropped) {
+    std::erase_if(state.stores, [](const Store& s) { return s.driver == nullptr; });
+    state.by_string.clear();
   }
   return first;
 }
@@ -85,7 +130,27 @@ bool WriteBatch::IsActive() { return State().depth > 0; }
 
 std::uint64_t WriteBatch::Serial() { return State().serial; }
 
-std::size_t WriteBatch::OpenStoreCount() { return State().stores.size(); }
+std::size_t WriteBatch::OpenStoreCount() {
+  std::size_t n = 0;
+  for (const Store& store : State().stores) n += store.in_batch ? 1 : 0;
+  return n;
+}
+
+StoreSession::StoreSession() { ++State().session_depth; }
+
+StoreSession::~StoreSession() {
+  if (--State().session_depth == 0) ReleaseStores();
+}
+
+bool StoreSession::IsActive() { return State().session_depth > 0; }
+
+std::size_t StoreSession::KeptStoreCount() { return IsActive() ? State().stores.size() : 0; }
+
+std::size_t PhysicalOpenCount(std::string_view cn_str) {
+  const auto& opens = State().opens;
+  const auto it = opens.find(StoreKey(cn_str));
+  return it == opens.end() ? 0 : it->second;
+}
 
 std::string StoreKey(const ConnectionProperties& props) {
   const std::string driver = DriverNameFor(props);
@@ -108,20 +173,31 @@ namespace write_batch_internal {
 std::shared_ptr<Driver> TakeDriver(std::string_view cn_str, const ConnectionProperties& props) {
   BatchState& state = State();
   std::string text(cn_str);
-  if (auto it = state.by_string.find(text); it != state.by_string.end()) return it->second;
-  const std::string key = StoreKey(props);
-  std::shared_ptr<Driver> found;
-  for (auto& [k, driver] : state.stores) {
-    if (k == key) found = driver;
+  std::size_t index = state.stores.size();
+  if (auto it = state.by_string.find(text); it != state.by_string.end()) {
+    index = it->second;
+  } else {
+    const std::string key = StoreKey(props);
+    for (std::size_t k = 0; k < state.stores.size(); ++k) {
+      if (state.stores[k].key == key) index = k;
+    }
+    if (index == state.stores.size()) {
+      std::shared_ptr<Driver> driver = OpenDriver(props);
+      const bool in_session = state.session_depth > 0;
+      if (in_session) driver->EnterSession();
+      state.stores.push_back(Store{key, std::move(driver), false, in_session});
+    }
+    state.by_string.emplace(std::move(text), index);
   }
-  if (!found) {
-    found = OpenDriver(props);
-    found->Begin();
-    state.stores.emplace_back(key, found);
+  Store& store = state.stores[index];
+  if (!store.in_batch) {
+    store.driver->Begin();
+    store.in_batch = true;
   }
-  state.by_string.emplace(std::move(text), found);
-  return found;
+  return store.driver;
 }
+
+void CountOpen(const ConnectionProperties& props) { ++State().opens[StoreKey(props)]; }
 
 }  // namespace write_batch_internal
 

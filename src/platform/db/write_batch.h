@@ -13,6 +13,14 @@
 // Only connections that ask for pooling join a batch. The rules database must never be opened
 // pooled: a batch would then hold its write lock until the batch ends.
 //
+// A `StoreSession` (a package run, an `extract` invocation) keeps the physical connections of its
+// batches open between them: a batch's end commits, the next batch on the same store begins a new
+// transaction on the same connection, and its prepared statements are reused. The session closes
+// them when it ends. While it keeps a SQLite file, the file is in write-ahead-log mode with
+// "synchronous = NORMAL": a batch's commit is atomic and survives the program's crash at once,
+// but is made durable against a power loss by the next checkpoint, at the latest when the session
+// ends (it checkpoints, syncs, and puts the file back in the journal mode it found).
+//
 // One thread: the batch is process-wide state, like the host's message loop.
 #pragma once
 
@@ -59,10 +67,30 @@ class WriteBatch {
 std::string StoreKey(const ConnectionProperties& props);
 std::string StoreKey(std::string_view cn_str);
 
+// Keeps the physical connections of write batches open from one batch to the next, until the
+// outermost session ends. Sessions nest like batches. Never throws when it ends.
+class StoreSession {
+ public:
+  StoreSession();
+  ~StoreSession();
+  StoreSession(const StoreSession&) = delete;
+  StoreSession& operator=(const StoreSession&) = delete;
+
+  static bool IsActive();
+  // The number of physical connections the session keeps (in a batch or between batches).
+  static std::size_t KeptStoreCount();
+};
+
+// How many physical connections this process has opened to the store of `cn_str` (any driver,
+// pooled or not): what tests compare to see that rows do not each open their store.
+std::size_t PhysicalOpenCount(std::string_view cn_str);
+
 namespace write_batch_internal {
 // The batch's physical connection to the store of `cn_str` (parsed as `props`), connected and in
 // a transaction. REQUIRES: a batch is active.
 std::shared_ptr<Driver> TakeDriver(std::string_view cn_str, const ConnectionProperties& props);
+// Counts a physical connection opened for `props` (called by `OpenDriver`).
+void CountOpen(const ConnectionProperties& props);
 }  // namespace write_batch_internal
 
 }  // namespace gw::db
