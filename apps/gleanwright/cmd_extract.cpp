@@ -1,7 +1,7 @@
 // gleanwright extract: applies one datapage to local files, the quickest way to try a template.
 //
-// For each file: the datapage's database and tables are made (no temporary tables, no
-// overrides), the file's text is read as a run reads a document (decoded to UTF-8 from its
+// The datapage's database and tables are made once (no temporary tables, no overrides); for each
+// file, the file's text is read as a run reads a document (decoded to UTF-8 from its
 // declared or detected character set, then line breaks removed and curly double quotes made
 // plain; no cleansing), the page is extracted into each dataset's own target, and one line says
 // how many rows each dataset wrote, and how many its target refused and why; a last line adds
@@ -10,9 +10,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <optional>
 #include <sstream>
 
 #include "commands.h"
+#include "engine/run_session.h"
 #include "extraction/data_page.h"
 #include "extraction/failures.h"
 #include "filters/transformations.h"
@@ -94,14 +96,12 @@ struct ExtractTotals {
 
 std::string Rows(long n) { return std::to_string(n) + (n == 1 ? " row" : " rows"); }
 
-// Extracts one file and prints its line: the rows each dataset wrote, and those its target
-// refused with the target's reason.
-void ExtractFile(DataPage& page, const std::string& path, ExtractTotals& totals) {
+// Extracts one file into the tables made for `datasets` and prints its line: the rows each
+// dataset wrote, and those its target refused with the target's reason.
+void ExtractFile(DataPage& page, const std::vector<EntityPtr>& datasets, const std::string& path,
+                 ExtractTotals& totals) {
   std::string text =
       filters::Transformations::NormalizeText(DecodeToUtf8(ReadFileBytes(path)).text);
-  page.CreateDB(false);
-  std::vector<EntityPtr> datasets;
-  CollectDatasets(page.RootEntities(), datasets);
   auto doc = std::make_shared<FileDoc>(std::filesystem::absolute(path).string());
   page.SetDoc(doc);
   page.Extract(text, false);
@@ -124,12 +124,24 @@ void ExtractFile(DataPage& page, const std::string& path, ExtractTotals& totals)
 }
 
 int RunExtract(const std::string& datapage, const std::vector<std::string>& files) {
+  // The files share what a package run keeps: one connection per target (each file is still one
+  // transaction) and one to the rules store; the datapage is loaded and its tables made once.
+  const RunSession session;
   const auto page = LoadDataPage(datapage);
   ExtractTotals totals;
+  std::vector<EntityPtr> datasets;
+  std::optional<Error> not_made;
+  try {
+    page->CreateDB(false);
+    CollectDatasets(page->RootEntities(), datasets);
+  } catch (const Error& e) {
+    not_made = e;  // every file fails with it
+  }
   for (const std::string& file : files) {
     ++totals.files;
     try {
-      ExtractFile(*page, file, totals);
+      if (not_made) throw *not_made;
+      ExtractFile(*page, datasets, file, totals);
     } catch (const Error& e) {
       ++totals.failed;
       std::cout.flush();
