@@ -4,6 +4,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <vector>
 
 #include "engine/doc.h"
@@ -42,6 +43,83 @@ void RewriteDocument(const std::string& path, Edit&& edit) {
   const BString result = edit(BString(doc.text));
   WriteDocument(FileSystemPathOf(path), doc, result.ToString());
 }
+
+// A document read once and held while the steps of several cleansing passes edit it: each step
+// sees what it would have read back had the step before written the file, and the file is written
+// once, at the end, with what the last step would have written.
+class HeldDocument {
+ public:
+  explicit HeldDocument(const std::string& path)
+      : path_(FileSystemPathOf(path)), doc_(ReadDocumentFile(path_, "CHTMLPlugin.ReadDocument")) {}
+
+  template <typename Edit>
+  void Rewrite(Edit&& edit) {
+    RewrittenDocument next = RewriteDocumentText(doc_, edit(BString(doc_.text)).ToString());
+    bytes_ = std::move(next.bytes);
+    doc_ = std::move(next.doc);
+    rewritten_ = true;
+  }
+
+  // Writes the file when a step changed it; false when that failed (the file is then as it was).
+  bool WriteBack() {
+    if (!rewritten_) return true;
+    std::ofstream out(path_, std::ios::binary | std::ios::trunc);
+    return out && out.write(bytes_.data(), static_cast<std::streamsize>(bytes_.size())) &&
+           out.flush();
+  }
+
+  const std::string& Text() const { return doc_.text; }
+
+ private:
+  std::string path_;
+  DocumentFile doc_;
+  std::string bytes_;
+  bool rewritten_ = false;
+};
+
+// The edits of the cleansing steps, on a document's text.
+BString CleanText(BString text) {
+  const long first = text.IndexOf("<HTML>");
+  const long last = text.LastIndexOf("</HTML>");
+  const long inner_start = first + 6;
+  if (first > 0 && last > inner_start) {
+    // Anything outside the outermost tags goes.
+    text = text.SubString(inner_start, last - inner_start);
+  }
+  text = text.ReplaceStr("<HTML>", "").ReplaceStr("</HTML>", "");
+  text = BString("<HTML>" + std::move(text).ToString() + "</HTML>");
+  // A page's error handler is switched off by misspelling its attribute.
+  return text.ReplaceStr("OnError=", "OnEror=");
+}
+
+BString RemoveStartText(const BString& text, long Length) {
+  const std::string whole = text.ToString();
+  if (Length < 0) {
+    throw Error(errnum::kInvalidProcedureCall, "CHTMLPlugin.RemoveStart",
+                "Invalid procedure call or argument");
+  }
+  const std::size_t cut = text::TruncateCodePoints(whole, static_cast<std::size_t>(Length)).size();
+  return BString(whole.substr(cut));
+}
+
+BString RemoveTagsText(BString text, const std::string& startTag, const std::string& endTag) {
+  long start = text.IndexOf(startTag);
+  long end = text.IndexOf(endTag);
+  // A stray end tag ahead of the first start tag ends the removal.
+  while (end > start && end > 0) {
+    const long length = end + static_cast<long>(endTag.size()) - start;
+    text = text.Remove(start, length);
+    start = text.IndexOf(startTag);
+    end = text.IndexOf(endTag);
+  }
+  return text;
+}
+
+// The steps of one cleansing method, each through `rewrite(name, edit)`, which applies `edit` to
+// the document and reports a failure as the step `name`.
+template <typename Rewrite>
+void RunCleanseMethod(const std::string& CleanseMethod, const std::string& Parameters,
+                      Rewrite&& rewrite);
 
 // The pieces of a cleansing method's parameters; a piece that is not there fails with 9, as an
 // array read past its end does. An empty text has no pieces at all.
@@ -163,67 +241,45 @@ std::string CHTMLPlugin::GetSource() {
 
 void CHTMLPlugin::CleanseDocument(const std::string& Uri, const std::string& CleanseMethod,
                                   const std::string& Parameters) {
-  const std::string method = text::AsciiUpper(CleanseMethod);
-  const ParameterItems items(Parameters);
-  const auto clean = [&] { Tolerate([&] { CleanDocument(Uri); }); };
-  if (method == "NONE") return;
-  if (method == "OBJECTS") {
-    clean();
-    Tolerate([&] { RemoveTags(Uri, "<Object", "</Object>"); });
-  } else if (method == "REPLACE") {
-    clean();
-    Tolerate([&] { ReplaceInFile(Uri, items[0], items[1]); });
-  } else if (method == "REMOVETAGS") {
-    clean();
-    Tolerate([&] { RemoveTags(Uri, items[0], items[1]); });
-  } else if (method == "REGEXREPLACE") {
-    clean();
-    Tolerate([&] { RegExReplace(Uri, items[0], items[1]); });
-  } else if (method == "REMOVESTART") {
-    Tolerate([&] { RemoveStart(Uri, Variant(items[0]).ToLong()); });
-    clean();
-  } else if (method == "PRETAGS") {
-    // A line end is CR LF or, in files written here, a lone LF.
-    Tolerate([&] { ReplaceInsideTags(Uri, "<Pre", "</Pre>", "\r\n", "<BR>"); });
-    Tolerate([&] { ReplaceInsideTags(Uri, "<Pre", "</Pre>", "\n", "<BR>"); });
-    Tolerate([&] { ReplaceInsideTags(Uri, "<Pre", "</Pre>", " ", "&nbsp;"); });
-    Tolerate([&] { ReplaceInsideTags(Uri, "<Pre", "</Pre>", "\t", "&nbsp;&nbsp;&nbsp;"); });
-    clean();
-  } else {
-    clean();  // "DEFAULT", empty, or a method nobody knows
+  RunCleanseMethod(CleanseMethod, Parameters, [&](const char* name, const auto& edit) {
+    ReportAs(name, [&] { RewriteDocument(Uri, edit); });
+  });
+}
+
+std::string CHTMLPlugin::CleanseAndGetSource(const std::string& Uri,
+                                             std::initializer_list<CleansePass> passes) {
+  std::optional<HeldDocument> held;
+  try {
+    held.emplace(Uri);
+  } catch (const Error&) {
+  } catch (const std::exception&) {
   }
+  if (held) {
+    for (const CleansePass& pass : passes) {
+      RunCleanseMethod(pass.method, pass.parameters, [&](const char* name, const auto& edit) {
+        ReportAs(name, [&] { held->Rewrite(edit); });
+      });
+    }
+    if (held->WriteBack()) {
+      OpenDocument(Uri);
+      source_text_ = filters::Transformations::NormalizeText(held->Text());
+      return source_text_;
+    }
+  } else {
+    // Not readable: every step would fail, and the file stays as it is.
+  }
+  // Unreadable, or it could not be written: the text is what the file holds.
+  OpenDocument(Uri);
+  return GetSource();
 }
 
 void CHTMLPlugin::CleanDocument(const std::string& Path) {
-  ReportAs("CHTMLPlugin.CleanDocument(Path)", [&] {
-    RewriteDocument(Path, [](BString text) {
-      const long first = text.IndexOf("<HTML>");
-      const long last = text.LastIndexOf("</HTML>");
-      const long inner_start = first + 6;
-      if (first > 0 && last > inner_start) {
-        // Anything outside the outermost tags goes.
-        text = text.SubString(inner_start, last - inner_start);
-      }
-      text = text.ReplaceStr("<HTML>", "").ReplaceStr("</HTML>", "");
-      text = BString("<HTML>" + std::move(text).ToString() + "</HTML>");
-      // A page's error handler is switched off by misspelling its attribute.
-      return text.ReplaceStr("OnError=", "OnEror=");
-    });
-  });
+  ReportAs("CHTMLPlugin.CleanDocument(Path)", [&] { RewriteDocument(Path, CleanText); });
 }
 
 void CHTMLPlugin::RemoveStart(const std::string& path, long Length) {
   ReportAs("CHTMLPlugin.RemoveStart(path,Length)", [&] {
-    RewriteDocument(path, [&](const BString& text) {
-      const std::string whole = text.ToString();
-      if (Length < 0) {
-        throw Error(errnum::kInvalidProcedureCall, "CHTMLPlugin.RemoveStart",
-                    "Invalid procedure call or argument");
-      }
-      const std::size_t cut =
-          text::TruncateCodePoints(whole, static_cast<std::size_t>(Length)).size();
-      return BString(whole.substr(cut));
-    });
+    RewriteDocument(path, [&](const BString& text) { return RemoveStartText(text, Length); });
   });
 }
 
@@ -248,18 +304,7 @@ void CHTMLPlugin::RegExReplace(const std::string& path, const std::string& Patte
 void CHTMLPlugin::RemoveTags(const std::string& path, const std::string& startTag,
                              const std::string& endTag) {
   ReportAs("CHTMLPlugin.RemoveTags(path,startTag,endTag)", [&] {
-    RewriteDocument(path, [&](BString text) {
-      long start = text.IndexOf(startTag);
-      long end = text.IndexOf(endTag);
-      // A stray end tag ahead of the first start tag ends the removal.
-      while (end > start && end > 0) {
-        const long length = end + static_cast<long>(endTag.size()) - start;
-        text = text.Remove(start, length);
-        start = text.IndexOf(startTag);
-        end = text.IndexOf(endTag);
-      }
-      return text;
-    });
+    RewriteDocument(path, [&](BString text) { return RemoveTagsText(text, startTag, endTag); });
   });
 }
 
@@ -272,5 +317,75 @@ void CHTMLPlugin::ReplaceInsideTags(const std::string& path, const std::string& 
     });
   });
 }
+
+namespace {
+
+template <typename Rewrite>
+void RunCleanseMethod(const std::string& CleanseMethod, const std::string& Parameters,
+                      Rewrite&& rewrite) {
+  const std::string method = text::AsciiUpper(CleanseMethod);
+  const ParameterItems items(Parameters);
+  const auto clean = [&] {
+    Tolerate([&] { rewrite("CHTMLPlugin.CleanDocument(Path)", CleanText); });
+  };
+  const auto remove_tags = [&](const std::string& start, const std::string& end) {
+    Tolerate([&] {
+      rewrite("CHTMLPlugin.RemoveTags(path,startTag,endTag)",
+              [&](BString text) { return RemoveTagsText(std::move(text), start, end); });
+    });
+  };
+  const auto replace_inside_pre = [&](const char* pattern, const char* replacement) {
+    Tolerate([&] {
+      rewrite("CHTMLPlugin.ReplaceInsideTags(path,StartTag,EndTag,Pattern,ReplaceString)",
+              [&](const BString& text) {
+                return text.ReplaceInsideTokens("<Pre", "</Pre>", pattern, replacement);
+              });
+    });
+  };
+  if (method == "NONE") return;
+  if (method == "OBJECTS") {
+    clean();
+    remove_tags("<Object", "</Object>");
+  } else if (method == "REPLACE") {
+    clean();
+    Tolerate([&] {
+      const std::string& search = items[0];
+      const std::string& replacement = items[1];
+      rewrite("CHTMLPlugin.ReplaceInFile(path,searchVal,replaceVal)",
+              [&](const BString& text) { return text.ReplaceStr(search, replacement); });
+    });
+  } else if (method == "REMOVETAGS") {
+    clean();
+    Tolerate([&] { remove_tags(items[0], items[1]); });
+  } else if (method == "REGEXREPLACE") {
+    clean();
+    Tolerate([&] {
+      const std::string& pattern = items[0];
+      const std::string& replacement = items[1];
+      const RegExp re(pattern, /*global=*/true, /*ignore_case=*/false);
+      rewrite("CHTMLPlugin.RegExReplace(path,Pattern,ReplaceString)", [&](const BString& text) {
+        return BString(re.Replace(text.ToString(), replacement));
+      });
+    });
+  } else if (method == "REMOVESTART") {
+    Tolerate([&] {
+      const long length = Variant(items[0]).ToLong();
+      rewrite("CHTMLPlugin.RemoveStart(path,Length)",
+              [&](const BString& text) { return RemoveStartText(text, length); });
+    });
+    clean();
+  } else if (method == "PRETAGS") {
+    // A line end is CR LF or, in files written here, a lone LF.
+    replace_inside_pre("\r\n", "<BR>");
+    replace_inside_pre("\n", "<BR>");
+    replace_inside_pre(" ", "&nbsp;");
+    replace_inside_pre("\t", "&nbsp;&nbsp;&nbsp;");
+    clean();
+  } else {
+    clean();  // "DEFAULT", empty, or a method nobody knows
+  }
+}
+
+}  // namespace
 
 }  // namespace gw

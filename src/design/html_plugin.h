@@ -83,6 +83,12 @@ class CHTMLPlugin : public Object, public IDocPlugin {
   // file, a bad pattern) is skipped and the others still run; nothing is raised.
   void CleanseDocument(const std::string& Uri, const std::string& CleanseMethod = {},
                        const std::string& Parameters = {}) override;
+  // The passes' steps edit the document in memory, read once: each step sees what it would read
+  // back from the file the step before wrote, the file is written once with what the last step
+  // would have written, and the text returned is what `GetSource` would read from it. When the
+  // file cannot be read or written, the text is what the file holds.
+  std::string CleanseAndGetSource(const std::string& Uri,
+                                  std::initializer_list<CleansePass> passes) override;
   // Each argument that is true adds one test, in this order: ActiveDPage, ActiveEnt, ActiveAttrib,
   // ActiveDocument set; `GetSource` not empty; TreeCtrl, SourceRTB, SelectedRTB, BrowserCtrl set.
   bool IsReady(bool CheckActiveDPage, bool CheckActiveEnt, bool CheckActiveAttrib,

@@ -38,10 +38,9 @@ std::string Doc::GetSrcText(IDocPlugin& DocPlugin) {
   return ReportAs("Doc.GetSrcText(DocPlugin)", [&] {
     auto task = task_.lock();
     if (!task) ThrowObjectNotSet("Doc.GetSrcText");
-    DocPlugin.CleanseDocument(local_path_, task->DocCleanseMethod(), task->DocCleanseParams());
-    DocPlugin.CleanseDocument(local_path_, task->DocCleanseMethod2(), task->DocCleanseParams2());
-    DocPlugin.OpenDocument(local_path_);
-    return DocPlugin.GetSource();
+    return DocPlugin.CleanseAndGetSource(local_path_,
+                                         {{task->DocCleanseMethod(), task->DocCleanseParams()},
+                                          {task->DocCleanseMethod2(), task->DocCleanseParams2()}});
   });
 }
 

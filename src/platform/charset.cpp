@@ -151,6 +151,10 @@ std::string EncodeFromUtf8(std::string_view text, std::string_view charset) {
   return out;
 }
 
+std::string CharsetDeclaredIn(std::string_view bytes) {
+  return Normalize(DeclaredInDocument(bytes));
+}
+
 std::string CharsetFromContentType(std::string_view content_type) {
   const std::size_t cs = text::FindNoCase(content_type, "charset=");
   if (cs == text::npos) return {};

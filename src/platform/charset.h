@@ -28,6 +28,10 @@ DecodedText DecodeToUtf8(std::string_view bytes, std::string_view declared = {})
 // Fails with error 5 when the set is unknown.
 std::string EncodeFromUtf8(std::string_view text, std::string_view charset);
 
+// The character set a document declares in its first 4 KB (see `DecodeToUtf8`), under the name
+// `DecodeToUtf8` would read it in ("windows-1252" for "ISO-8859-1", "UTF-8" for "utf8"), or "".
+std::string CharsetDeclaredIn(std::string_view bytes);
+
 // The charset named in a Content-Type value ("text/html; charset=Shift_JIS"), or "".
 std::string CharsetFromContentType(std::string_view content_type);
 

@@ -6,6 +6,7 @@
 
 #include "platform/charset.h"
 #include "platform/error.h"
+#include "platform/text.h"
 
 namespace gw {
 
@@ -40,7 +41,10 @@ std::string ReadFileBytes(const std::string& path, std::string_view source) {
 }
 
 DocumentFile ReadDocumentFile(const std::string& path, std::string_view source) {
-  const std::string bytes = ReadFileBytes(path, source);
+  return DecodeDocumentBytes(ReadFileBytes(path, source));
+}
+
+DocumentFile DecodeDocumentBytes(std::string_view bytes) {
   DocumentFile doc;
   const std::string_view view = bytes;
   if (view.starts_with("\xEF\xBB\xBF")) {
@@ -52,6 +56,35 @@ DocumentFile ReadDocumentFile(const std::string& path, std::string_view source) 
   doc.text = std::move(decoded.text);
   doc.charset = std::move(decoded.charset);
   return doc;
+}
+
+RewrittenDocument RewriteDocumentText(const DocumentFile& read, std::string_view text) {
+  constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+  RewrittenDocument out;
+  if (read.charset == "UTF-8") {
+    // UTF-8 is written as the text made valid; read back it is that text again, unless a mark
+    // or a declaration makes a reader take the bytes otherwise. Only then is the round trip
+    // needed.
+    std::string body = text::SanitizeUtf8(text);
+    const bool read_back_as_is =
+        read.bom == kUtf8Mark ||
+        (read.bom.empty() && !std::string_view(body).starts_with(kUtf8Mark) && [&] {
+          const std::string declared = CharsetDeclaredIn(body);
+          return declared.empty() || declared == "UTF-8";
+        }());
+    if (read_back_as_is) {
+      out.bytes = read.bom + body;
+      out.doc.text = std::move(body);
+      out.doc.charset = "UTF-8";
+      out.doc.bom = read.bom;
+      return out;
+    }
+    out.bytes = read.bom + body;
+  } else {
+    out.bytes = read.bom + EncodeFromUtf8(text, read.charset);
+  }
+  out.doc = DecodeDocumentBytes(out.bytes);
+  return out;
 }
 
 }  // namespace gw

@@ -22,4 +22,17 @@ std::string ReadFileBytes(const std::string& path, std::string_view source);
 // The file at `path`, decoded. Fails as `ReadFileBytes`.
 DocumentFile ReadDocumentFile(const std::string& path, std::string_view source);
 
+// A document file's bytes, decoded as `ReadDocumentFile` decodes them.
+DocumentFile DecodeDocumentBytes(std::string_view bytes);
+
+// A document's text written back the way `read` was read (its byte-order mark, then the text in
+// its character set), and what reading those bytes again gives, without a file in between: a
+// step that edits a document in memory sees exactly what it would see had the step before it
+// written the file and this one read it back.
+struct RewrittenDocument {
+  std::string bytes;  // what the file holds once written
+  DocumentFile doc;   // == DecodeDocumentBytes(bytes)
+};
+RewrittenDocument RewriteDocumentText(const DocumentFile& read, std::string_view text);
+
 }  // namespace gw

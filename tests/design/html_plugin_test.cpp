@@ -107,6 +107,71 @@ TEST_F(HtmlPluginTest, CleansingWritesBackInTheCharacterSetItRead) {
   }
 }
 
+// A run cleanses and reads each document in one call, in memory: the file must end byte for byte
+// as the passes on the file leave it, and the text must be what reading it back gives, also when a
+// step changes how the file is read (a mark, a declared character set).
+TEST_F(HtmlPluginTest, CleansingInMemoryLeavesTheFileAndTextOfCleansingTheFile) {
+  struct Case {
+    const char* what;
+    std::string content;
+    IDocPlugin::CleansePass first, second;
+  };
+  const Case cases[] = {
+      {"the run's default: two plain cleanings", "junk<html><p>caf\xC3\xA9</html>tail", {}, {}},
+      {"nothing to do", "<HTML>a</HTML>", {"NONE", ""}, {"none", ""}},
+      {"objects, then a replacement",
+       "<p>a<object>x</object>b",
+       {"OBJECTS", ""},
+       {"REPLACE", "b,c"}},
+      {"pre tags and a pattern",
+       "<pre>x y\r\n\tz</pre>\xE2\x80\x9Cq\xE2\x80\x9D",
+       {"PRETAGS", ""},
+       {"REGEXREPLACE", "q+,r"}},
+      {"a failing step among others",
+       "<!--x-->b-->c",
+       {"REMOVETAGS", "<!--,-->"},
+       {"REPLACE", "only"}},
+      {"windows-1252 both ways",
+       "<meta charset=windows-1252>caf\xE9 \x93q\x94 \x81",
+       {},
+       {"REPLACE", "q,\xD0\x96"}},
+      {"UTF-8 with its mark", "\xEF\xBB\xBFx\xC3\xA9", {}, {"REMOVESTART", "1"}},
+      {"UTF-16", std::string("\xFF\xFEh\0i\0", 6), {}, {"REPLACE", "i,\xC3\xA9"}},
+      {"a step declares another set, and the next reads the file in it",
+       "x\xC3\xA9",
+       {"REPLACE", "x,<meta charset=windows-1252>"},
+       {}},
+      {"a step takes away the declaration the file was read by",
+       "<meta charset=windows-1252>caf\xE9",
+       {"REPLACE", "<meta charset=windows-1252>,"},
+       {}},
+      {"a step leaves a mark at the start, which the next reads as one",
+       "a\xEF\xBB\xBF\xC3\xA9" "b",
+       {"REMOVESTART", "1"},
+       {}},
+      {"invalid UTF-8 becomes replacement characters", "<p>\xC3(\xFF</p>", {}, {}},
+  };
+  const std::filesystem::path twin = dir_ / "twin.htm";
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    WriteFile(file_, c.content);
+    plugin_->CleanseDocument(file_.string(), c.first.method, c.first.parameters);
+    plugin_->CleanseDocument(file_.string(), c.second.method, c.second.parameters);
+    plugin_->OpenDocument(file_.string());
+    const std::string want_text = plugin_->GetSource();
+
+    WriteFile(twin, c.content);
+    const auto fresh = CHTMLPlugin::Create();
+    EXPECT_EQ(fresh->CleanseAndGetSource(twin.string(), {c.first, c.second}), want_text);
+    EXPECT_EQ(fresh->SourceText(), want_text);
+    EXPECT_EQ(ReadFile(twin), ReadFile(file_));
+  }
+  // A file that is not there, or a folder, reads as nothing and nothing is made.
+  EXPECT_EQ(plugin_->CleanseAndGetSource((dir_ / "gone.htm").string(), {{}, {}}), "");
+  EXPECT_FALSE(std::filesystem::exists(dir_ / "gone.htm"));
+  EXPECT_EQ(plugin_->CleanseAndGetSource(dir_.Path().string(), {{}, {}}), "");
+}
+
 TEST_F(HtmlPluginTest, CleansingAMissingFileRaisesNothing) {
   EXPECT_NO_THROW(plugin_->CleanseDocument((dir_ / "gone.htm").string(), "OBJECTS"));
   EXPECT_NO_THROW(plugin_->CleanseDocument(dir_.Path().string(), "DEFAULT"));
