@@ -4,6 +4,7 @@
 #include <array>
 #include <chrono>
 #include <fstream>
+#include <optional>
 
 #include "engine/components.h"
 #include "engine/doc.h"
@@ -22,7 +23,9 @@
 #include "platform/process.h"
 #include "platform/property_table.h"
 #include "platform/text.h"
+#include "rules/connection_string.h"
 #include "rules/package_data_access.h"
+#include "rules/rules_transaction.h"
 #include "rules/settings.h"
 #include "rules/stored_row.h"
 
@@ -489,6 +492,7 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
 
 bool Task::ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel) {
   const long count = GetDocs().Count();
+  const std::string rules_cn_str = modConnectionString::GetCnStr();
   for (long i = 1; i <= count; ++i) {
     const DocPtr doc = GetDocs().Item(i);
     page.SetDoc(doc);
@@ -498,15 +502,22 @@ bool Task::ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel) {
     if (readable.Ok()) {
       std::string text = doc->GetSrcText(plugin);
       page.Extract(text, false);
-    } else {
-      // Nothing to extract: the document says why, and with no dataset counted its result is
-      // the lowest.
-      D_Doc().SaveDocument(doc->DocId(), {}, {}, {}, {}, {}, readable.Description());
-      meta->SetFailure(readable.Description());
-      meta->SetExtractionStart(DateTime::Now());
-      meta->SetExtractionComplete(DateTime::Now());
     }
-    meta->SaveToMetabase();
+    {
+      // The document's history is one transaction (inside a caller's, part of that one).
+      std::optional<RulesTransaction> history;
+      if (!RulesTransaction::ActiveConnection(rules_cn_str)) history.emplace(rules_cn_str);
+      if (!readable.Ok()) {
+        // Nothing to extract: the document says why, and with no dataset counted its result is
+        // the lowest.
+        D_Doc().SaveDocument(doc->DocId(), {}, {}, {}, {}, {}, readable.Description());
+        meta->SetFailure(readable.Description());
+        meta->SetExtractionStart(DateTime::Now());
+        meta->SetExtractionComplete(DateTime::Now());
+      }
+      meta->SaveToMetabase();
+      if (history) history->Commit();
+    }
     RaiseStatus("Datapage Extraction Complete", flgCancel);
     if (flgCancel) return false;
   }
