@@ -1,6 +1,7 @@
 #include "extraction/internal.h"
 
 #include <limits>
+#include <optional>
 #include <unordered_map>
 
 #include "extraction/failures.h"
@@ -30,17 +31,30 @@ bool IsRulesStore(std::string_view cn_str) {
 }
 
 bool AddressesRulesStore(std::string_view cn_str) {
-  // Worked out once per write batch: the rules connection string does not change within one.
-  static std::uint64_t serial = std::numeric_limits<std::uint64_t>::max();
+  // The rules connection string is read once per write batch; the stores are worked out again
+  // only when it changed or a new store session began (finding a store's key walks the file
+  // system, and a session keeps its stores by their keys).
+  static std::uint64_t batch = std::numeric_limits<std::uint64_t>::max();
+  static std::uint64_t session = std::numeric_limits<std::uint64_t>::max();
+  static std::optional<std::string> rules_cn_str;
   static std::string rules_key;
   static std::unordered_map<std::string, bool> answers;
-  if (serial != db::WriteBatch::Serial()) {
-    serial = db::WriteBatch::Serial();
-    answers.clear();
+  if (batch != db::WriteBatch::Serial()) {
+    batch = db::WriteBatch::Serial();
+    std::optional<std::string> current;
     try {
-      rules_key = db::StoreKey(modConnectionString::GetCnStr());
+      current = modConnectionString::GetCnStr();
     } catch (const Error&) {
-      rules_key.clear();  // no rules store to protect
+    }
+    if (session != db::StoreSession::Serial() || current != rules_cn_str) {
+      session = db::StoreSession::Serial();
+      rules_cn_str = std::move(current);
+      answers.clear();
+      rules_key.clear();  // no rules store to protect, unless it is found
+      try {
+        if (rules_cn_str) rules_key = db::StoreKey(*rules_cn_str);
+      } catch (const Error&) {
+      }
     }
   }
   auto [it, inserted] = answers.try_emplace(std::string(cn_str), false);

@@ -26,6 +26,7 @@ struct BatchState {
   int depth = 0;
   int session_depth = 0;
   std::uint64_t serial = 0;
+  std::uint64_t session_serial = 0;
   // In the order the stores were first written to.
   std::vector<Store> stores;
   // Connection strings seen, and the store each reaches (an index into `stores`): a key costs a
@@ -106,6 +107,7 @@ std::optional<Error> EndStores() {
 
 WriteBatch::WriteBatch() : outermost_(State().depth == 0) {
   if (outermost_) ++State().serial;
+  if (outermost_ && State().session_depth == 0) ++State().session_serial;
   ++State().depth;
 }
 
@@ -136,13 +138,20 @@ std::size_t WriteBatch::OpenStoreCount() {
   return n;
 }
 
-StoreSession::StoreSession() { ++State().session_depth; }
+StoreSession::StoreSession() {
+  if (State().session_depth++ == 0) ++State().session_serial;
+}
 
 StoreSession::~StoreSession() {
-  if (--State().session_depth == 0) ReleaseStores();
+  if (--State().session_depth == 0) {
+    ++State().session_serial;
+    ReleaseStores();
+  }
 }
 
 bool StoreSession::IsActive() { return State().session_depth > 0; }
+
+std::uint64_t StoreSession::Serial() { return State().session_serial; }
 
 std::size_t StoreSession::KeptStoreCount() { return IsActive() ? State().stores.size() : 0; }
 

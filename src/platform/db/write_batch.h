@@ -77,6 +77,10 @@ class StoreSession {
   StoreSession& operator=(const StoreSession&) = delete;
 
   static bool IsActive();
+  // A number that changes when the outermost session begins and ends, and outside a session with
+  // every outermost batch (`WriteBatch::Serial`): the session keeps its stores by their keys, so
+  // which store a connection string reaches may be worked out once under it.
+  static std::uint64_t Serial();
   // The number of physical connections the session keeps (in a batch or between batches).
   static std::size_t KeptStoreCount();
 };
