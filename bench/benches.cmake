@@ -12,3 +12,5 @@ gw_add_bench(http_bench DEPS gw_web gw_platform PkgConfig::HTTPLIB)
 # The link scan and the document tree on generated pages (links_bench.cpp says what each shows).
 gw_add_bench(links_bench DEPS gw_acquire gw_platform PkgConfig::PCRE2)
 gw_add_bench(import_bench DEPS gw_engine gw_infra)
+# The crawl queue: one round's cost against the size of the run (crawl_queue_bench.cpp).
+gw_add_bench(crawl_queue_bench DEPS gw_rules gw_platform)

@@ -14,7 +14,8 @@ class RulesSchema {
  public:
   // The schema version this program makes and upgrades to. A SQLite store records its version in
   // `PRAGMA user_version` (0: made before versions were recorded).
-  static constexpr int kVersion = 1;
+  // 2: the crawl queue's column and indexes.
+  static constexpr int kVersion = 2;
   // A store of a newer version than `kVersion`: this program leaves it alone.
   static constexpr ErrorNumber kErrNewerSchema = 0x80044F10;
 

@@ -6,6 +6,7 @@
 #include "platform/db/recordset.h"
 #include "rules/connection_string.h"
 #include "rules/package_data_access.h"
+#include "rules/rules_schema.h"
 #include "rules/template_data_access.h"
 #include "support/test_support.h"
 
@@ -75,7 +76,8 @@ TEST(InitCommand, AStoreOfANewerProgramIsRefusedUntouched) {
     Result r = RunCli(home.Path(), command);
     EXPECT_EQ(r.status, 1);
     EXPECT_NE(r.output.find("The rules database " + file.string() +
-                            " has schema version 99, newer than version 1"),
+                            " has schema version 99, newer than version " +
+                            std::to_string(RulesSchema::kVersion)),
               std::string::npos)
         << r.output;
   }

@@ -163,6 +163,29 @@ TEST_F(RulesStoreTest, AnOlderStoreIsUpgradedWhenFirstOpenedAndKeepsItsRows) {
   EXPECT_TRUE(RulesSchema::BringUpToDate(*cn, created).empty()) << "a second time does nothing";
 }
 
+TEST_F(RulesStoreTest, AVersionOneStoreGetsTheCrawlQueue) {
+  {
+    auto cn = Open();
+    // As the program before crawls left it: row counts recorded, no crawl depth, version 1.
+    cn->ExecuteScript(
+        "DROP INDEX ix_task_instance_docs_uri;"
+        "DROP INDEX ix_task_instance_docs_unread;"
+        "ALTER TABLE task_instance_docs DROP COLUMN crawl_depth;"
+        "PRAGMA user_version = 1;");
+  }
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str_);
+  bool created = true;
+  EXPECT_EQ(RulesSchema::BringUpToDate(*cn, created), std::vector<std::string>{"crawl_queue"});
+  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM pragma_table_info('task_instance_docs') WHERE name = "
+                  "'crawl_depth'"),
+            1);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM sqlite_master WHERE type = 'index' AND name IN "
+                  "('ix_task_instance_docs_uri', 'ix_task_instance_docs_unread')"),
+            2);
+}
+
 TEST_F(RulesStoreTest, ANewerStoreIsRefusedAndLeftAsItIs) {
   {
     auto cn = Open();

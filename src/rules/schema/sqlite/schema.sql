@@ -254,6 +254,7 @@ CREATE TABLE IF NOT EXISTS task_instance_docs (
   rows_written               INT NULL,
   rows_refused               INT NULL,
   refusal                    VARCHAR(4000) NULL,
+  crawl_depth                SMALLINT,
   CONSTRAINT FK_task_instance_docs_task_instances
     FOREIGN KEY (task_id, job_id, job_start_time)
     REFERENCES task_instances (task_id, job_id, job_start_time) ON DELETE CASCADE
@@ -262,6 +263,16 @@ CREATE INDEX IF NOT EXISTS ix_task_instance_docs_run
   ON task_instance_docs (task_id, job_id, job_start_time);
 CREATE INDEX IF NOT EXISTS ix_task_instance_docs_job
   ON task_instance_docs (job_id, job_start_time);
+-- A crawl's queue: whether an address is known to the run, the rows still to fetch, and the
+-- fetched rows whose links have not been read, each found without reading the rest of the run.
+CREATE INDEX IF NOT EXISTS ix_task_instance_docs_uri
+  ON task_instance_docs (task_id, job_id, job_start_time, uri);
+CREATE INDEX IF NOT EXISTS ix_task_instance_docs_open
+  ON task_instance_docs (job_id, task_id, job_start_time)
+  WHERE (copy_completion_code <> 'Success') AND (copy_try_count < 10);
+CREATE INDEX IF NOT EXISTS ix_task_instance_docs_unread
+  ON task_instance_docs (job_id, task_id, job_start_time)
+  WHERE temp_uri IS NOT NULL AND temp_uri <> '' AND extraction_completion_code = 0;
 
 CREATE TABLE IF NOT EXISTS task_inst_doc_results_by_ent (
   doc_id            VARCHAR(50) NOT NULL COLLATE NOCASE,

@@ -42,3 +42,17 @@ ALTER TABLE task_instance_docs ADD COLUMN refusal VARCHAR(4000) NULL;
 -- run-if-no-rows: SELECT 1 FROM pragma_table_info('task_inst_doc_results_by_ent') WHERE name = 'rows_refused'
 ALTER TABLE task_inst_doc_results_by_ent ADD COLUMN rows_refused INT NULL;
 ALTER TABLE task_inst_doc_results_by_ent ADD COLUMN refusal VARCHAR(4000) NULL;
+
+-- step: crawl_queue
+-- run-if-no-rows: SELECT 1 FROM pragma_table_info('task_instance_docs') WHERE name = 'crawl_depth'
+-- The level at which a crawl found an address, and the indexes that keep a crawl's rounds from
+-- reading the whole run.
+ALTER TABLE task_instance_docs ADD COLUMN crawl_depth SMALLINT;
+CREATE INDEX IF NOT EXISTS ix_task_instance_docs_uri
+  ON task_instance_docs (task_id, job_id, job_start_time, uri);
+CREATE INDEX IF NOT EXISTS ix_task_instance_docs_open
+  ON task_instance_docs (job_id, task_id, job_start_time)
+  WHERE (copy_completion_code <> 'Success') AND (copy_try_count < 10);
+CREATE INDEX IF NOT EXISTS ix_task_instance_docs_unread
+  ON task_instance_docs (job_id, task_id, job_start_time)
+  WHERE temp_uri IS NOT NULL AND temp_uri <> '' AND extraction_completion_code = 0;

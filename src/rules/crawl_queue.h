@@ -1,0 +1,64 @@
+// D_CrawlQueue: a crawl's queue in the rules store, the document rows of one task's run.
+//
+// A crawl downloads the run's open rows, reads the links of the fetched pages, and queues the new
+// ones as rows of the same run; the rows are the queue, so a crawl is visible to the rest of the
+// engine and survives the process. A round's writes go in one transaction (one per
+// `kLinksPerTransaction` links when a round finds more): the pages whose links were read are
+// marked (extraction code 100, "processed for links") together with the rows of the links they
+// gave, so an interrupted round leaves its pages unmarked and no link of it stored, and the next
+// crawl of the run reads them again. Whether an address is known to the run is looked up in an
+// index (task, package, start time, address), so a round costs time in proportion to its own
+// pages and links, not to the rows the run holds.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "platform/date_time.h"
+#include "platform/db/recordset.h"
+#include "rules/rules_data_access.h"
+
+namespace gw {
+
+// The extraction code of a page whose links a crawl has read.
+inline constexpr std::int16_t kProcessedForLinks = 100;
+
+struct CrawlLink {
+  std::string uri;
+  std::int16_t depth = 0;  // the round in which it was found (the start addresses are 0)
+};
+
+// Where a crawl of a run stands, read when a crawl of the run begins again.
+struct CrawlRunState {
+  long rows = 0;       // rows of the run
+  long processed = 0;  // pages whose links were read
+  int depth = 0;       // the deepest round that stored links
+};
+
+class D_CrawlQueue : public RulesDataAccess {
+ public:
+  static constexpr std::size_t kLinksPerTransaction = 5000;
+
+  D_CrawlQueue() = default;
+  explicit D_CrawlQueue(std::string rules_db_conn_str)
+      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+
+  // The run's fetched rows (a local copy in `temp_uri`) whose links have not been read (no
+  // extraction code yet: 0), in the
+  // order they were queued: doc_id, uri, temp_uri, copy_completion_time, crawl_depth.
+  db::RecordsetPtr GetUnreadDocs(const std::string& JobId, const std::string& TaskId,
+                                 const DateTime& JobStartTime);
+  // Every address of the run, in the order queued.
+  std::vector<std::string> GetRunAddresses(const std::string& JobId, const std::string& TaskId,
+                                           const DateTime& JobStartTime);
+  CrawlRunState GetRunState(const std::string& JobId, const std::string& TaskId,
+                            const DateTime& JobStartTime);
+  // Marks `ReadDocIds` processed for links (their start and completion times now) and queues
+  // each of `Links` not yet known to the run as a new row ("Queued", no tries), with a new id.
+  // Returns how many rows were queued.
+  long SaveRound(const std::string& JobId, const std::string& TaskId, const DateTime& JobStartTime,
+                 const std::vector<std::string>& ReadDocIds, const std::vector<CrawlLink>& Links);
+};
+
+}  // namespace gw
