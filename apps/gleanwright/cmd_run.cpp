@@ -2,7 +2,8 @@
 //
 // Ctrl-C asks the package to stop: the next status the package raises is answered with
 // flgCancel, so the run ends cleanly at the next step and its history is kept. A second Ctrl-C
-// ends the program at once.
+// ends the program at once. `--resume` goes on with the package's newest unfinished run (one that
+// was stopped, or whose process was killed) instead of starting a new one.
 #include <unistd.h>
 
 #include <atomic>
@@ -19,7 +20,9 @@
 #include "package_lookup.h"
 #include "platform/event_loop.h"
 #include "platform/text.h"
+#include "rules/run_resume.h"
 #include "run_display.h"
+#include "run_package.h"
 #include "run_report.h"
 
 namespace gw::app {
@@ -55,10 +58,17 @@ class InterruptGuard {
   struct sigaction old_ {};
 };
 
-int RunPackage(const std::string& package, const std::string& uri, const std::string& source_text) {
-  auto job = Job::Create();
-  job->Load(FindPackageId(package));
+}  // namespace
 
+int RunJob(const std::shared_ptr<Job>& job, const std::string& uri, const std::string& source_text,
+           bool resume) {
+  DateTime resume_from;
+  if (resume) {
+    resume_from = D_RunResume().NewestUnfinishedRun(job->JobId());
+    if (resume_from.IsEmpty()) {
+      std::cout << "No unfinished run of " << job->JobName() << " to resume; a new run starts.\n";
+    }
+  }
   RunDisplay display(stdout);
   InterruptGuard interrupts;
   bool cancel_requested = false;
@@ -101,11 +111,16 @@ int RunPackage(const std::string& package, const std::string& uri, const std::st
     ~FactoryReset() { RegisterAcquireComponents(); }
   } factory_reset;
 
-  display.Note("Running package " + text::EscapeControlCharacters(job->JobName()) + " (" +
-               job->JobId() + ")");
+  const std::string name = text::EscapeControlCharacters(job->JobName());
+  if (resume_from.IsEmpty()) {
+    display.Note("Running package " + name + " (" + job->JobId() + ")");
+  } else {
+    display.Note("Resuming the run of " + RunTimeText(resume_from) + " of package " + name + " (" +
+                 job->JobId() + ")");
+  }
   std::string code;
   try {
-    code = job->Execute(uri, source_text);
+    code = resume_from.IsEmpty() ? job->Execute(uri, source_text) : job->Resume(resume_from);
   } catch (...) {
     display.Finish();
     throw;  // the host prints the failure and ends with status 1
@@ -122,6 +137,15 @@ int RunPackage(const std::string& package, const std::string& uri, const std::st
   return totals.HasLosses() ? kExitFinishedWithLosses : 0;
 }
 
+namespace {
+
+int RunPackage(const std::string& package, const std::string& uri, const std::string& source_text,
+               bool resume) {
+  auto job = Job::Create();
+  job->Load(FindPackageId(package));
+  return RunJob(job, uri, source_text, resume);
+}
+
 const CommandRegistration kRun(50, [](CLI::App& app, const GlobalOptions&,
                                       const std::function<void(int)>& set_exit) {
   auto* cmd = app.add_subcommand(
@@ -136,10 +160,17 @@ const CommandRegistration kRun(50, [](CLI::App& app, const GlobalOptions&,
   auto* uri_opt = cmd->add_option("--uri", *uri,
                                   "Run every task on this one address or path instead of its "
                                   "document sources");
-  cmd->add_option("--source-text", *source_text,
-                  "Run every task on this text, written to a file first")
-      ->excludes(uri_opt);
-  cmd->callback([=] { set_exit(RunPackage(*package, *uri, *source_text)); });
+  auto* text_opt = cmd->add_option("--source-text", *source_text,
+                                   "Run every task on this text, written to a file first")
+                       ->excludes(uri_opt);
+  auto resume = std::make_shared<bool>(false);
+  cmd->add_flag("--resume", *resume,
+                "Go on with the package's newest unfinished run (stopped, or its process killed): "
+                "finished tasks are passed over, the unfinished one goes on from its open "
+                "documents, and the history keeps one run")
+      ->excludes(uri_opt)
+      ->excludes(text_opt);
+  cmd->callback([=] { set_exit(RunPackage(*package, *uri, *source_text, *resume)); });
 });
 
 }  // namespace

@@ -456,6 +456,7 @@ void AdvancedDownloadMgr::LogSuccessfulDownload(const std::string& Destpath,
   db::Recordset& rs = *rs_;
   MoveTo(RecordPos);
   const std::string doc_id = rs["doc_id"].Value().ToText();
+  if (!Destpath.empty()) OnFileSaved.Emit(doc_id, Destpath, Code);
   rs["copy_completion_code"].SetValue(Variant(Code));
   rs["temp_uri"].SetValue(Variant(Destpath));
   rs["copy_completion_time"].SetValue(Variant(DateTime::Now()));

@@ -120,6 +120,10 @@ class AdvancedDownloadMgr : public Object {
   // (doc_id, copy_completion_code, saved, bytes of the response or copy) after each row's
   // outcome; for a host's display of the run.
   Signal<const std::string&, const std::string&, bool, long long> OnRowOutcome;
+  // (doc_id, file, copy_completion_code) as soon as a file is saved, before its row is written
+  // (the rows are committed in batches): what a crawl journals so that a killed run does not
+  // fetch the page again.
+  Signal<const std::string&, const std::string&, const std::string&> OnFileSaved;
 
  private:
   struct Pending {

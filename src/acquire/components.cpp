@@ -1,5 +1,6 @@
 #include "acquire/components.h"
 
+#include "acquire/crawler.h"
 #include "acquire/download_mgr.h"
 #include "engine/components.h"
 
@@ -7,6 +8,7 @@ namespace gw {
 
 void RegisterAcquireComponents() {
   RegisterDownloadMgrFactory([]() -> DownloadMgrPtr { return DownloadMgr::Create(); });
+  RegisterCrawlerFactory([]() -> ObjectPtr { return Crawler::Create(); });
 }
 
 }  // namespace gw

@@ -3,7 +3,7 @@
 
 namespace gw {
 
-// Registers `DownloadMgr` as the download manager of task runs.
+// Registers `DownloadMgr` as the download manager of task runs and `Crawler` as tasks' crawler.
 void RegisterAcquireComponents();
 
 }  // namespace gw

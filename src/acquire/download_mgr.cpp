@@ -127,6 +127,13 @@ HttpClientPtr DownloadMgr::Crawl(const std::shared_ptr<Task>& task,
         [this](const std::string& s, bool& cancel) { OnStatusChange.Emit(s, cancel); });
     const ScopedConnection progress = crawler->OnProgressChange.Connect(
         [this](long change, long max) { OnProgressChange.Emit(change, max); });
+    counts_ = {};
+    const ScopedConnection outcome = crawler->OnRowOutcome.Connect(
+        [this](const std::string&, const std::string&, bool saved, long long bytes) {
+          (saved ? counts_.fetched : counts_.failed)++;
+          counts_.bytes += bytes;
+          OnTransferCounts.Emit(counts_);
+        });
     return crawler->Crawl(task, TemplateHttpClient, SaveAsTemplate);
   });
 }

@@ -34,6 +34,9 @@ class ICrawlAgent {
                               const FileSaverPtr& SaveAsTemplate) = 0;
   Signal<long, long> OnProgressChange;
   Signal<const std::string&, bool&> OnStatusChange;
+  // (doc_id, copy_completion_code, saved, bytes) after each row's outcome, as
+  // `AdvancedDownloadMgr::OnRowOutcome`.
+  Signal<const std::string&, const std::string&, bool, long long> OnRowOutcome;
 };
 
 // How a run's downloads stand, for a host's display.

@@ -85,6 +85,11 @@ class UriList : public Object {
   // Reports under
   // "UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)".
   void WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const;
+  // Forgets which links are unsaved (a caller that stored them itself).
+  void ClearUnsaved() {
+    unsaved_.clear();
+    unsaved_index_.clear();
+  }
   // Every item and the unsaved ones, each as (key, item) in order.
   const std::vector<std::pair<std::string, UriListItemPtr>>& RawDictionary() const {
     return items_;

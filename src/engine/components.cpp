@@ -11,7 +11,15 @@ DownloadMgrFactory& DownloadMgrSlot() {
   static DownloadMgrFactory factory;
   return factory;
 }
+CrawlerFactory& CrawlerSlot() {
+  static CrawlerFactory factory;
+  return factory;
+}
 }  // namespace
+
+void RegisterCrawlerFactory(CrawlerFactory factory) { CrawlerSlot() = std::move(factory); }
+
+ObjectPtr CreateCrawler() { return CrawlerSlot() ? CrawlerSlot()() : nullptr; }
 
 void RegisterDocPluginFactory(DocPluginFactory factory) { DocPluginSlot() = std::move(factory); }
 void RegisterDownloadMgrFactory(DownloadMgrFactory factory) {

@@ -18,14 +18,20 @@ namespace gw {
 
 using DocPluginFactory = std::function<DocPluginPtr()>;
 using DownloadMgrFactory = std::function<DownloadMgrPtr()>;
+// A task's crawler (acquisition layer); it implements `ISerializable` for the task's text form.
+using CrawlerFactory = std::function<ObjectPtr()>;
 
 // An empty function removes the factory.
 void RegisterDocPluginFactory(DocPluginFactory factory);
 void RegisterDownloadMgrFactory(DownloadMgrFactory factory);
+void RegisterCrawlerFactory(CrawlerFactory factory);
 
 // A new document plug-in (the HTML one); fails with 429 when no factory is registered.
 DocPluginPtr CreateDocPlugin();
 // A new download manager; fails with 429 when no factory is registered.
 DownloadMgrPtr CreateDownloadMgr();
+// A new crawler; null when no factory is registered (a task then keeps its crawler's text as
+// read).
+ObjectPtr CreateCrawler();
 
 }  // namespace gw

@@ -14,6 +14,7 @@
 #include "platform/event_loop.h"
 #include "platform/text.h"
 #include "rules/package_data_access.h"
+#include "rules/run_resume.h"
 #include "rules/stored_row.h"
 
 namespace gw {
@@ -126,8 +127,14 @@ std::string Job::Execute(const std::string& Uri, const std::string& SourceText) 
     session.emplace();
     is_instance_ = true;
     owns_run_row_ = false;
-    start_time_ = DateTime::Now();
-    start_time_ = DJob().AddInstance(job_id_, start_time_);
+    if (resume_from_.IsEmpty()) {
+      start_time_ = DJob().AddInstance(job_id_, DateTime::Now());
+    } else {
+      // A resumed run goes on in its own row: the same start time, no new row.
+      start_time_ = resume_from_;
+      resume_from_ = DateTime();
+      Save();
+    }
     owns_run_row_ = true;
     OnJobExecuteBegin.Emit(job_id_, start_time_);
     auto meta = Metadata();
@@ -178,8 +185,16 @@ std::string Job::Execute(const std::string& Uri, const std::string& SourceText) 
   throw *failure;
 }
 
+std::string Job::Resume(const DateTime& StartTime) {
+  resume_from_ = StartTime;
+  resuming_run_ = true;
+  return Execute();
+}
+
 void Job::RunTasks(const std::string& Uri, const std::string& SourceText, bool& flgCancel) {
   HttpClientPtr session;  // the one session of the run, handed from task to task
+  bool resuming = resuming_run_;
+  resuming_run_ = false;
   auto meta = Metadata();
   const long count = GetTasks().Count();
   for (long i = 1; i <= count; ++i) {
@@ -188,6 +203,19 @@ void Job::RunTasks(const std::string& Uri, const std::string& SourceText, bool& 
     // A task run again by a goto keeps its first entry.
     if (!meta->GetMetaTasks().Find(task->TaskId())) {
       meta->GetMetaTasks().Add(task->Metadata(), meta);
+    }
+    if (resuming) {
+      const TaskRunState state = D_RunResume().TaskState(task->TaskId(), job_id_, start_time_);
+      if (state == TaskRunState::kFinished) {
+        OnStatusChange.Emit("Task already complete: " + task->TaskName(), flgCancel);
+        if (flgCancel) return;
+        continue;
+      }
+      // Once a task goes on from where the run stood, the tasks after it run as usual.
+      if (state == TaskRunState::kUnfinished) {
+        task->SetResuming(true);
+        resuming = false;
+      }
     }
     if (task->TaskType() == TaskTypes::GotoTask) {
       DocSource& target = *task->GetDocSources().Item(1);

@@ -74,6 +74,12 @@ class Job : public Object {
   // (completion time and code), raises its description as a status and OnJobExecuteComplete,
   // and goes on to the caller with its number intact under "Job.Execute(URI,SourceText)".
   std::string Execute(const std::string& Uri = {}, const std::string& SourceText = {});
+  // Goes on with the unfinished run that began at `StartTime` instead of starting a new one: the
+  // run keeps its row, start time and history; tasks whose row in it has a completion time are
+  // passed over (status "Task already complete: <name>"), the unfinished one goes on from its
+  // open rows without queueing its documents again (`Task::SetResuming`), and the tasks after it
+  // run as usual. Otherwise as `Execute`.
+  std::string Resume(const DateTime& StartTime);
 
   // Reads the definition: failure 0xAAA25B3B when there is no row, 0xAAA25B3C when there are
   // several; columns are taken only when not null. `DeepLoad` also loads every task and its
@@ -169,6 +175,8 @@ class Job : public Object {
   bool owns_run_row_ = false;
   std::unique_ptr<Tasks> tasks_;
   std::shared_ptr<MetaJob> metadata_;
+  DateTime resume_from_;  // the start time of the run `Resume` goes on with
+  bool resuming_run_ = false;
   TaskPtr executing_task_;
   std::vector<ScopedConnection> executing_task_events_;
 };

@@ -194,8 +194,11 @@ std::string Task::Serialize() {
     XmlSerializer serializer;
     serializer.SetIgnoreList(kTaskIgnoreList);
     std::string text = FrameObjectText(kTaskFrame, serializer.Serialize(*this));
-    // The crawler writes its own text once it exists; until then what was read is written back.
-    text += FrameObjectText(kCrawlerFrame, crawler_piece_);
+    // The crawler writes its own text; without a registered crawler what was read goes back.
+    const ObjectPtr& crawler = CrawlerAgent();
+    auto* serializable = dynamic_cast<ISerializable*>(crawler.get());
+    text +=
+        FrameObjectText(kCrawlerFrame, serializable ? serializable->Serialize() : crawler_piece_);
     text += FrameObjectText(kHttpClientFrame, TemplateHttpClient()->Serialize());
     text += FrameObjectText(kFileSaverFrame, SaveAsTemplate()->Serialize());
     return text;
@@ -208,11 +211,30 @@ void Task::Deserialize(std::string_view xml) {
     std::string saver = UnframeObjectText(xml, kFileSaverFrame);
     std::string client = UnframeObjectText(xml, kHttpClientFrame);
     const std::string task = UnframeObjectText(xml, kTaskFrame);
-    if (!crawler.empty()) crawler_piece_ = std::move(crawler);
+    if (!crawler.empty()) {
+      auto* serializable = dynamic_cast<ISerializable*>(crawler_agent_.get());
+      if (serializable) {
+        serializable->Deserialize(crawler);
+      } else {
+        crawler_piece_ = std::move(crawler);  // read into the crawler when it is made
+      }
+    }
     if (!saver.empty()) SaveAsTemplate()->Deserialize(saver);
     if (!client.empty()) TemplateHttpClient()->Deserialize(client);
     if (!task.empty()) XmlSerializer().Deserialize(*this, task);
   });
+}
+
+const ObjectPtr& Task::CrawlerAgent() {
+  if (!crawler_agent_) {
+    crawler_agent_ = CreateCrawler();
+    auto* serializable = dynamic_cast<ISerializable*>(crawler_agent_.get());
+    if (serializable && !crawler_piece_.empty()) {
+      serializable->Deserialize(crawler_piece_);
+      crawler_piece_.clear();
+    }
+  }
+  return crawler_agent_;
 }
 
 void Task::SetJob(const std::shared_ptr<Job>& job) {
@@ -405,7 +427,11 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
     Uri = Settings().GetOption("StringFileCreatePath").ToText() + CGUIDGen::NewGUID() + ".txt";
     WriteUnicodeTextFile(Uri, SourceText);
   }
-  if (!Uri.empty()) {
+  const bool resuming = resuming_;
+  resuming_ = false;
+  if (resuming) {
+    // The rows of this run were queued by the run that is resumed.
+  } else if (!Uri.empty()) {
     // An ad hoc source, neither saved nor added: the task's own sources sit this run out.
     auto source = DocSource::Create();
     source->SetTask(Self());
@@ -416,7 +442,7 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
   } else if (IsDownloadingKind(task_type_)) {
     GetDocSources().CreateDocList(job->JobId(), TaskId(), job->StartTime());
   }
-  if (clear_root_folder_before_download_) {
+  if (clear_root_folder_before_download_ && !resuming) {
     try {
       SaveAsTemplate()->ClearRootFolder();
     } catch (const Error&) {

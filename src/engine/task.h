@@ -5,8 +5,9 @@
 // to four framed pieces (infra/object_frame.h): "[!TSK!]" the object XML of the task (the
 // properties without columns of their own) "[iTSKi]", then "[!CRL!]" its crawler, "[!HTP!]" its
 // template HTTP client and "[!FIL!]" its file saver, each framed the same way and each the
-// object's own text form. The crawler does not exist yet: its piece is kept as read and written
-// back unchanged.
+// object's own text form. The crawler is made on first read through the component registry
+// (engine/components.h); without a registered crawler its piece is kept as read and written back
+// unchanged.
 //
 // The run (`Execute`) queues the documents of the task's sources, has the download manager fetch
 // them, and for an extracting task creates the target tables and runs the datapage over every
@@ -201,9 +202,13 @@ class Task : public Object, public ISerializable {
   // How and where downloaded files are written; made (empty) on first read.
   const FileSaverPtr& SaveAsTemplate();
   void SetSaveAsTemplate(FileSaverPtr v) { save_as_template_ = std::move(v); }
-  // The crawler. Its class does not exist yet: null unless set.
-  const ObjectPtr& CrawlerAgent() const { return crawler_agent_; }
-  void SetCrawlerAgent(ObjectPtr v) { crawler_agent_ = std::move(v); }
+  // The crawler; made on first read (`CreateCrawler`) with the crawler piece of the stored text.
+  // Null only when no crawler is registered.
+  const ObjectPtr& CrawlerAgent();
+  void SetCrawlerAgent(ObjectPtr v) {
+    crawler_agent_ = std::move(v);
+    crawler_piece_.clear();
+  }
   // The session template of the task's downloads; made (a new client) on first read.
   const HttpClientPtr& TemplateHttpClient();
   void SetTemplateHttpClient(HttpClientPtr v) { template_http_client_ = std::move(v); }
@@ -231,6 +236,10 @@ class Task : public Object, public ISerializable {
   friend class Tasks;
   void SetJob(const std::shared_ptr<Job>& job);
   void SetIsDirty(bool v) { is_dirty_ = v; }
+  // The next `Execute` goes on with this task's part of an unfinished run (the package's start
+  // time is that run's): its documents are queued and its root folder cleared already, so neither
+  // happens again, and the downloads or the crawl go on from the open rows. Cleared by `Execute`.
+  void SetResuming(bool v) { resuming_ = v; }
   Task();
   void Touch() { is_dirty_ = true; }
   std::shared_ptr<Task> Self() { return std::static_pointer_cast<Task>(shared_from_this()); }
@@ -263,6 +272,7 @@ class Task : public Object, public ISerializable {
   bool clear_table_before_extraction_ = false;
   bool clear_root_folder_before_download_ = false;
   bool is_disabled_ = false;
+  bool resuming_ = false;
   bool save_error_pages_ = false;
   bool disable_local_file_copy_ = false;
   std::int16_t do_validation_ = 1;

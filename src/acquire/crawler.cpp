@@ -1,0 +1,366 @@
+#include "acquire/crawler.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+#include <unordered_map>
+
+#include "acquire/advanced_download_mgr.h"
+#include "acquire/web_page.h"
+#include "engine/job.h"
+#include "engine/task.h"
+#include "infra/object_frame.h"
+#include "platform/document_file.h"
+#include "platform/event_loop.h"
+#include "platform/paths.h"
+#include "platform/property_table.h"
+#include "platform/text.h"
+#include "rules/crawl_queue.h"
+#include "rules/package_data_access.h"
+#include "rules/rules_transaction.h"
+
+namespace gw {
+
+namespace {
+
+constexpr const char* kCrawlerFrame = "CR";
+constexpr const char* kRulesetFrame = "RS";
+constexpr const char* kCrawlLogName = "Crawler.Crawl(tsk,TemplateHttpClient,SaveAsTemplate)";
+
+std::string TextOf(db::Recordset& rs, const char* column) {
+  const Variant& v = rs[column].Value();
+  return v.IsEmptyOrNull() ? std::string() : v.ToText();
+}
+
+// The files a crawl saved whose rows may not be written yet. The download manager commits row
+// outcomes in batches, so a process killed between a file's save and the commit would leave the
+// row open and the page would be fetched and saved a second time; the journal, one line per
+// saved file appended at once, lets the next crawl of the run give those rows their outcome
+// instead. It lives below $GLEANWRIGHT_HOME/crawl-journals and goes when a crawl ends normally.
+class SaveJournal {
+ public:
+  SaveJournal(const std::string& job_id, const std::string& task_id, const DateTime& start) {
+    std::string stamp;
+    for (const char c : start.ToIsoText()) {
+      if (c >= '0' && c <= '9') stamp += c;
+    }
+    path_ = HomeDir() / "crawl-journals" / (job_id + "_" + task_id + "_" + stamp + ".txt");
+  }
+  ~SaveJournal() {
+    if (fd_ >= 0) ::close(fd_);
+  }
+  SaveJournal(const SaveJournal&) = delete;
+  SaveJournal& operator=(const SaveJournal&) = delete;
+
+  struct Entry {
+    std::string code;
+    std::string file;
+  };
+  // What an earlier crawl of the run journaled, by document id; a line cut short is left out.
+  std::unordered_map<std::string, Entry> Read() const {
+    std::unordered_map<std::string, Entry> entries;
+    std::ifstream in(path_, std::ios::binary);
+    std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    std::size_t begin = 0;
+    for (std::size_t end; (end = all.find('\n', begin)) != std::string::npos; begin = end + 1) {
+      const std::string line = all.substr(begin, end - begin);
+      const std::size_t a = line.find('\t');
+      const std::size_t b = a == std::string::npos ? a : line.find('\t', a + 1);
+      if (b == std::string::npos) continue;
+      entries[line.substr(0, a)] = {line.substr(a + 1, b - a - 1), line.substr(b + 1)};
+    }
+    return entries;
+  }
+  void Append(const std::string& doc_id, const std::string& file, const std::string& code) {
+    if (fd_ < 0) {
+      std::error_code ec;
+      std::filesystem::create_directories(path_.parent_path(), ec);
+      fd_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+      if (fd_ < 0) return;  // without a journal a killed crawl may fetch a page twice
+    }
+    const std::string line = doc_id + "\t" + code + "\t" + file + "\n";
+    [[maybe_unused]] const auto written = ::write(fd_, line.data(), line.size());
+  }
+  void Remove() {
+    if (fd_ >= 0) ::close(fd_);
+    fd_ = -1;
+    std::error_code ec;
+    std::filesystem::remove(path_, ec);
+  }
+
+ private:
+  std::filesystem::path path_;
+  int fd_ = -1;
+};
+
+// Gives the open rows whose files the journal names their outcome, in one transaction.
+void RecoverSavedRows(const SaveJournal& journal, const std::string& job_id,
+                      const std::string& task_id, const DateTime& job_start) {
+  const auto entries = journal.Read();
+  if (entries.empty()) return;
+  RulesTransaction transaction;
+  auto rows = D_DownloadMgr().GetNonDownloadedFiles(job_id, task_id, job_start);
+  if (rows->RecordCount() > 0) rows->MoveFirst();
+  for (; !rows->IsEOF(); rows->MoveNext()) {
+    const auto found = entries.find(TextOf(*rows, "doc_id"));
+    std::error_code ec;
+    if (found == entries.end() || !std::filesystem::is_regular_file(found->second.file, ec)) {
+      continue;
+    }
+    const Variant& tries = (*rows)["copy_try_count"].Value();
+    (*rows)["copy_completion_code"].SetValue(Variant(found->second.code));
+    (*rows)["temp_uri"].SetValue(Variant(found->second.file));
+    (*rows)["copy_completion_time"].SetValue(Variant(DateTime::Now()));
+    (*rows)["copy_try_count"].SetValue(
+        Variant(static_cast<std::int32_t>((tries.IsEmptyOrNull() ? 0 : tries.ToLong()) + 1)));
+    rows->Update();
+  }
+  transaction.Commit();
+}
+
+}  // namespace
+
+const PropertyTable* Crawler::GetPropertyTable() const {
+  static const PropertyTable table =
+      PropertyTableBuilder<Crawler>("Crawler")
+          .Value("EmailOutputPath", &Crawler::EmailOutputPath, &Crawler::SetEmailOutputPath)
+          .Value("MaxDepth", &Crawler::MaxDepth, &Crawler::SetMaxDepth)
+          .Value("MaxDocCount", &Crawler::MaxDocCount, &Crawler::SetMaxDocCount)
+          .Child("Ruleset", [](const Crawler& c) { return c.ruleset_; })
+          .Value("AreRulesInclusive", &Crawler::AreRulesInclusive, &Crawler::SetAreRulesInclusive)
+          .Build();
+  return &table;
+}
+
+const UriRulesetPtr& Crawler::Ruleset() {
+  if (!ruleset_) ruleset_ = UriRuleset::Create();
+  return ruleset_;
+}
+
+void Crawler::RelayStatus(const std::string& status, bool& cancel) {
+  OnStatusChange.Emit(status + "  Crawl Depth:  " + std::to_string(depth_), cancel);
+  cancel_ = cancel_ || cancel;
+}
+
+HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
+                             const HttpClientPtr& TemplateHttpClient,
+                             const FileSaverPtr& SaveAsTemplate) {
+  return ReportAs(kCrawlLogName, [&] {
+    if (!tsk) ThrowObjectNotSet("Crawler.Crawl");
+    cancel_ = false;
+    const auto job = tsk->GetJob();
+    const std::string job_id = job->JobId();
+    const std::string task_id = tsk->TaskId();
+    const DateTime job_start = job->StartTime();
+    const FileSaverPtr saver = SaveAsTemplate ? SaveAsTemplate : FileSaver::Create();
+    HttpClientPtr client = TemplateHttpClient ? TemplateHttpClient : web::HttpClient::Create();
+    const auto politeness = politeness_ ? politeness_ : std::make_shared<Politeness>();
+    const UriRuleset& rules = *Ruleset();
+
+    D_CrawlQueue queue;
+    D_DownloadMgr store;
+    UriList pages_seen;
+    UriList links;  // every address of the run; the unsaved ones are this round's new links
+    UriList emails;
+    // A crawl of a run that has begun before goes on where it stands.
+    SaveJournal journal(job_id, task_id, job_start);
+    RecoverSavedRows(journal, job_id, task_id, job_start);
+    const CrawlRunState state = queue.GetRunState(job_id, task_id, job_start);
+    depth_ = state.depth;
+    const long read_before = state.processed;
+    for (const std::string& address : queue.GetRunAddresses(job_id, task_id, job_start)) {
+      try {
+        links.Add(web::Uri(address));
+      } catch (const Error&) {
+        // An address that does not parse was queued from a source; it is known by its text.
+      }
+    }
+    const auto limit_met = [&] {
+      return (max_depth_ > 0 && depth_ >= max_depth_) ||
+             (max_doc_count_ > 0 && read_before + pages_seen.Count() >= max_doc_count_) || cancel_;
+    };
+
+    for (;;) {
+      auto rows = store.GetNonDownloadedFiles(job_id, task_id, job_start);
+      if (cancel_) break;
+      const bool downloading = rows->RecordCount() > 0;
+      if (downloading) {
+        auto pass = AdvancedDownloadMgr::Create();
+        pass->SetPoliteness(politeness);
+        const ScopedConnection status = pass->OnStatusChange.Connect(
+            [this](const std::string& s, bool& cancel) { RelayStatus(s, cancel); });
+        const ScopedConnection progress = pass->OnProgressChange.Connect(
+            [this](long change, long max) { OnProgressChange.Emit(change, max); });
+        const ScopedConnection saved = pass->OnFileSaved.Connect(
+            [&journal](const std::string& id, const std::string& file, const std::string& code) {
+              journal.Append(id, file, code);
+            });
+        const ScopedConnection outcome = pass->OnRowOutcome.Connect(
+            [this](const std::string& id, const std::string& code, bool saved, long long bytes) {
+              OnRowOutcome.Emit(id, code, saved, bytes);
+            });
+        rows->MoveFirst();
+        client = pass->DownloadFiles(*rows, saver, client, "GET", tsk->SaveErrorPages());
+      }
+      rows.reset();
+      if (limit_met()) {
+        if (cancel_ || !downloading) break;
+        continue;  // the last level is fetched (and retried) but yields no links
+      }
+
+      auto docs = queue.GetUnreadDocs(job_id, task_id, job_start);
+      const long doc_count = docs->RecordCount();
+      if (doc_count == 0) {
+        if (!downloading) break;
+        continue;  // nothing fetched this round: no level was read
+      }
+      ++depth_;
+      std::vector<std::string> read_ids;
+      read_ids.reserve(static_cast<std::size_t>(doc_count));
+      const std::string relative = client->StaticRelativeUrlString();
+      for (docs->MoveFirst(); !docs->IsEOF(); docs->MoveNext()) {
+        const std::string source = TextOf(*docs, "uri");
+        bool cancel = false;
+        OnStatusChange.Emit("Extracting links from " + source, cancel);
+        DoEvents();
+        cancel_ = cancel_ || cancel;
+        if (cancel_) break;
+        std::string kind = source;
+        const web::ResourceType type = DownloadMgr::DetermineResourceType(kind);
+        // An absolute path is what a drive letter is elsewhere: a local file.
+        const bool local = type == web::ResourceType::FileSystem ||
+                           (type == web::ResourceType::Unknown && kind.starts_with("/"));
+        std::string address = source;
+        if (local && !relative.empty()) {
+          address = relative;
+        } else if (local && !text::StartsWithNoCase(source, "file:")) {
+          address = FileAddress(std::filesystem::absolute(source).string());
+        }
+        try {
+          auto page = WebPage::Create();
+          page->RegExHrefs(TextOf(*docs, "temp_uri"), address);
+          pages_seen.Add(page->url());
+          if (page->HttpLinks().Count() > 0) {
+            links.MergeTo(*page->HttpLinks().DivideByRuleset(rules, are_rules_inclusive_));
+          }
+          emails.MergeTo(page->EmailLinks());
+        } catch (const Error& failure) {
+          // The page costs only itself: it is marked read, so it is not read again.
+          Error e = failure;
+          e.AddCallStackLine(kCrawlLogName);
+          bool ignored = false;
+          OnStatusChange.Emit(e.Description(), ignored);
+        }
+        OnProgressChange.Emit(1, doc_count * 2);
+        if (max_doc_count_ > 0 && read_before + pages_seen.Count() >= max_doc_count_) break;
+        read_ids.push_back(TextOf(*docs, "doc_id"));
+      }
+      docs.reset();
+
+      std::vector<CrawlLink> found;
+      found.reserve(links.RawUnsavedDictionary().size());
+      for (const auto& entry : links.RawUnsavedDictionary()) {
+        found.push_back({entry.second->url(), static_cast<std::int16_t>(depth_)});
+      }
+      queue.SaveRound(job_id, task_id, job_start, read_ids, found);
+      links.ClearUnsaved();
+      if (!email_output_path_.empty()) emails.WriteToFile(email_output_path_, true, true);
+    }
+    // Every outcome is committed once the passes are over.
+    journal.Remove();
+    return client;
+  });
+}
+
+std::string Crawler::Serialize() {
+  return ReportAs("Crawler.ISerializable_Serialize", [&] {
+    XmlSerializer serializer;
+    serializer.SetIgnoreList("Crawler.Ruleset");
+    return FrameObjectText(kCrawlerFrame, serializer.Serialize(*this)) +
+           FrameObjectText(kRulesetFrame, Ruleset()->Serialize());
+  });
+}
+
+void Crawler::Deserialize(std::string_view xml) {
+  ReportAs("Crawler.ISerializable_Deserialize(xml)", [&] {
+    const std::string crawler = UnframeObjectText(xml, kCrawlerFrame);
+    const std::string rules = UnframeObjectText(xml, kRulesetFrame);
+    if (!rules.empty()) {
+      auto ruleset = UriRuleset::Create();  // a ruleset's text adds to its rules
+      ruleset->Deserialize(rules);
+      ruleset_ = std::move(ruleset);
+    }
+    if (!crawler.empty()) {
+      XmlSerializer serializer;
+      serializer.SetIgnoreList("Crawler.Ruleset");
+      serializer.Deserialize(*this, crawler);
+    }
+  });
+}
+
+UriListPtr Crawler::GetAllLinksFromHTML(const html::Document& html,
+                                        const std::string& RelativeUrl) {
+  return ReportAs("Crawler.GetAllLinksFromHTML(html,RelativeUrl)", [&] {
+    const web::Uri base(RelativeUrl);
+    auto list = UriList::Create();
+    for (const html::Element& link : html.links()) {
+      const std::optional<std::string> href = link.getAttribute("href");
+      if (!href) continue;
+      try {
+        const web::Uri u(*href, &base);
+        if (!list->Exists(u)) list->Add(u);
+      } catch (const Error&) {
+        // an href that does not resolve is no link
+      }
+    }
+    return list;
+  });
+}
+
+std::shared_ptr<const html::Document> Crawler::ParseHtml(const std::string& path) {
+  return ReportAs("Crawler.ParseHtml(path)", [&] {
+    // The tree is built on a thread of its own while this one yields to the host; a tree that
+    // comes too late is dropped by that thread when it is done.
+    struct Parse {
+      std::mutex mutex;
+      std::shared_ptr<const html::Document> document;
+      std::optional<Error> failure;
+      std::atomic<bool> done{false};
+    };
+    auto parse = std::make_shared<Parse>();
+    std::thread([parse, path] {
+      try {
+        DocumentFile file = ReadDocumentFile(path, "Crawler.ParseHtml");
+        auto document = html::Document::Parse(std::move(file.text), path);
+        std::lock_guard lock(parse->mutex);
+        parse->document = std::move(document);
+      } catch (const Error& e) {
+        std::lock_guard lock(parse->mutex);
+        parse->failure = e;
+      } catch (const std::exception& e) {
+        std::lock_guard lock(parse->mutex);
+        parse->failure = Error(errnum::kProviderError, "Crawler.ParseHtml", e.what());
+      }
+      parse->done = true;
+    }).detach();
+    const auto deadline = std::chrono::steady_clock::now() + parse_timeout_;
+    while (!parse->done) {
+      if (std::chrono::steady_clock::now() >= deadline) {
+        throw Error(errnum::kParseHtmlTimeout, "Crawler.CHTMLPlugin",
+                    "Timeout occurred trying to open the document " + path + ".");
+      }
+      DoEvents();
+      std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    std::lock_guard lock(parse->mutex);
+    if (parse->failure) throw *parse->failure;
+    return parse->document;
+  });
+}
+
+}  // namespace gw
