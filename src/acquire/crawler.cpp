@@ -351,7 +351,7 @@ std::shared_ptr<const html::Document> Crawler::ParseHtml(const std::string& path
     const auto deadline = std::chrono::steady_clock::now() + parse_timeout_;
     while (!parse->done) {
       if (std::chrono::steady_clock::now() >= deadline) {
-        throw Error(errnum::kParseHtmlTimeout, "Crawler.CHTMLPlugin",
+        throw Error(acquireerr::kParseHtmlTimeout, "Crawler.CHTMLPlugin",
                     "Timeout occurred trying to open the document " + path + ".");
       }
       DoEvents();

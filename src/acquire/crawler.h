@@ -39,6 +39,7 @@
 #include <string>
 
 #include "acquire/download_mgr.h"
+#include "acquire/failures.h"
 #include "acquire/politeness.h"
 #include "acquire/uri_list.h"
 #include "acquire/uri_rules.h"
@@ -47,11 +48,6 @@
 #include "platform/html/document.h"
 
 namespace gw {
-
-namespace errnum {
-// The document of `ParseHtml` did not become ready in time.
-inline constexpr ErrorNumber kParseHtmlTimeout = 0x2ACC729F;
-}  // namespace errnum
 
 class Crawler : public Object, public ICrawlAgent, public ISerializable {
  public:
@@ -90,7 +86,7 @@ class Crawler : public Object, public ICrawlAgent, public ISerializable {
   static UriListPtr GetAllLinksFromHTML(const html::Document& html, const std::string& RelativeUrl);
   // Reads the file at `path` into a document tree, yielding to the host while it is built. A
   // document not ready within the time-out (five minutes unless set) fails with
-  // `kParseHtmlTimeout`, source "Crawler.CHTMLPlugin".
+  // `acquireerr::kParseHtmlTimeout`, source "Crawler.CHTMLPlugin".
   std::shared_ptr<const html::Document> ParseHtml(const std::string& path);
   void SetParseTimeout(std::chrono::milliseconds t) { parse_timeout_ = t; }
   // The rounds of link reading done.

@@ -12,4 +12,7 @@ inline constexpr ErrorNumber kInvalidUriOperator = 0x84ED63F5;
 // `AdvancedDownloadMgr`: "Waited <n> seconds for an agent to become available, but timed out."
 inline constexpr ErrorNumber kNoAgentAvailable = 0x850660C1;
 
+// `Crawler.ParseHtml`: "Timeout occurred trying to open the document <path>."
+inline constexpr ErrorNumber kParseHtmlTimeout = 0x2ACC729F;
+
 }  // namespace gw::acquireerr

@@ -120,7 +120,7 @@ TEST(CrawlerTest, ParseHtmlReadsAFileOrTimesOut) {
     crawler->ParseHtml((dir / "big.htm").string());
     ADD_FAILURE() << "no time-out";
   } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kParseHtmlTimeout);
+    EXPECT_EQ(e.Number(), acquireerr::kParseHtmlTimeout);
     EXPECT_EQ(e.Source(), "Crawler.CHTMLPlugin");
     EXPECT_EQ(e.Description(),
               "Timeout occurred trying to open the document " + (dir / "big.htm").string() + ".");

@@ -6,7 +6,9 @@
 #include <filesystem>
 #include <map>
 
+#include "acquire/components.h"
 #include "design/html_plugin.h"
+#include "engine/components.h"
 #include "engine/doc.h"
 #include "engine/run_fixture.h"
 #include "meta/meta_job.h"
@@ -375,7 +377,12 @@ TEST_F(TaskRunTest, ATaskWithoutADatapageDownloadsOnceValidated) {
   EXPECT_EQ(loaded->TaskType(), TaskTypes::DownloadOnly);
 }
 
-TEST_F(TaskRunTest, ACrawlIsRecordedAsNotAvailableAndTheRunGoesOn) {
+TEST_F(TaskRunTest, WithoutACrawlerACrawlIsRecordedAsNotAvailableAndTheRunGoesOn) {
+  // A host that registers no crawler.
+  RegisterCrawlerFactory({});
+  struct Restore {
+    ~Restore() { RegisterAcquireComponents(); }
+  } restore;
   WriteFile(docs_ / "start.htm", "<a href=next.htm>next</a>");
   job_ = NewJob("Crawl");
   auto task = AddTask(job_, "Crawl", 1, TaskTypes::CrawlOnly);

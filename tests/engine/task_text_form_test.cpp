@@ -1,6 +1,7 @@
 // The text form in which a task keeps its settings.
 #include <gtest/gtest.h>
 
+#include "acquire/crawler.h"
 #include "engine/run_fixture.h"
 #include "rules/package_data_access.h"
 
@@ -22,8 +23,8 @@ TEST_F(TaskTextFormTest, FourFramedPiecesWithTheTaskXmlFirst) {
   ASSERT_EQ(text.rfind("[!TSK!]<Task Object=\"True\">", 0), 0u) << text;
   const std::size_t end = text.find("[iTSKi]");
   ASSERT_NE(end, std::string::npos);
-  // The client and the saver write their own texts; the crawler's piece is kept as read.
-  EXPECT_EQ(text.substr(end), "[iTSKi][!CRL!][iCRLi][!HTP!]" +
+  // The crawler, the client and the saver write their own texts.
+  EXPECT_EQ(text.substr(end), "[iTSKi][!CRL!]" + Crawler::Create()->Serialize() + "[iCRLi][!HTP!]" +
                                   web::HttpClient::Create()->Serialize() + "[iHTPi][!FIL!]" +
                                   FileSaver::Create()->Serialize() + "[iFILi]");
   const std::string xml = text.substr(0, end);
@@ -94,6 +95,9 @@ TEST_F(TaskTextFormTest, PiecesComeOutInAnyOrderAndUnknownOnesAreKept) {
   EXPECT_EQ(task->DoValidation(), -1);
 
   // A stored text whose saver and client pieces came first, and whose crawler piece is not empty.
+  auto crawler = Crawler::Create();
+  crawler->SetMaxDepth(4);
+  const std::string crawler_text = crawler->Serialize();
   auto client = web::HttpClient::Create();
   client->SetUserAgent("Agent/7");
   const std::string client_text = client->Serialize();
@@ -103,13 +107,14 @@ TEST_F(TaskTextFormTest, PiecesComeOutInAnyOrderAndUnknownOnesAreKept) {
       client_text +
       "[iHTPi]"
       "[!TSK!]<Task Object=\"True\"><IsDisabled>True</IsDisabled><TaskType>4</TaskType></Task>"
-      "[iTSKi][!CRL!]crawler[iCRLi]");
+      "[iTSKi][!CRL!]" +
+      crawler_text + "[iCRLi]");
   EXPECT_TRUE(task->IsDisabled());
   EXPECT_EQ(task->TaskType(), TaskTypes::CmdLine);
   EXPECT_EQ(task->SaveAsTemplate()->RootFolder(), "/data");
   EXPECT_EQ(task->TemplateHttpClient()->UserAgent(), "Agent/7");
   const std::string text = task->Serialize();
-  EXPECT_NE(text.find("[!CRL!]crawler[iCRLi][!HTP!]" + client_text +
+  EXPECT_NE(text.find("[!CRL!]" + crawler_text + "[iCRLi][!HTP!]" + client_text +
                       "[iHTPi][!FIL!]<FileSaver><DocFolder value=\"\"/><FileName value=\"\"/>"
                       "<JobFolder value=\"\"/><RootFolder value=\"/data\"/><TaskFolder "
                       "value=\"\"/></FileSaver>[iFILi]"),
