@@ -24,6 +24,7 @@
 #include "platform/text.h"
 #include "rules/c_disconn_rs.h"
 #include "rules/connection_string.h"
+#include "rules/package_data_access.h"
 #include "run_package.h"
 #include "web/uri.h"
 
@@ -149,7 +150,7 @@ JobPtr BuildPackage(const CrawlOptions& o, const std::string& name) {
                       "'gleanwright close-instances " +
                       id + "' first.");
     }
-    job->DeleteAllTasks();
+    DJob().DeleteAllTasks(id);
     job->Load(id);
   } catch (const Error& e) {
     if (e.Number() != engineerr::kNoSuchJob) throw;
