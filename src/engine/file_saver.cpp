@@ -407,11 +407,33 @@ std::string FileSaver::GetCreateableFileName(const std::string& folder,
   // The folder as the file system names it: without its final "/" ("" for the root).
   const std::string dir = folder.ends_with('/') ? folder.substr(0, folder.size() - 1) : folder;
   const std::string prefix = dir + "/";
-  std::string number;
-  for (long counter = 1;; ++counter) {
-    std::string candidate = prefix + TrimFile(dir, base, number, extension);
-    if (!Exists(candidate)) return candidate;
-    number = "(" + std::to_string(counter) + ")";
+  const auto numbered = [](long n) {
+    return n == 0 ? std::string() : "(" + std::to_string(n) + ")";
+  };
+  // Saving many files under one name would probe every earlier number on each save: go on after
+  // the number found taken last time, while that name and the plain name are both still there.
+  const std::string key = prefix + filename;
+  long counter = 0;
+  if (const auto last = last_taken_.find(key); last != last_taken_.end()) {
+    const bool shortened = shortened_;
+    std::string plain = base, previous = base;
+    if (Exists(prefix + TrimFile(dir, plain, "", extension)) &&
+        Exists(prefix + TrimFile(dir, previous, numbered(last->second), extension))) {
+      counter = last->second + 1;
+    }
+    shortened_ = shortened;
+  }
+  for (;; ++counter) {
+    std::string candidate = prefix + TrimFile(dir, base, numbered(counter), extension);
+    if (Exists(candidate)) continue;
+    if (counter > 0) {
+      // Only names that were taken are remembered, and not without bound.
+      if (last_taken_.size() >= kMaxRememberedNames) last_taken_.clear();
+      last_taken_[key] = counter - 1;
+    } else {
+      last_taken_.erase(key);
+    }
+    return candidate;
   }
 }
 
@@ -522,6 +544,7 @@ void FileSaver::ClearRootFolder() {
                   "The root of the file system is never cleared.");
     }
     for (const auto& entry : fs::directory_iterator(folder)) fs::remove_all(entry.path());
+    last_taken_.clear();
   });
 }
 

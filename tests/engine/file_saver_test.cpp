@@ -150,6 +150,31 @@ TEST_F(FileSaverTest, SavingNeverOverwrites) {
       << "no temporary file is left";
 }
 
+TEST_F(FileSaverTest, TheNextFreeNumberFollowsTheFilesThatAreThere) {
+  saver_->SetFileName("x.htm");
+  const std::string r = root_.Path().string() + "/";
+  for (int i = 0; i < 4; ++i) saver_->SaveBytes("a");
+  // Another writer took the next number: it is skipped.
+  WriteFile(r + "x(4).htm", "other");
+  EXPECT_EQ(saver_->SaveBytes("b"), r + "x(5).htm");
+  EXPECT_EQ(ReadFile(r + "x(5).htm"), "b");
+  // The files went (by hand, not by ClearRootFolder): numbering starts again at the plain name.
+  for (const auto& entry : fs::directory_iterator(root_.Path())) fs::remove(entry.path());
+  EXPECT_EQ(saver_->SaveBytes("c"), r + "x.htm");
+  EXPECT_EQ(saver_->SaveBytes("d"), r + "x(1).htm");
+  // Only the numbered files went: the plain name is taken, (1) is free again.
+  saver_->SaveBytes("e");
+  fs::remove(r + "x(1).htm");
+  fs::remove(r + "x(2).htm");
+  EXPECT_EQ(saver_->SaveBytes("f"), r + "x(1).htm");
+  // Another saver, or the same folder under another name, knows nothing of these numbers.
+  auto other = FileSaver::Create();
+  other->SetRootFolder(root_.Path().string());
+  other->SetFileName("x.htm");
+  EXPECT_EQ(other->SaveBytes("g"), r + "x(2).htm");
+  EXPECT_EQ(ReadFile(r + "x(1).htm"), "f");
+}
+
 TEST_F(FileSaverTest, LongPathsAreShortenedToTheLimits) {
   // A folder of 200 characters and a name of 70: the name's base is cut so the path is 255.
   const std::string folder =
