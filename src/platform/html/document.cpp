@@ -6,6 +6,10 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <unordered_map>
 
 #include "platform/text.h"
@@ -360,15 +364,164 @@ std::string InputType(const Node* n) {
   return "text";
 }
 
+// ---- the parser's memory ------------------------------------------------------------------------
+
+// Where gumbo allocates: the tree lives as long as its document and is dropped whole with it, so
+// the parser draws from chunks owned by the document instead of asking malloc for every node,
+// attribute, string and vector, and the document is destroyed by freeing its chunks rather than by
+// walking the tree. The parser also frees a lot while it works (token buffers, vectors it
+// outgrows): a freed block goes onto a list of its size class and is handed out again, so the
+// chunks stay close to what the finished tree holds. Blocks too large for a class come from malloc
+// and go back to it when freed. Out of memory, the allocation throws `std::bad_alloc` through the
+// parser (its code carries unwind tables): all it holds is the arena's, freed with the document.
+class ParserArena {
+ public:
+  ParserArena() = default;
+  ~ParserArena() {
+    for (void* chunk : chunks_) std::free(chunk);
+    while (large_) {
+      LargeBlock* next = large_->next;
+      std::free(large_);
+      large_ = next;
+    }
+  }
+  ParserArena(const ParserArena&) = delete;
+  ParserArena& operator=(const ParserArena&) = delete;
+
+  static void* Allocate(void* self, std::size_t size) {
+    return static_cast<ParserArena*>(self)->Get(size);
+  }
+  static void Deallocate(void* self, void* p) {
+    if (p) static_cast<ParserArena*>(self)->Put(p);
+  }
+
+  // The first chunk is sized for a text of `size` bytes; later ones double, up to a limit.
+  void SizeFor(std::size_t size) noexcept {
+    next_chunk_ = std::clamp<std::size_t>(size, kMinChunk, kMaxChunk);
+  }
+
+ private:
+  // Every block is preceded by an 8-byte word: its size class, or kLarge. Blocks are 8-byte
+  // aligned, which is all the parser's structures need.
+  static constexpr std::size_t kHeader = 8;
+  static constexpr std::size_t kMinChunk = 64 * 1024;
+  // Small enough that the unused end of the last chunk costs little.
+  static constexpr std::size_t kMaxChunk = 256 * 1024;
+  // Classes 0..63 hold 8, 16, ... 512 bytes (most of the parser's blocks are small strings and
+  // nodes); classes 64..70 hold 1 KiB ... 64 KiB.
+  static constexpr std::size_t kSmallStep = 8;
+  static constexpr std::size_t kSmallClasses = 64;
+  static constexpr std::size_t kClasses = kSmallClasses + 7;
+  static constexpr std::uint64_t kLarge = ~std::uint64_t{0};
+
+  struct LargeBlock {
+    LargeBlock* prev;
+    LargeBlock* next;
+    std::size_t size;
+    std::uint64_t tag;  // kLarge, the word in front of the payload
+  };
+  static_assert(sizeof(LargeBlock) % 8 == 0);
+
+  static std::size_t ClassOf(std::size_t size) noexcept {
+    if (size <= kSmallStep * kSmallClasses) return size == 0 ? 0 : (size - 1) / kSmallStep;
+    std::size_t c = kSmallClasses;
+    for (std::size_t cap = 1024; cap < size; cap *= 2) ++c;
+    return c;
+  }
+  static std::size_t ClassSize(std::size_t c) noexcept {
+    return c < kSmallClasses ? (c + 1) * kSmallStep : std::size_t{1024} << (c - kSmallClasses);
+  }
+
+  void* Get(std::size_t size) {
+    const std::size_t c = ClassOf(size);
+    if (c >= kClasses) return GetLarge(size);
+    if (void* p = free_[c]) {
+      std::memcpy(&free_[c], p, sizeof(void*));
+      return p;
+    }
+    const std::size_t need = kHeader + ClassSize(c);
+    if (static_cast<std::size_t>(end_ - bump_) < need) NewChunk(need);
+    char* block = bump_;
+    bump_ += need;
+    const std::uint64_t tag = c;
+    std::memcpy(block, &tag, sizeof tag);
+    return block + kHeader;
+  }
+
+  void Put(void* p) {
+    std::uint64_t tag;
+    std::memcpy(&tag, static_cast<char*>(p) - kHeader, sizeof tag);
+    if (tag == kLarge) {
+      PutLarge(p);
+      return;
+    }
+    std::memcpy(p, &free_[tag], sizeof(void*));
+    free_[tag] = p;
+  }
+
+  void NewChunk(std::size_t need) {
+    const std::size_t size = std::max(next_chunk_, need);
+    next_chunk_ = std::min(next_chunk_ * 2, kMaxChunk);
+    void* chunk = std::malloc(size);
+    if (!chunk) throw std::bad_alloc();
+    chunks_.push_back(chunk);
+    bump_ = static_cast<char*>(chunk);
+    end_ = bump_ + size;
+  }
+
+  void* GetLarge(std::size_t size) {
+    auto* block = static_cast<LargeBlock*>(std::malloc(sizeof(LargeBlock) + size));
+    if (!block) throw std::bad_alloc();
+    *block = LargeBlock{nullptr, large_, size, kLarge};
+    if (large_) large_->prev = block;
+    large_ = block;
+    return block + 1;
+  }
+
+  void PutLarge(void* p) {
+    LargeBlock* block = static_cast<LargeBlock*>(p) - 1;
+    (block->prev ? block->prev->next : large_) = block->next;
+    if (block->next) block->next->prev = block->prev;
+    std::free(block);
+  }
+
+  std::vector<void*> chunks_;
+  std::size_t next_chunk_ = kMinChunk;
+  char* bump_ = nullptr;
+  char* end_ = nullptr;
+  void* free_[kClasses] = {};
+  LargeBlock* large_ = nullptr;
+};
+
 }  // namespace
 
 // ---- Document ---------------------------------------------------------------------------------
 
 struct Document::Impl {
+  ParserArena arena;  // the tree's memory: freed with the document
   GumboOutput* output = nullptr;
-  std::vector<const Node*> all;  // elements in document order
 
   // Computed when first needed.
+  bool all_done = false;
+  std::vector<const Node*> all_elements;  // elements in document order
+
+  // Every element in document order, without recursion (a page may nest deeply).
+  const std::vector<const Node*>& All() {
+    if (all_done) return all_elements;
+    std::vector<const Node*> stack;
+    const GumboVector& top = output->document->v.document.children;
+    for (unsigned i = top.length; i-- > 0;) stack.push_back(ChildAt(top, i));
+    while (!stack.empty()) {
+      const Node* n = stack.back();
+      stack.pop_back();
+      if (!IsElement(n)) continue;
+      all_elements.push_back(n);
+      const GumboVector& kids = n->v.element.children;
+      for (unsigned i = kids.length; i-- > 0;) stack.push_back(ChildAt(kids, i));
+    }
+    all_done = true;
+    return all_elements;
+  }
   bool owners_done = false;
   std::unordered_map<const Node*, const Node*> owner;  // form control -> its form
   bool ids_done = false;
@@ -377,7 +530,7 @@ struct Document::Impl {
 
   const Node* FindById(std::string_view id) {
     if (!ids_done) {
-      for (const Node* n : all) {
+      for (const Node* n : All()) {
         const GumboAttribute* a = FindAttribute(n, "id");
         if (a) by_id.emplace(a->value, n);
       }
@@ -394,7 +547,7 @@ struct Document::Impl {
     // control between the two that stands in no form of its own belongs to it.
     const Node* open_form = nullptr;
     std::size_t open_from = 0, open_until = 0;
-    for (const Node* n : all) {
+    for (const Node* n : All()) {
       if (HasTag(n, GUMBO_TAG_FORM)) {
         const GumboElement& e = n->v.element;
         // Closed by something other than its own end tag (the parser records the end tag that
@@ -486,29 +639,20 @@ struct Document::Impl {
 
 Document::Document() : impl_(std::make_unique<Impl>()) {}
 
-Document::~Document() {
-  if (impl_ && impl_->output) gumbo_destroy_output(&kGumboDefaultOptions, impl_->output);
-}
+// The tree's memory is the arena's, freed with it: there is nothing to hand back to gumbo.
+Document::~Document() = default;
 
 std::shared_ptr<const Document> Document::Parse(std::string text, std::string url) {
   std::shared_ptr<Document> doc(new Document());
+  doc->impl_->arena.SizeFor(text.size());
   doc->source_ = std::move(text);
   doc->url_ = std::move(url);
   GumboOptions options = kGumboDefaultOptions;
   options.max_errors = 0;  // the parse errors are of no use here; recording them costs time
+  options.allocator = &ParserArena::Allocate;
+  options.deallocator = &ParserArena::Deallocate;
+  options.userdata = &doc->impl_->arena;
   doc->impl_->output = gumbo_parse_with_options(&options, doc->source_.data(), doc->source_.size());
-  // Every element in document order, without recursion (a page may nest deeply).
-  std::vector<const Node*> stack;
-  const GumboVector& top = doc->impl_->output->document->v.document.children;
-  for (unsigned i = top.length; i-- > 0;) stack.push_back(ChildAt(top, i));
-  while (!stack.empty()) {
-    const Node* n = stack.back();
-    stack.pop_back();
-    if (!IsElement(n)) continue;
-    doc->impl_->all.push_back(n);
-    const GumboVector& kids = n->v.element.children;
-    for (unsigned i = kids.length; i-- > 0;) stack.push_back(ChildAt(kids, i));
-  }
   return doc;
 }
 
@@ -526,15 +670,16 @@ Element Document::documentElement() const { return Wrap(impl_->output->root); }
 
 std::vector<Element> Document::all() const {
   std::vector<Element> out;
-  out.reserve(impl_->all.size());
-  for (const Node* n : impl_->all) out.push_back(Wrap(n));
+  const std::vector<const Node*>& nodes = impl_->All();
+  out.reserve(nodes.size());
+  for (const Node* n : nodes) out.push_back(Wrap(n));
   return out;
 }
 
 std::vector<Element> Document::tags(std::string_view name) const {
   std::vector<Element> out;
   const GumboTag tag = gumbo_tag_enum(std::string(name).c_str());
-  for (const Node* n : impl_->all) {
+  for (const Node* n : impl_->All()) {
     if (tag != GUMBO_TAG_UNKNOWN ? n->v.element.tag == tag
                                  : text::EqualsNoCase(LowerTagName(n), name)) {
       out.push_back(Wrap(n));
@@ -545,7 +690,7 @@ std::vector<Element> Document::tags(std::string_view name) const {
 
 std::vector<Element> Document::links() const {
   std::vector<Element> out;
-  for (const Node* n : impl_->all) {
+  for (const Node* n : impl_->All()) {
     const GumboTag tag = n->v.element.tag;
     if ((tag == GUMBO_TAG_A || tag == GUMBO_TAG_AREA) && FindAttribute(n, "href")) {
       out.push_back(Wrap(n));
@@ -699,7 +844,7 @@ std::vector<Element> Element::elements() const {
   if (!node_ || !HasTag(AsNode(node_), GUMBO_TAG_FORM)) return out;
   Document::Impl& impl = *doc_->impl_;
   impl.ComputeOwners(doc_->source_);
-  for (const Node* n : impl.all) {
+  for (const Node* n : impl.All()) {
     const auto it = impl.owner.find(n);
     if (it == impl.owner.end() || it->second != AsNode(node_)) continue;
     if (HasTag(n, GUMBO_TAG_INPUT) && InputType(n) == "image") continue;
