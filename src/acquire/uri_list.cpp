@@ -35,6 +35,18 @@ bool UriList::Exists(const web::Uri& url) const { return index_.contains(url.Has
 
 bool UriList::Add(const web::Uri& url, const std::string& SourceUrl, bool ForSaveToDB) {
   const std::string& key = url.HashCode();
+  if (!ForSaveToDB) {
+    // One look-up: the index takes the key first, and the item is made only for a new key.
+    const auto [it, added] = index_.try_emplace(key, items_.size());
+    if (!added) return false;
+    try {
+      items_.emplace_back(key, MakeItem(url, SourceUrl));
+    } catch (...) {
+      index_.erase(it);
+      throw;
+    }
+    return true;
+  }
   const auto item = MakeItem(url, SourceUrl);
   const bool added = AddTo(items_, index_, key, item);
   if (ForSaveToDB) AddTo(unsaved_, unsaved_index_, key, item);

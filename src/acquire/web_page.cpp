@@ -135,14 +135,14 @@ void WebPage::AddLink(web::Uri& u, const std::string& source) {
   switch (web::HttpUtility::ClassifyResourceUri(u.ToExternalForm())) {
     case web::ResourceType::http:
     case web::ResourceType::FileSystem:
-      if (!http_links_->Exists(u)) http_links_->Add(u, source);
+      http_links_->Add(u, source);
       break;
     case web::ResourceType::email:
       CleanseEmail(u);
-      if (!email_links_->Exists(u)) email_links_->Add(u, source);
+      email_links_->Add(u, source);
       break;
     default:
-      if (!other_links_->Exists(u)) other_links_->Add(u, source);
+      other_links_->Add(u, source);
       break;
   }
 }

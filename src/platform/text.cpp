@@ -32,9 +32,15 @@ char32_t SameLength(char32_t cp, char32_t mapped) noexcept {
 
 template <typename Map>
 std::string MapCase(std::string_view s, char (*ascii)(char), Map map) {
-  std::string out;
-  out.reserve(s.size());
+  // The ASCII start of the text maps byte by byte, in place in a copy.
+  std::string out(s);
   std::size_t i = 0;
+  while (i < s.size() && static_cast<unsigned char>(s[i]) < 0x80) {
+    out[i] = ascii(s[i]);
+    ++i;
+  }
+  if (i == s.size()) return out;
+  out.resize(i);
   while (i < s.size()) {
     const auto c = static_cast<unsigned char>(s[i]);
     if (c < 0x80) {

@@ -44,9 +44,17 @@ int HexValue(char c) noexcept {
 }  // namespace
 
 std::string PercentDecode(std::string_view text, const CharSet* keep, const char* source) {
+  // Most texts have nothing to decode: copied in one piece up to the first "+" or "%" to change.
+  std::size_t first = 0;
+  while (first < text.size() &&
+         ((text[first] != '+' && text[first] != '%') || (keep && Contains(*keep, text[first])))) {
+    ++first;
+  }
+  if (first == text.size()) return std::string(text);
   std::string out;
   out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
+  out.append(text.substr(0, first));
+  for (std::size_t i = first; i < text.size(); ++i) {
     const char c = text[i];
     if (keep != nullptr && Contains(*keep, c)) {
       out.push_back(c);

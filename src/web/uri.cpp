@@ -209,7 +209,9 @@ void Uri::ParseImpl(std::string_view rel, const Uri* base) {
   };
   auto find_any = [&](std::string_view stops, std::size_t from) {
     for (std::size_t k = from; k < len; ++k) {
-      if (stops.find(rel[k]) != std::string_view::npos) return k;
+      for (const char stop : stops) {
+        if (rel[k] == stop) return k;
+      }
     }
     return len;
   };
