@@ -132,7 +132,7 @@ Variant WebPage::RegExHrefs(const std::string& FilePath, const std::string& url)
 }
 
 void WebPage::AddLink(web::Uri& u, const std::string& source) {
-  switch (web::HttpUtility::ClassifyResourceUri(u.ToExternalForm())) {
+  switch (web::HttpUtility::ClassifyParsedUri(u)) {
     case web::ResourceType::http:
     case web::ResourceType::FileSystem:
       http_links_->Add(u, source);

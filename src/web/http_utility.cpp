@@ -267,6 +267,20 @@ std::string ParseHeaderValue(std::string_view header, long& beg_pos) {
       header.substr(static_cast<std::size_t>(start - 1), static_cast<std::size_t>(end - start)));
 }
 
+namespace {
+
+// The kind that a scheme of two or more characters names.
+ResourceType ClassifyScheme(std::string_view scheme_text) {
+  const std::string scheme = text::ToUpper(scheme_text);
+  if (scheme == "HTTP" || scheme == "HTTPS" || scheme == "SHTTP") return ResourceType::http;
+  if (scheme == "FILE") return ResourceType::FileSystem;
+  if (scheme == "FTP" || scheme == "SFTP") return ResourceType::FTP;
+  if (scheme == "MAILTO" || scheme == "MAILTO://") return ResourceType::email;
+  return ResourceType::Invalid;
+}
+
+}  // namespace
+
 ResourceType ClassifyResourceUri(std::string_view text, const Uri* base) {
   Uri uri;
   bool failed = false;
@@ -275,14 +289,7 @@ ResourceType ClassifyResourceUri(std::string_view text, const Uri* base) {
   } catch (const Error&) {
     failed = true;
   }
-  if (!failed && text::CountCodePoints(uri.scheme()) >= 2) {
-    const std::string scheme = text::ToUpper(uri.scheme());
-    if (scheme == "HTTP" || scheme == "HTTPS" || scheme == "SHTTP") return ResourceType::http;
-    if (scheme == "FILE") return ResourceType::FileSystem;
-    if (scheme == "FTP" || scheme == "SFTP") return ResourceType::FTP;
-    if (scheme == "MAILTO" || scheme == "MAILTO://") return ResourceType::email;
-    return ResourceType::Invalid;
-  }
+  if (!failed && text::CountCodePoints(uri.scheme()) >= 2) return ClassifyScheme(uri.scheme());
   // No usable scheme: read it as a person would have written it.
   if (text.substr(std::min<std::size_t>(1, text.size()), 2) == ":\\") {
     return ResourceType::FileSystem;
@@ -300,6 +307,17 @@ ResourceType ClassifyResourceUri(std::string_view text, const Uri* base) {
     if (text::FindNoCase(text, tld) != text::npos) return ResourceType::http;
   }
   return ResourceType::Unknown;
+}
+
+ResourceType ClassifyParsedUri(const Uri& uri) {
+  // The external form starts with the scheme (lower case, trimmed, without ":/?#") and a colon, so
+  // parsing it again finds the same scheme and does not fail; but a scheme "url" or "uri" would
+  // be read there as a prefix, and a one-letter scheme (a drive letter) is classified by the text.
+  const std::string& scheme = uri.scheme();
+  if (scheme == "url" || scheme == "uri" || text::CountCodePoints(scheme) < 2) {
+    return ClassifyResourceUri(uri.ToExternalForm());
+  }
+  return ClassifyScheme(scheme);
 }
 
 }  // namespace HttpUtility

@@ -59,6 +59,9 @@ std::string ParseHeaderValue(std::string_view header, long& beg_pos);
 // or, when it has none, by how a person would write it ("C:\...", "\\server", "www.",
 // "ftp.", "secure.", "name@host.tld", ".com" and the like).
 ResourceType ClassifyResourceUri(std::string_view text, const Uri* base = nullptr);
+// `ClassifyResourceUri(uri.ToExternalForm())` of an address parsed already, without writing and
+// parsing it again where its scheme decides.
+ResourceType ClassifyParsedUri(const Uri& uri);
 
 }  // namespace HttpUtility
 }  // namespace gw::web

@@ -188,5 +188,58 @@ TEST(HttpUtilityClassify, ByParsedSchemeOrByHowAPersonWritesIt) {
   EXPECT_EQ(ClassifyResourceUri("x.com", &mail), ResourceType::http);  // cannot resolve
 }
 
+// The short way for a parsed link gives what writing it out and classifying that text gives.
+TEST(HttpUtility, ClassifyParsedUriAgreesWithTheExternalForm) {
+  const char* const pages[] = {"http://shop.test/books/list.htm", "FTP://files.test/pub/",
+                               "file:///C:/pages/index.htm", "https://[::1]:8443/a?b#c"};
+  const char* const hrefs[] = {
+      "/product.php?id=1&amp;ref=list",
+      "../up.htm",
+      "//other.test/x",
+      "HTTPS://Secure.Test/",
+      "mailto:a@b.com?subject=Hi",
+      "MAILTO:x@y.org",
+      "mailto://x@y.org",
+      "javascript:window.print()",
+      "news:comp.lang",
+      "sftp://host/file",
+      "file:///etc/hosts",
+      "c:\\temp\\x.htm",
+      "C:/temp/x.htm",
+      "url:http://x.test/",
+      "uri:mailto:a@b.com",
+      "url:url:mailto:a@b.com",
+      "URL:uri:ftp://h/",
+      "  http://spaced.test/  ",
+      "ht tp://odd.test/",
+      "\xC3\xA9t\xC3\xA9:x",
+      "x:y",
+      "http://user@host.test:80/",
+      "http://[::2]/v6",
+      "?only=query",
+      "#frag",
+      "",
+      "www.example.com",
+      "john@example.com",
+      "%41:b",
+  };
+  int checked = 0;
+  for (const char* page : pages) {
+    const Uri base(page);
+    for (const char* href : hrefs) {
+      SCOPED_TRACE(std::string(page) + " + " + href);
+      Uri u;
+      try {
+        u.Parse(href, &base);
+      } catch (const Error&) {
+        continue;  // not a link of that page
+      }
+      EXPECT_EQ(HttpUtility::ClassifyParsedUri(u), ClassifyResourceUri(u.ToExternalForm()));
+      ++checked;
+    }
+  }
+  EXPECT_GT(checked, 60);
+}
+
 }  // namespace
 }  // namespace gw::web
