@@ -49,7 +49,7 @@ bool UriList::Add(const web::Uri& url, const std::string& SourceUrl, bool ForSav
   }
   const auto item = MakeItem(url, SourceUrl);
   const bool added = AddTo(items_, index_, key, item);
-  if (ForSaveToDB) AddTo(unsaved_, unsaved_index_, key, item);
+  AddTo(unsaved_, unsaved_index_, key, item);
   return added;
 }
 
