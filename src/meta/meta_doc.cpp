@@ -87,16 +87,25 @@ RowTally MetaDoc::RowsOf(std::string_view entity_id) const {
 void MetaDocs::SaveAll() {
   ReportAs("MetaDocs.SaveAll", [&] {
     const std::string cn_str = modConnectionString::GetCnStr();
+    // The documents' rows and their datasets' results, a hundred documents to a transaction
+    // (inside a caller's, part of that one): a document's history is never split, a commit is
+    // not paid per document, and the store's write lock is not held for long.
+    constexpr long kDocsPerTransaction = 100;
+    std::optional<RulesTransaction> history;
+    long saved = 0;
     for (const MetaDocPtr& doc : items_) {
-      // A document's row and its datasets' results are one transaction (inside a caller's, they
-      // are part of that one).
-      std::optional<RulesTransaction> history;
-      if (!RulesTransaction::ActiveConnection(cn_str)) history.emplace(cn_str);
+      if (!history && !RulesTransaction::ActiveConnection(cn_str)) history.emplace(cn_str);
       doc->SaveToMetabase();
       doc->GetMetaEntities().SaveAll();
-      if (history) history->Commit();
-      DoEvents();
+      if (++saved % kDocsPerTransaction == 0) {
+        if (history) history->Commit();
+        history.reset();
+        DoEvents();
+      }
     }
+    if (history) history->Commit();
+    history.reset();
+    DoEvents();
   });
 }
 
