@@ -64,8 +64,9 @@ start = time.monotonic()
 with open(log, "w") as f:
     status = subprocess.call(cmd, stdout=f, stderr=subprocess.STDOUT)
 secs = time.monotonic() - start
-kb = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
-open(out, "w").write(f"{secs} {kb}\n")
+usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+kb, cpu = usage.ru_maxrss, usage.ru_utime + usage.ru_stime
+open(out, "w").write(f"{secs} {kb} {cpu}\n")
 PY
 }
 
@@ -76,15 +77,16 @@ count_pages() {
 
 report() {
   local name=$1 dir=$2 secs kb saved
-  read -r secs kb <"$WORK/time.txt"
+  read -r secs kb cpu <"$WORK/time.txt"
   saved=$(count_pages "$dir")
-  awk -v n="$name" -v s="$secs" -v kb="$kb" -v p="$saved" 'BEGIN {
-    printf "%-22s %8d %10.1f %10.0f %10.1f\n", n, p, s, p / s, kb / 1024 }'
+  awk -v n="$name" -v s="$secs" -v kb="$kb" -v p="$saved" -v cpu="$cpu" \
+    -v ld="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {
+    printf "%-22s %8d %10.1f %10.0f %10.1f %8.1f %6s\n", n, p, s, p / s, kb / 1024, cpu, ld }'
   [ "$saved" -eq "$PAGES" ] || { echo "  ($name saved $saved of $PAGES pages; its log:)"; tail -5 "$WORK/run.log"; }
 }
 
 echo "site: $PAGES pages of about 20 KB from nginx at $NGINX_URL; $(nproc) cores; $(uname -r)"
-printf '%-22s %8s %10s %10s %10s\n' tool pages seconds "pages/s" "peak MB"
+printf '%-22s %8s %10s %10s %10s %8s %6s\n' tool pages seconds "pages/s" "peak MB" "CPU s" load
 
 export GLEANWRIGHT_HOME="$WORK/home"
 "$GW" init >/dev/null

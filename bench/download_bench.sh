@@ -91,7 +91,8 @@ rules_rows() {
 }
 
 echo "pages: $PAGES of 20 KB from nginx at $NGINX_URL; MaxRequestsPerHost $PER_HOST; $(nproc) cores"
-printf '%-12s %10s %12s %14s %14s %12s\n' run seconds "pages/s" "download p/s" "peak MB" "rules rows/p"
+printf '%-12s %10s %12s %14s %14s %12s %8s %6s\n' run seconds "pages/s" "download p/s" "peak MB" \
+  "rules rows/p" "CPU s" "load"
 for name in ${GW_BENCH_JOBS:-Fetch Extract}; do
   job="Bench\\$name"
   before=$(rules_rows)
@@ -105,17 +106,19 @@ start = time.monotonic()
 with open(log, "w") as f:
     status = subprocess.call(cmd, stdout=f, stderr=subprocess.STDOUT)
 secs = time.monotonic() - start
-kb = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss
-open(out, "w").write(f"{secs} {kb}\n")
+usage = resource.getrusage(resource.RUSAGE_CHILDREN)
+kb, cpu = usage.ru_maxrss, usage.ru_utime + usage.ru_stime
+open(out, "w").write(f"{secs} {kb} {cpu}\n")
 sys.exit(status)
 PY
   after=$(rules_rows)
-  read -r secs kb <"$WORK/time.txt"
+  read -r secs kb cpu <"$WORK/time.txt"
+  load=$(cut -d' ' -f1 /proc/loadavg)
   ok=$(sqlite3 "$RULES" "SELECT COUNT(*) FROM task_instance_docs d JOIN tasks t ON t.task_id = d.task_id JOIN jobs j ON j.job_id = t.job_id WHERE j.job_name = '$job' AND copy_completion_code = 'Success'")
   span=$(sqlite3 "$RULES" "SELECT (julianday(MAX(copy_completion_time)) - julianday(MIN(copy_completion_time))) * 86400 FROM task_instance_docs d JOIN tasks t ON t.task_id = d.task_id JOIN jobs j ON j.job_id = t.job_id WHERE j.job_name = '$job'")
   [ "$ok" -eq "$PAGES" ] || echo "warning: only $ok of $PAGES pages were saved ($job)"
   awk -v job="${job#Bench\\}" -v secs="$secs" -v kb="$kb" -v span="$span" -v pages="$PAGES" \
-    -v rows="$((after - before))" 'BEGIN {
-      printf "%-12s %10.1f %12.0f %14.0f %14.1f %12.2f\n", job, secs, pages / secs,
-        pages / (span + 0.001), kb / 1024, rows / pages }'
+    -v rows="$((after - before))" -v cpu="$cpu" -v ld="$load" 'BEGIN {
+      printf "%-12s %10.1f %12.0f %14.0f %14.1f %12.2f %8.1f %6s\n", job, secs, pages / secs,
+        pages / (span + 0.001), kb / 1024, rows / pages, cpu, ld }'
 done

@@ -9,6 +9,7 @@
 #include "platform/error.h"
 #include "platform/event_loop.h"
 #include "platform/text.h"
+#include "rules/package_data_access.h"
 #include "web/http_utility.h"
 #include "web/http_web_request.h"
 
@@ -30,14 +31,37 @@ std::string Seconds(long ms) {
   return buf;
 }
 
-long TriesOf(db::Recordset& rs) {
-  const Variant& v = rs["copy_try_count"].Value();
-  return v.IsEmptyOrNull() ? 0 : v.ToLong();
-}
+long NumberOf(const Variant& v) { return v.IsEmptyOrNull() ? 0 : v.ToLong(); }
+std::string TextOf(const Variant& v) { return v.IsEmptyOrNull() ? std::string() : v.ToText(); }
 
+// The list given as a recordset: its rows from the current one to the end, as one slice.
+class RecordsetRows : public DownloadRowFeed {
+ public:
+  explicit RecordsetRows(db::Recordset& rs) : rs_(rs) {}
+  long Count() override { return rs_.RecordCount(); }
+  std::vector<DownloadRow> NextSlice(long& width) override {
+    std::vector<DownloadRow> rows;
+    if (read_) return rows;
+    read_ = true;
+    if (!rs_.IsEOF() && !rs_.IsBOF()) width = rs_["copy_completion_code"].DefinedSize();
+    for (; !rs_.IsEOF() && !rs_.IsBOF(); rs_.MoveNext()) {
+      rows.push_back({TextOf(rs_["doc_id"].Value()), TextOf(rs_["uri"].Value()),
+                      NumberOf(rs_["copy_try_count"].Value()), rs_.Bookmark()});
+    }
+    return rows;
+  }
+  db::ConnectionPtr Connection() override { return rs_.ActiveConnection(); }
+
+ private:
+  db::Recordset& rs_;
+  bool read_ = false;
+};
+
+// Waits for the next completion, timer or post (at most `ms`), then handles what came. The
+// caller has pumped and looked at its condition just before: pumping again before the wait could
+// handle the last transfer's completion and then wait the whole `ms` for nothing.
 void WaitAndPump(milliseconds ms) {
   EventLoop& loop = EventLoop::Current();
-  loop.DoEvents();
   loop.WaitForActivity(ms);
   loop.DoEvents();
 }
@@ -57,8 +81,41 @@ void DownloadAgent::SetClient(HttpClientPtr client) {
   }
 }
 
-// ---- AdvancedDownloadMgr
-// -------------------------------------------------------------------------
+// ---- OpenRowsFeed ------------------------------------------------------------------------------
+
+OpenRowsFeed::OpenRowsFeed(std::string job_id, std::string task_id, DateTime job_start,
+                           long slice_rows)
+    : job_id_(std::move(job_id)),
+      task_id_(std::move(task_id)),
+      job_start_(job_start),
+      slice_rows_(std::max(slice_rows, 1L)) {}
+
+long OpenRowsFeed::Count() {
+  return D_DownloadMgr().CountNonDownloadedFiles(job_id_, task_id_, job_start_);
+}
+
+std::vector<DownloadRow> OpenRowsFeed::NextSlice(long& width) {
+  std::vector<DownloadRow> rows;
+  if (done_) return rows;
+  auto rs =
+      D_DownloadMgr().GetNonDownloadedFilesAfter(job_id_, task_id_, job_start_, after_, kSliceRows);
+  rows.reserve(static_cast<std::size_t>(rs->RecordCount()));
+  if (!rs->IsEOF()) width = (*rs)["copy_completion_code"].DefinedSize();
+  for (; !rs->IsEOF(); rs->MoveNext()) {
+    after_ = (*rs)["row_no"].Value().ToLongLong();
+    rows.push_back({TextOf((*rs)["doc_id"].Value()), TextOf((*rs)["uri"].Value()),
+                    NumberOf((*rs)["copy_try_count"].Value()), Variant()});
+  }
+  done_ = static_cast<long>(rows.size()) < slice_rows_;
+  return rows;
+}
+
+db::ConnectionPtr OpenRowsFeed::Connection() {
+  if (!cn_) cn_ = D_DownloadMgr().OutcomeConnection();
+  return cn_;
+}
+
+// ---- AdvancedDownloadMgr -----------------------------------------------------------------------
 
 AdvancedDownloadMgr::AdvancedDownloadMgr() = default;
 AdvancedDownloadMgr::~AdvancedDownloadMgr() = default;
@@ -92,93 +149,124 @@ HttpClientPtr AdvancedDownloadMgr::DownloadFiles(db::Recordset& rsFileList,
       "AdvancedDownloadMgr.DownloadFiles(rsFileList,SaveAsTemplate,TemplateHttpClient,Method,"
       "SaveErrorPages)",
       [&] {
-        struct Done {
-          AdvancedDownloadMgr& m;
-          ~Done() {
-            try {
-              m.CommitBatch(true);
-            } catch (const Error&) {
-            }
-            m.rs_ = nullptr;
-            m.waiting_.clear();
-          }
-        } done{*this};
+        RecordsetRows rows(rsFileList);
         rs_ = &rsFileList;
-        saver_ = SaveAsTemplate ? SaveAsTemplate : FileSaver::Create();
-        template_client_ = TemplateHttpClient;
-        method_ = Method;
-        save_error_pages_ = SaveErrorPages;
-        const auto task = saver_->GetTask();
-        throttle_ms_ = task ? task->ThrottleWaitMSecs() : 0;
-        progress_max_ = rsFileList.RecordCount() * 5;
-        GetPoliteness();
-        InitializeAgents();
-
-        long count = 1;
-        bool cancel = false;
-        while (!rsFileList.IsEOF() && !rsFileList.IsBOF()) {
-          const std::string doc_id = rsFileList["doc_id"].Value().ToText();
-          const std::string uri = rsFileList["uri"].Value().ToText();
-          main_bookmark_ = rsFileList.Bookmark();
-          const std::string n = std::to_string(count);
-          OnStatusChange.Emit("Downloading " + uri + "  Count: " + n, cancel);
-          if (cancel) break;
-          if (throttle_ms_ > 0) {
-            OnStatusChange.Emit("Politely Downloading " + uri + "  Count: " + n +
-                                    "  (Throttling Download Requests... Waiting " +
-                                    Seconds(throttle_ms_) + " seconds...)",
-                                cancel);
-            DoEvents();
-            Throttle();
-          }
-          DoEvents();
-          SendWaitingRows();
-          DownloadFile(uri, doc_id, main_bookmark_);
-          DoEvents();
-          ++count;
-          rsFileList.SetBookmark(main_bookmark_);
-          rsFileList.MoveNext();
-        }
-        if (!cancel) DrainWaitingRows(cancel);
-        waiting_.clear();
-        OnStatusChange.Emit("Waiting up to 5 minutes for all threads to complete...", cancel);
-        WaitForAllAgentsToExit(milliseconds(300000));
-        // The caller goes on with a session that has seen a response; the others are dropped.
-        CommitBatch(true);
-        HttpClientPtr result = agents_[0]->Client()->Clone();
-        InitializeAgents();
-        return result;
+        return Run(rows, SaveAsTemplate, TemplateHttpClient, Method, SaveErrorPages);
       });
 }
 
-void AdvancedDownloadMgr::DownloadFile(const std::string& URI, const std::string& FileId,
-                                       const Variant& bookmark) {
+HttpClientPtr AdvancedDownloadMgr::DownloadFiles(DownloadRowFeed& Rows,
+                                                 const FileSaverPtr& SaveAsTemplate,
+                                                 const HttpClientPtr& TemplateHttpClient,
+                                                 const std::string& Method, bool SaveErrorPages) {
+  return ReportAs(
+      "AdvancedDownloadMgr.DownloadFiles(rsFileList,SaveAsTemplate,TemplateHttpClient,Method,"
+      "SaveErrorPages)",
+      [&] {
+        rs_ = nullptr;
+        return Run(Rows, SaveAsTemplate, TemplateHttpClient, Method, SaveErrorPages);
+      });
+}
+
+HttpClientPtr AdvancedDownloadMgr::Run(DownloadRowFeed& rows, const FileSaverPtr& SaveAsTemplate,
+                                       const HttpClientPtr& TemplateHttpClient,
+                                       const std::string& Method, bool SaveErrorPages) {
+  struct Done {
+    AdvancedDownloadMgr& m;
+    ~Done() {
+      try {
+        m.CommitBatch(true);
+      } catch (const Error&) {
+      }
+      m.running_ = false;
+      m.rs_ = nullptr;
+      m.write_cn_.reset();
+      m.waiting_.clear();
+      m.waiting_count_ = 0;
+    }
+  } done{*this};
+  running_ = true;
+  write_cn_ = rows.Connection();
+  code_width_ = 0;
+  saver_ = SaveAsTemplate ? SaveAsTemplate : FileSaver::Create();
+  template_client_ = TemplateHttpClient;
+  method_ = Method;
+  save_error_pages_ = SaveErrorPages;
+  const auto task = saver_->GetTask();
+  throttle_ms_ = task ? task->ThrottleWaitMSecs() : 0;
+  progress_max_ = rows.Count() * 5;
+  GetPoliteness();
+  InitializeAgents();
+
+  long count = 1;
+  bool cancel = false;
+  for (auto slice = rows.NextSlice(code_width_); !slice.empty() && !cancel;) {
+    for (DownloadRow& row : slice) {
+      const std::string n = std::to_string(count);
+      OnStatusChange.Emit("Downloading " + row.uri + "  Count: " + n, cancel);
+      if (cancel) break;
+      if (throttle_ms_ > 0) {
+        OnStatusChange.Emit("Politely Downloading " + row.uri + "  Count: " + n +
+                                "  (Throttling Download Requests... Waiting " +
+                                Seconds(throttle_ms_) + " seconds...)",
+                            cancel);
+        DoEvents();
+        Throttle();
+      }
+      DoEvents();
+      SendWaitingRows();
+      // The list is read on only while few rows wait for their hosts.
+      WaitForWaitingRows(kMaxWaitingRows - 1, cancel);
+      if (cancel) break;
+      DownloadFile(row);
+      DoEvents();
+      ++count;
+    }
+    if (cancel) break;
+    // The next slice is read with every outcome so far committed.
+    CommitBatch(true);
+    slice = rows.NextSlice(code_width_);
+  }
+  if (!cancel) WaitForWaitingRows(0, cancel);
+  waiting_.clear();
+  waiting_count_ = 0;
+  OnStatusChange.Emit("Waiting up to 5 minutes for all threads to complete...", cancel);
+  WaitForAllAgentsToExit(milliseconds(300000));
+  // The caller goes on with a session that has seen a response; the others are dropped.
+  CommitBatch(true);
+  HttpClientPtr result = agents_[0]->Client()->Clone();
+  InitializeAgents();
+  return result;
+}
+
+void AdvancedDownloadMgr::DownloadFile(const DownloadRow& row) {
   web::ResourceType type =
-      web::HttpUtility::ClassifyResourceUri(URI, TemplateClient()->StaticRelativeUrl().get());
+      web::HttpUtility::ClassifyResourceUri(row.uri, TemplateClient()->StaticRelativeUrl().get());
   // An absolute path is to this file system what "C:\..." is to Windows.
-  if (type == web::ResourceType::Unknown && URI.starts_with('/') && !URI.starts_with("//")) {
+  if (type == web::ResourceType::Unknown && row.uri.starts_with('/') &&
+      !row.uri.starts_with("//")) {
     type = web::ResourceType::FileSystem;
   }
   switch (type) {
     case web::ResourceType::http:
-      DownloadHttpFile(URI, FileId, bookmark);
+      Dispatch(Pending{row, TargetOf(row.uri)});
       break;
     case web::ResourceType::FileSystem:
-      DownloadWinFile(URI, FileId, bookmark);
+      DownloadWinFile(row);
       break;
     case web::ResourceType::FTP:
       LogUnsuccessfulDownload(
           "FTP is not supported at this time.  Let us know if this is a critical feature for you.",
-          bookmark, nullptr);
+          row, nullptr);
       break;
     case web::ResourceType::email:
-      LogUnsuccessfulDownload("The uri appears to be an email address.", bookmark, nullptr);
+      LogUnsuccessfulDownload("The uri appears to be an email address.", row, nullptr);
       break;
     case web::ResourceType::Unknown:
-      if (!DownloadWinFile(URI, FileId, bookmark)) DownloadHttpFile(URI, FileId, bookmark);
+      if (!DownloadWinFile(row)) Dispatch(Pending{row, TargetOf(row.uri)});
       break;
     case web::ResourceType::Invalid:
-      LogUnsuccessfulDownload("The uri appears to be invalid.", bookmark, nullptr);
+      LogUnsuccessfulDownload("The uri appears to be invalid.", row, nullptr);
       break;
   }
 }
@@ -203,22 +291,23 @@ std::shared_ptr<web::Uri> AdvancedDownloadMgr::TargetOf(const std::string& uri) 
   return nullptr;
 }
 
-void AdvancedDownloadMgr::DownloadHttpFile(const std::string& URI, const std::string& FileId,
-                                           const Variant& bookmark) {
-  Dispatch(Pending{URI, FileId, bookmark, TargetOf(URI)});
+void AdvancedDownloadMgr::PutBack(Pending row) {
+  const std::string site = Politeness::SiteKey(*row.target);
+  waiting_[site].push_back(std::move(row));
+  ++waiting_count_;
 }
 
-bool AdvancedDownloadMgr::Dispatch(const Pending& row) {
+bool AdvancedDownloadMgr::Dispatch(Pending row) {
   Politeness& polite = *GetPoliteness();
   const auto verdict = [&] {
     return row.target ? polite.Check(*row.target, *TemplateClient()) : Politeness::Verdict::kGo;
   };
   switch (verdict()) {
     case Politeness::Verdict::kRefused:
-      LogUnsuccessfulDownload(kRefusedByRobots, row.bookmark, nullptr, true);
+      LogUnsuccessfulDownload(kRefusedByRobots, row.row, nullptr, true);
       return true;
     case Politeness::Verdict::kWait:
-      waiting_.push_back(row);
+      PutBack(std::move(row));
       return false;
     case Politeness::Verdict::kGo:
       break;
@@ -226,22 +315,24 @@ bool AdvancedDownloadMgr::Dispatch(const Pending& row) {
   DownloadAgent& agent = GetAvailableAgent(agent_timeout_);
   // Waiting for an agent may have changed the host's state.
   if (verdict() != Politeness::Verdict::kGo) {
-    waiting_.push_back(row);
+    PutBack(std::move(row));
     return false;
   }
-  agent.SetFileId(row.file_id);
-  agent.SetRecordPosition(row.bookmark);
+  agent.SetFileId(row.row.doc_id);
+  agent.SetRecordPosition(row.row.bookmark);
+  agent.row = row.row;
   agent.ClearErrorMessage();
   agent.target = row.target;
   if (agent.target) polite.Started(*agent.target);
   const std::string method = text::AsciiUpper(text::TrimSpaces(method_));
   web::HttpClient& client = *agent.Client();
+  const std::string& uri = row.row.uri;
   try {
-    const bool has_form = text::FindNoCase(row.uri, "<form") != text::npos;
+    const bool has_form = text::FindNoCase(uri, "<form") != text::npos;
     if (method == "GET" && !has_form) {
-      client.GetPage(row.uri, true);
+      client.GetPage(uri, true);
     } else if (method == "GET" || method == "POST") {
-      client.SubmitForm(*BuildWebForm(row.uri, client), true);
+      client.SubmitForm(*BuildWebForm(uri, client), true);
     } else {
       if (agent.target) polite.Finished(*agent.target);
       agent.target.reset();
@@ -251,7 +342,7 @@ bool AdvancedDownloadMgr::Dispatch(const Pending& row) {
     if (agent.target) polite.Finished(*agent.target);
     agent.target.reset();
     agent.SetClient(TemplateClient()->Clone());
-    LogUnsuccessfulDownload(e.Description(), row.bookmark, nullptr);
+    LogUnsuccessfulDownload(e.Description(), row.row, nullptr);
   }
   return true;
 }
@@ -275,22 +366,31 @@ std::shared_ptr<web::WebForm> AdvancedDownloadMgr::BuildWebForm(const std::strin
 }
 
 void AdvancedDownloadMgr::SendWaitingRows() {
-  for (std::size_t n = waiting_.size(); n > 0 && !waiting_.empty(); --n) {
-    Pending row = std::move(waiting_.front());
-    waiting_.pop_front();
-    if (throttle_ms_ > 0 && row.target &&
-        GetPoliteness()->Check(*row.target, *TemplateClient()) == Politeness::Verdict::kGo) {
-      Throttle();
+  // A site's rows go in their order while its host takes them; a site whose first row must wait
+  // keeps the rest waiting too, so each call costs a look per site, not per row.
+  for (auto site = waiting_.begin(); site != waiting_.end();) {
+    std::deque<Pending>& rows = site->second;
+    while (!rows.empty()) {
+      const Politeness::Verdict verdict =
+          GetPoliteness()->Check(*rows.front().target, *TemplateClient());
+      if (verdict == Politeness::Verdict::kWait) break;
+      Pending row = std::move(rows.front());
+      rows.pop_front();
+      --waiting_count_;
+      if (throttle_ms_ > 0 && verdict == Politeness::Verdict::kGo) Throttle();
+      // Dispatch may put it back (the host got busy while an agent was awaited): then the site
+      // waits again.
+      if (!Dispatch(std::move(row))) break;
     }
-    Dispatch(row);
+    site = rows.empty() ? waiting_.erase(site) : std::next(site);
   }
 }
 
-void AdvancedDownloadMgr::DrainWaitingRows(bool& cancel) {
+void AdvancedDownloadMgr::WaitForWaitingRows(std::size_t most, bool& cancel) {
   auto last_status = Clock::now();
-  while (!waiting_.empty()) {
+  while (waiting_count_ > most) {
     SendWaitingRows();
-    if (waiting_.empty()) break;
+    if (waiting_count_ <= most) break;
     milliseconds wait(200);
     if (const auto next = GetPoliteness()->NextRelease()) {
       const auto until = std::chrono::duration_cast<milliseconds>(*next - Clock::now());
@@ -301,7 +401,7 @@ void AdvancedDownloadMgr::DrainWaitingRows(bool& cancel) {
     // While sites ask to wait, the host still gets a status now and then to answer.
     if (Clock::now() - last_status >= std::chrono::seconds(1)) {
       last_status = Clock::now();
-      OnStatusChange.Emit("Waiting for " + std::to_string(waiting_.size()) +
+      OnStatusChange.Emit("Waiting for " + std::to_string(waiting_count_) +
                               " documents whose sites ask for a pause...",
                           cancel);
       if (cancel) return;
@@ -354,17 +454,18 @@ void AdvancedDownloadMgr::CompleteHttpFileDownload(DownloadAgent& agent) {
   const std::shared_ptr<web::Uri> target = std::move(agent.target);
   agent.target.reset();
   if (target) GetPoliteness()->Finished(*target);
-  if (!rs_) return;  // a transfer that outlived its run
+  if (!running_) return;  // a transfer that outlived its run
+  const DownloadRow& row = agent.row;
   if (!agent.ErrorMessage().empty()) {
-    LogUnsuccessfulDownload(agent.ErrorMessage(), agent.RecordPosition(), &agent);
+    LogUnsuccessfulDownload(agent.ErrorMessage(), row, &agent);
     return;
   }
   web::HttpClient& client = *agent.Client();
   saver_->SetSrcUrl(client.CurrentUrl());
-  saver_->SetDocID(agent.FileId());
+  saver_->SetDocID(row.doc_id);
   const auto& response = client.HttpResponse();
   if (!response) {
-    LogUnsuccessfulDownload("No response", agent.RecordPosition(), &agent);
+    LogUnsuccessfulDownload("No response", row, &agent);
     return;
   }
   if (response->StatusType() != web::HttpStatusType::Successful) {
@@ -378,29 +479,28 @@ void AdvancedDownloadMgr::CompleteHttpFileDownload(DownloadAgent& agent) {
     }
     const std::string text =
         response->StatusText().empty() ? std::to_string(status) : response->StatusText();
-    LogUnsuccessfulDownload(text, agent.RecordPosition(), &agent);
+    LogUnsuccessfulDownload(text, row, &agent);
     return;
   }
   try {
     const std::string path = saver_->SaveBytes(response->ResponseBody());
     const std::size_t length = text::CountCodePoints(path);
     const bool truncated = saver_->LastPathWasShortened() || (length >= 253 && length <= 255);
-    LogSuccessfulDownload(path, agent.RecordPosition(), truncated ? kTruncated : "Success",
+    LogSuccessfulDownload(path, row, truncated ? kTruncated : "Success",
                           static_cast<long long>(response->ResponseBody().size()));
   } catch (const Error& e) {
     if (e.Number() == engineerr::kPathTruncated) {
-      LogSuccessfulDownload("", agent.RecordPosition(), kTruncated, 0);
+      LogSuccessfulDownload("", row, kTruncated, 0);
     } else {
-      LogUnsuccessfulDownload(e.Description(), agent.RecordPosition(), &agent);
+      LogUnsuccessfulDownload(e.Description(), row, &agent);
     }
   }
 }
 
-bool AdvancedDownloadMgr::DownloadWinFile(const std::string& URI, const std::string& FileId,
-                                          const Variant& bookmark) {
-  saver_->SetDocID(FileId);
+bool AdvancedDownloadMgr::DownloadWinFile(const DownloadRow& row) {
+  saver_->SetDocID(row.doc_id);
   // The copy is named after its own file ([FILENAME], its extension), not the last page's.
-  const std::string path = FileSystemPathOf(URI);
+  const std::string path = FileSystemPathOf(row.uri);
   std::shared_ptr<web::Uri> source;
   try {
     source = std::make_shared<web::Uri>(
@@ -410,92 +510,87 @@ bool AdvancedDownloadMgr::DownloadWinFile(const std::string& URI, const std::str
   }
   saver_->SetSrcUrl(source);
   try {
-    const std::string dest = saver_->CopyFile(URI);
+    const std::string dest = saver_->CopyFile(row.uri);
     std::error_code ec;
     const auto size = std::filesystem::file_size(dest, ec);
-    LogSuccessfulDownload(dest, bookmark, "Success", ec ? 0 : static_cast<long long>(size));
+    LogSuccessfulDownload(dest, row, "Success", ec ? 0 : static_cast<long long>(size));
     return true;
   } catch (const Error& e) {
-    LogUnsuccessfulDownload(e.Description(), bookmark, nullptr);
+    LogUnsuccessfulDownload(e.Description(), row, nullptr);
     return false;
   }
 }
 
-void AdvancedDownloadMgr::MoveTo(const Variant& bookmark) {
-  BeginBatch();
-  rs_->SetBookmark(bookmark);
-}
-
 void AdvancedDownloadMgr::BeginBatch() {
-  if (batch_ || !rs_) return;
-  db::ConnectionPtr cn = rs_->ActiveConnection();
-  if (!cn) return;
+  if (batch_open_ || !write_cn_) return;
   try {
-    cn->BeginTrans();
+    write_cn_->BeginTrans();
   } catch (const Error&) {
     return;  // a store without transactions writes row by row
   }
-  batch_ = std::move(cn);
+  batch_open_ = true;
   batch_began_ = Clock::now();
 }
 
 void AdvancedDownloadMgr::CommitBatch(bool force) {
-  if (!batch_ || (!force && Clock::now() - batch_began_ < milliseconds(250))) return;
-  db::ConnectionPtr cn = std::move(batch_);
-  batch_.reset();
-  cn->CommitTrans();
+  if (!batch_open_ || (!force && Clock::now() - batch_began_ < milliseconds(250))) return;
+  batch_open_ = false;
+  write_cn_->CommitTrans();
 }
 
-void AdvancedDownloadMgr::MoveBack() {
-  if (!main_bookmark_.IsEmpty()) rs_->SetBookmark(main_bookmark_);
-}
-
-void AdvancedDownloadMgr::LogSuccessfulDownload(const std::string& Destpath,
-                                                const Variant& RecordPos, const std::string& Code,
-                                                long long bytes) {
+void AdvancedDownloadMgr::WriteOutcome(const DownloadRow& row, const std::string& code, long tries,
+                                       const std::string* temp_uri, bool completed) {
+  if (write_cn_) {
+    BeginBatch();
+    const DateTime now = completed ? DateTime::Now() : DateTime();
+    D_DownloadMgr::SetCopyOutcome(*write_cn_, row.doc_id, code, tries, temp_uri,
+                                  completed ? &now : nullptr);
+    CommitBatch(false);
+    return;
+  }
+  // A list cut from its store keeps the outcomes in its rows.
+  if (!rs_) return;
   db::Recordset& rs = *rs_;
-  MoveTo(RecordPos);
-  const std::string doc_id = rs["doc_id"].Value().ToText();
-  if (!Destpath.empty()) OnFileSaved.Emit(doc_id, Destpath, Code);
-  rs["copy_completion_code"].SetValue(Variant(Code));
-  rs["temp_uri"].SetValue(Variant(Destpath));
-  rs["copy_completion_time"].SetValue(Variant(DateTime::Now()));
-  rs["copy_try_count"].SetValue(Variant(TriesOf(rs) + 1));
+  const Variant back = rs.IsEOF() || rs.IsBOF() ? Variant() : rs.Bookmark();
+  rs.SetBookmark(row.bookmark);
+  rs["copy_completion_code"].SetValue(Variant(code));
+  if (temp_uri) rs["temp_uri"].SetValue(Variant(*temp_uri));
+  if (completed) rs["copy_completion_time"].SetValue(Variant(DateTime::Now()));
+  rs["copy_try_count"].SetValue(Variant(static_cast<std::int32_t>(tries)));
   rs.Update();
-  MoveBack();
-  CommitBatch(false);
+  if (!back.IsEmpty()) rs.SetBookmark(back);
+}
+
+void AdvancedDownloadMgr::LogSuccessfulDownload(const std::string& Destpath, const DownloadRow& row,
+                                                const std::string& Code, long long bytes) {
+  if (!Destpath.empty()) OnFileSaved.Emit(row.doc_id, Destpath, Code);
+  WriteOutcome(row, Code, row.tries + 1, &Destpath, true);
   OnProgressChange.Emit(1, progress_max_);
-  OnRowOutcome.Emit(doc_id, Code, true, bytes);
+  OnRowOutcome.Emit(row.doc_id, Code, true, bytes);
 }
 
 void AdvancedDownloadMgr::LogUnsuccessfulDownload(const std::string& StatusText,
-                                                  const Variant& RecordPos, DownloadAgent* agent,
+                                                  const DownloadRow& row, DownloadAgent* agent,
                                                   bool final_try) {
-  db::Recordset& rs = *rs_;
-  MoveTo(RecordPos);
-  const std::string doc_id = rs["doc_id"].Value().ToText();
-  db::Field& code = rs["copy_completion_code"];
-  const auto width = code.DefinedSize();
   const std::string text =
-      width > 0 ? std::string(text::TruncateCodePoints(StatusText, static_cast<std::size_t>(width)))
-                : StatusText;
-  code.SetValue(Variant(text));
-  const long tries = final_try ? std::max(TriesOf(rs) + 1, kLastTry) : TriesOf(rs) + 1;
-  rs["copy_try_count"].SetValue(Variant(static_cast<std::int32_t>(tries)));
+      code_width_ > 0
+          ? std::string(text::TruncateCodePoints(StatusText, static_cast<std::size_t>(code_width_)))
+          : StatusText;
+  const long tries = final_try ? std::max(row.tries + 1, kLastTry) : row.tries + 1;
   long long bytes = 0;
+  std::string error_page;
   // An error page is kept only on the last try of a row.
   if (agent && save_error_pages_ && tries == kLastTry && agent->Client()->HttpResponse()) {
     try {
       const std::string& body = agent->Client()->HttpResponse()->ResponseBody();
-      rs["temp_uri"].SetValue(Variant(saver_->SaveBytes(body)));
+      error_page = saver_->SaveBytes(body);
       bytes = static_cast<long long>(body.size());
     } catch (const Error&) {
+      error_page.clear();
     }
   }
-  rs.Update();
-  MoveBack();
-  CommitBatch(false);
-  OnRowOutcome.Emit(doc_id, text, false, bytes);
+  WriteOutcome(row, text, tries, error_page.empty() ? nullptr : &error_page, false);
+  OnRowOutcome.Emit(row.doc_id, text, false, bytes);
 }
 
 }  // namespace gw

@@ -21,6 +21,12 @@
 // `WaitForActivity`, so a completion is handled as soon as it arrives. Local files are copied by
 // the saver.
 //
+// A long list can be given as a `DownloadRowFeed`, a slice of rows at a time, so that a pass over
+// many thousands of rows holds only the slice in hand, the transfers under way and a bounded
+// number of rows waiting for their hosts. Outcomes are written by document id on the list's
+// connection (a recordset's rows in memory are not changed, except for a list cut from its
+// connection, whose rows get the outcomes instead).
+//
 // Events: status texts "Downloading <uri>  Count: <n>" before each row, "Politely Downloading
 // ..." before the throttle's pause, "Waiting up to 5 minutes for all threads to complete..." at
 // the end; a status answered with flgCancel stops new requests (those under way still finish).
@@ -33,19 +39,65 @@
 #include <array>
 #include <chrono>
 #include <deque>
+#include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "acquire/failures.h"
 #include "acquire/politeness.h"
 #include "engine/download_manager.h"
 #include "engine/file_saver.h"
+#include "platform/date_time.h"
 #include "platform/db/recordset.h"
 #include "platform/signal.h"
 #include "web/http_client.h"
 #include "web/web_form.h"
 
 namespace gw {
+
+// One row of a download list as the manager reads it.
+struct DownloadRow {
+  std::string doc_id;
+  std::string uri;
+  long tries = 0;    // copy_try_count before this try
+  Variant bookmark;  // its place in a recordset given as the list (empty from a feed)
+};
+
+// A download list read a slice at a time.
+class DownloadRowFeed {
+ public:
+  virtual ~DownloadRowFeed() = default;
+  // How many rows the list holds (what the progress counts against).
+  virtual long Count() = 0;
+  // The next rows in order; none at the end. `width` receives the width of
+  // "copy_completion_code" (0: unlimited).
+  virtual std::vector<DownloadRow> NextSlice(long& width) = 0;
+  // Where the outcomes are written (by document id); null: nowhere.
+  virtual db::ConnectionPtr Connection() = 0;
+};
+
+// The open rows of a task's run (those `D_DownloadMgr::GetNonDownloadedFiles` gives), read
+// `kSliceRows` at a time by row number: every row that is open when its slice is read is in it
+// once, and the outcomes written meanwhile never bring a row back into a later slice.
+class OpenRowsFeed : public DownloadRowFeed {
+ public:
+  static constexpr long kSliceRows = 2000;
+  OpenRowsFeed(std::string job_id, std::string task_id, DateTime job_start,
+               long slice_rows = kSliceRows);
+  long Count() override;
+  std::vector<DownloadRow> NextSlice(long& width) override;
+  db::ConnectionPtr Connection() override;
+
+ private:
+  std::string job_id_;
+  std::string task_id_;
+  DateTime job_start_;
+  long slice_rows_;
+  long long after_ = 0;
+  bool done_ = false;
+  db::ConnectionPtr cn_;
+};
 
 // One transfer slot: a client, the row it works for, and the failure text of its last request.
 class DownloadAgent : public Object {
@@ -68,6 +120,8 @@ class DownloadAgent : public Object {
   // ---- inside the library ----
   // The address whose host counts this transfer (null when none was counted).
   std::shared_ptr<web::Uri> target;
+  // The row it works for.
+  DownloadRow row;
 
  private:
   Variant record_position_;
@@ -93,6 +147,10 @@ class AdvancedDownloadMgr : public Object {
   // clone of the first agent's client, so that the caller goes on with a session that has seen a
   // response; the agents are then replaced.
   HttpClientPtr DownloadFiles(db::Recordset& rsFileList, const FileSaverPtr& SaveAsTemplate,
+                              const HttpClientPtr& TemplateHttpClient,
+                              const std::string& Method = "GET", bool SaveErrorPages = false);
+  // The same for a list read slice by slice.
+  HttpClientPtr DownloadFiles(DownloadRowFeed& Rows, const FileSaverPtr& SaveAsTemplate,
                               const HttpClientPtr& TemplateHttpClient,
                               const std::string& Method = "GET", bool SaveErrorPages = false);
   // The form a row's address stands for: its form block's variables (or, without a block, the
@@ -126,45 +184,52 @@ class AdvancedDownloadMgr : public Object {
   Signal<const std::string&, const std::string&, const std::string&> OnFileSaved;
 
  private:
+  // At most this many rows wait for their hosts; the list is read on when fewer do.
+  static constexpr std::size_t kMaxWaitingRows = 1000;
+
   struct Pending {
-    std::string uri;
-    std::string file_id;
-    Variant bookmark;
+    DownloadRow row;
     std::shared_ptr<web::Uri> target;
   };
 
+  HttpClientPtr Run(DownloadRowFeed& rows, const FileSaverPtr& SaveAsTemplate,
+                    const HttpClientPtr& TemplateHttpClient, const std::string& Method,
+                    bool SaveErrorPages);
   void InitializeAgents();
-  void DownloadFile(const std::string& URI, const std::string& FileId, const Variant& bookmark);
-  void DownloadHttpFile(const std::string& URI, const std::string& FileId, const Variant& bookmark);
-  bool DownloadWinFile(const std::string& URI, const std::string& FileId, const Variant& bookmark);
+  void DownloadFile(const DownloadRow& row);
+  bool DownloadWinFile(const DownloadRow& row);
   // Sends `row` on a free agent, or puts it back when its host must wait; false if put back.
-  bool Dispatch(const Pending& row);
+  bool Dispatch(Pending row);
+  void PutBack(Pending row);
   void CompleteHttpFileDownload(DownloadAgent& agent);
-  void LogSuccessfulDownload(const std::string& Destpath, const Variant& RecordPos,
+  void LogSuccessfulDownload(const std::string& Destpath, const DownloadRow& row,
                              const std::string& Code, long long bytes);
-  void LogUnsuccessfulDownload(const std::string& StatusText, const Variant& RecordPos,
+  void LogUnsuccessfulDownload(const std::string& StatusText, const DownloadRow& row,
                                DownloadAgent* agent, bool final_try = false);
+  // Writes a row's outcome: by its document id on the list's connection, or into the list's own
+  // rows when it has none.
+  void WriteOutcome(const DownloadRow& row, const std::string& code, long tries,
+                    const std::string* temp_uri, bool completed);
   DownloadAgent& GetAvailableAgent(std::chrono::milliseconds timeout);
   bool WaitForAllAgentsToExit(std::chrono::milliseconds timeout);
   // Sends the rows put back whose hosts are free now.
   void SendWaitingRows();
-  // Waits for the rows put back until all are sent or a status is answered with cancel.
-  void DrainWaitingRows(bool& cancel);
+  // Waits until at most `most` rows are put back, or a status is answered with cancel.
+  void WaitForWaitingRows(std::size_t most, bool& cancel);
   // The address a row's request goes to, or null when it cannot be read.
   std::shared_ptr<web::Uri> TargetOf(const std::string& uri);
   // Waits `throttle_ms_` in steps of 250 ms, handling completions as they come.
   void Throttle();
-  // Moves to `bookmark` for a row write, and back to the main loop's row after it.
-  void MoveTo(const Variant& bookmark);
-  void MoveBack();
   // Row writes are committed in batches (at most every 250 ms, and when the pass ends): one
   // commit per row would bound a pass by the store's commits per second. A run killed in between
   // leaves those rows open, and the next run tries them again.
   void BeginBatch();
   void CommitBatch(bool force);
 
-  db::Recordset* rs_ = nullptr;
-  Variant main_bookmark_;
+  db::Recordset* rs_ = nullptr;  // the list, when it was given as a recordset
+  bool running_ = false;
+  db::ConnectionPtr write_cn_;  // where the outcomes go
+  long code_width_ = 0;
   std::array<std::shared_ptr<DownloadAgent>, kAgentCount> agents_;
   HttpClientPtr template_client_;
   FileSaverPtr saver_;
@@ -172,10 +237,12 @@ class AdvancedDownloadMgr : public Object {
   bool save_error_pages_ = false;
   long throttle_ms_ = 0;
   std::shared_ptr<Politeness> politeness_;
-  std::deque<Pending> waiting_;
+  // The rows put back, by site, each site's in the order they came; and how many they are.
+  std::map<std::string, std::deque<Pending>> waiting_;
+  std::size_t waiting_count_ = 0;
   std::chrono::milliseconds agent_timeout_{600000};
   long progress_max_ = 0;
-  db::ConnectionPtr batch_;  // the list's connection while a write batch is open
+  bool batch_open_ = false;  // a write batch is open on write_cn_
   std::chrono::steady_clock::time_point batch_began_{};
   std::vector<ScopedConnection> agent_events_;
 };

@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <string_view>
 #include <thread>
 #include <unordered_map>
 
@@ -31,6 +32,8 @@ namespace {
 constexpr const char* kCrawlerFrame = "CR";
 constexpr const char* kRulesetFrame = "RS";
 constexpr const char* kCrawlLogName = "Crawler.Crawl(tsk,TemplateHttpClient,SaveAsTemplate)";
+// The pages of a level read, and stored with their links, at a time.
+constexpr long kPagesPerSlice = 1000;
 
 std::string TextOf(db::Recordset& rs, const char* column) {
   const Variant& v = rs[column].Value();
@@ -98,6 +101,46 @@ class SaveJournal {
   int fd_ = -1;
 };
 
+// A set of addresses kept as 64-bit hashes of their normal form (`Uri::HashCode`): eight bytes
+// an address where a list of the addresses would cost hundreds, so a crawl's memory hardly grows
+// with the pages it has seen. Two different addresses with one hash would count as one; for a run
+// of 10,000 addresses the chance of that is about one in 10^11.
+class AddressSet {
+ public:
+  // True when `key` was not in the set.
+  bool Insert(std::string_view key) {
+    std::uint64_t h = std::hash<std::string_view>{}(key);
+    if (h == 0) h = 1;  // 0 marks a free slot
+    if ((count_ + 1) * 4 > slots_.size() * 3) Grow();
+    return Place(h);
+  }
+  long Count() const { return static_cast<long>(count_); }
+
+ private:
+  bool Place(std::uint64_t h) {
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t i = h & mask;; i = (i + 1) & mask) {
+      if (slots_[i] == h) return false;
+      if (slots_[i] == 0) {
+        slots_[i] = h;
+        ++count_;
+        return true;
+      }
+    }
+  }
+  void Grow() {
+    std::vector<std::uint64_t> old = std::move(slots_);
+    slots_.assign(old.empty() ? 1024 : old.size() * 2, 0);
+    count_ = 0;
+    for (const std::uint64_t h : old) {
+      if (h != 0) Place(h);
+    }
+  }
+
+  std::vector<std::uint64_t> slots_;
+  std::size_t count_ = 0;
+};
+
 // Gives the open rows whose files the journal names their outcome, in one transaction.
 void RecoverSavedRows(const SaveJournal& journal, const std::string& job_id,
                       const std::string& task_id, const DateTime& job_start) {
@@ -163,9 +206,8 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
     const UriRuleset& rules = *Ruleset();
 
     D_CrawlQueue queue;
-    D_DownloadMgr store;
-    UriList pages_seen;
-    UriList links;  // every address of the run; the unsaved ones are this round's new links
+    AddressSet pages_seen;
+    AddressSet links;  // every address of the run
     UriList emails;
     // A crawl of a run that has begun before goes on where it stands.
     SaveJournal journal(job_id, task_id, job_start);
@@ -173,22 +215,23 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
     const CrawlRunState state = queue.GetRunState(job_id, task_id, job_start);
     depth_ = state.depth;
     const long read_before = state.processed;
-    for (const std::string& address : queue.GetRunAddresses(job_id, task_id, job_start)) {
+    queue.ForEachRunAddress(job_id, task_id, job_start, [&](const std::string& address) {
       try {
-        links.Add(web::Uri(address));
+        links.Insert(web::Uri(address).HashCode());
       } catch (const Error&) {
         // An address that does not parse was queued from a source; it is known by its text.
       }
-    }
+    });
     const auto limit_met = [&] {
       return (max_depth_ > 0 && depth_ >= max_depth_) ||
              (max_doc_count_ > 0 && read_before + pages_seen.Count() >= max_doc_count_) || cancel_;
     };
 
     for (;;) {
-      auto rows = store.GetNonDownloadedFiles(job_id, task_id, job_start);
+      // The round's open rows are read a slice at a time, and so are the pages of a level.
+      OpenRowsFeed rows(job_id, task_id, job_start);
       if (cancel_) break;
-      const bool downloading = rows->RecordCount() > 0;
+      const bool downloading = rows.Count() > 0;
       if (downloading) {
         auto pass = AdvancedDownloadMgr::Create();
         pass->SetPoliteness(politeness);
@@ -204,71 +247,79 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
             [this](const std::string& id, const std::string& code, bool saved, long long bytes) {
               OnRowOutcome.Emit(id, code, saved, bytes);
             });
-        rows->MoveFirst();
-        client = pass->DownloadFiles(*rows, saver, client, "GET", tsk->SaveErrorPages());
+        client = pass->DownloadFiles(rows, saver, client, "GET", tsk->SaveErrorPages());
       }
-      rows.reset();
       if (limit_met()) {
         if (cancel_ || !downloading) break;
         continue;  // the last level is fetched (and retried) but yields no links
       }
 
-      auto docs = queue.GetUnreadDocs(job_id, task_id, job_start);
-      const long doc_count = docs->RecordCount();
+      const long doc_count = queue.CountUnreadDocs(job_id, task_id, job_start);
       if (doc_count == 0) {
         if (!downloading) break;
         continue;  // nothing fetched this round: no level was read
       }
       ++depth_;
-      std::vector<std::string> read_ids;
-      read_ids.reserve(static_cast<std::size_t>(doc_count));
       const std::string relative = client->StaticRelativeUrlString();
-      for (docs->MoveFirst(); !docs->IsEOF(); docs->MoveNext()) {
-        const std::string source = TextOf(*docs, "uri");
-        bool cancel = false;
-        OnStatusChange.Emit("Extracting links from " + source, cancel);
-        DoEvents();
-        cancel_ = cancel_ || cancel;
-        if (cancel_) break;
-        std::string kind = source;
-        const web::ResourceType type = DownloadMgr::DetermineResourceType(kind);
-        // An absolute path is what a drive letter is elsewhere: a local file.
-        const bool local = type == web::ResourceType::FileSystem ||
-                           (type == web::ResourceType::Unknown && kind.starts_with("/"));
-        std::string address = source;
-        if (local && !relative.empty()) {
-          address = relative;
-        } else if (local && !text::StartsWithNoCase(source, "file:")) {
-          address = FileAddress(std::filesystem::absolute(source).string());
-        }
-        try {
-          auto page = WebPage::Create();
-          page->RegExHrefs(TextOf(*docs, "temp_uri"), address);
-          pages_seen.Add(page->url());
-          if (page->HttpLinks().Count() > 0) {
-            links.MergeTo(*page->HttpLinks().DivideByRuleset(rules, are_rules_inclusive_));
+      // Each slice of pages is stored with the links they gave in one transaction (see
+      // D_CrawlQueue::SaveRound).
+      long long after = 0;
+      for (bool more = true; more;) {
+        auto docs = queue.GetUnreadDocs(job_id, task_id, job_start, after, kPagesPerSlice);
+        more = docs->RecordCount() == kPagesPerSlice;
+        std::vector<std::string> read_ids;
+        std::vector<CrawlLink> found;
+        for (; !docs->IsEOF(); docs->MoveNext()) {
+          after = (*docs)["row_no"].Value().ToLongLong();
+          const std::string source = TextOf(*docs, "uri");
+          bool cancel = false;
+          OnStatusChange.Emit("Extracting links from " + source, cancel);
+          DoEvents();
+          cancel_ = cancel_ || cancel;
+          if (cancel_) break;
+          std::string kind = source;
+          const web::ResourceType type = DownloadMgr::DetermineResourceType(kind);
+          // An absolute path is what a drive letter is elsewhere: a local file.
+          const bool local = type == web::ResourceType::FileSystem ||
+                             (type == web::ResourceType::Unknown && kind.starts_with("/"));
+          std::string address = source;
+          if (local && !relative.empty()) {
+            address = relative;
+          } else if (local && !text::StartsWithNoCase(source, "file:")) {
+            address = FileAddress(std::filesystem::absolute(source).string());
           }
-          emails.MergeTo(page->EmailLinks());
-        } catch (const Error& failure) {
-          // The page costs only itself: it is marked read, so it is not read again.
-          Error e = failure;
-          e.AddCallStackLine(kCrawlLogName);
-          bool ignored = false;
-          OnStatusChange.Emit(e.Description(), ignored);
+          try {
+            auto page = WebPage::Create();
+            page->RegExHrefs(TextOf(*docs, "temp_uri"), address);
+            pages_seen.Insert(page->url().HashCode());
+            if (page->HttpLinks().Count() > 0) {
+              // New links in the order first seen; the first sighting of an address wins.
+              const auto kept = page->HttpLinks().DivideByRuleset(rules, are_rules_inclusive_);
+              for (const auto& [key, item] : kept->RawDictionary()) {
+                if (links.Insert(key)) {
+                  found.push_back({item->url(), static_cast<std::int16_t>(depth_)});
+                }
+              }
+            }
+            emails.MergeTo(page->EmailLinks());
+          } catch (const Error& failure) {
+            // The page costs only itself: it is marked read, so it is not read again.
+            Error e = failure;
+            e.AddCallStackLine(kCrawlLogName);
+            bool ignored = false;
+            OnStatusChange.Emit(e.Description(), ignored);
+          }
+          OnProgressChange.Emit(1, doc_count * 2);
+          if (max_doc_count_ > 0 && read_before + pages_seen.Count() >= max_doc_count_) {
+            more = false;
+            break;
+          }
+          read_ids.push_back(TextOf(*docs, "doc_id"));
         }
-        OnProgressChange.Emit(1, doc_count * 2);
-        if (max_doc_count_ > 0 && read_before + pages_seen.Count() >= max_doc_count_) break;
-        read_ids.push_back(TextOf(*docs, "doc_id"));
+        if (cancel_) more = false;
+        docs.reset();
+        queue.SaveRound(job_id, task_id, job_start, read_ids, found);
       }
-      docs.reset();
-
-      std::vector<CrawlLink> found;
-      found.reserve(links.RawUnsavedDictionary().size());
-      for (const auto& entry : links.RawUnsavedDictionary()) {
-        found.push_back({entry.second->url(), static_cast<std::int16_t>(depth_)});
-      }
-      queue.SaveRound(job_id, task_id, job_start, read_ids, found);
-      links.ClearUnsaved();
       if (!email_output_path_.empty()) emails.WriteToFile(email_output_path_, true, true);
     }
     // Every outcome is committed once the passes are over.

@@ -59,14 +59,16 @@ HttpClientPtr DownloadMgr::DownloadDocs(const std::string& JobId, const std::str
         // The hosts' robots.txt, limits and pauses hold for the whole run, across passes.
         const auto politeness = std::make_shared<Politeness>();
         counts_ = {};
-        D_DownloadMgr store;
-        for (auto rows = store.GetNonDownloadedFiles(JobId, TaskId, JobStartTime);
-             rows->RecordCount() > 0;
-             rows = store.GetNonDownloadedFiles(JobId, TaskId, JobStartTime)) {
+        // Each pass reads the open rows a slice at a time, so a long list costs no more memory
+        // than a short one.
+        for (;;) {
+          OpenRowsFeed rows(JobId, TaskId, JobStartTime);
+          const long open = rows.Count();
+          if (open == 0) break;
           auto pass = AdvancedDownloadMgr::Create();
           pass->SetPoliteness(politeness);
           bool cancelled = false;
-          counts_.queued = rows->RecordCount();
+          counts_.queued = open;
           const ScopedConnection status =
               pass->OnStatusChange.Connect([&](const std::string& s, bool& cancel) {
                 OnStatusChange.Emit(s, cancel);
@@ -81,8 +83,7 @@ HttpClientPtr DownloadMgr::DownloadDocs(const std::string& JobId, const std::str
                 if (counts_.queued > 0) --counts_.queued;
                 OnTransferCounts.Emit(counts_);
               });
-          rows->MoveFirst();
-          client = pass->DownloadFiles(*rows, saver, client, method, SaveErrorPages);
+          client = pass->DownloadFiles(rows, saver, client, method, SaveErrorPages);
           // A cancelled pass ends the downloads: the rows it left would come back in the next
           // pass untried, and the passes would never end.
           if (cancelled) break;

@@ -27,33 +27,56 @@ constexpr const char* kQueueLink =
 }  // namespace
 
 db::RecordsetPtr D_CrawlQueue::GetUnreadDocs(const std::string& JobId, const std::string& TaskId,
-                                             const DateTime& JobStartTime) {
+                                             const DateTime& JobStartTime, long long AfterRow,
+                                             long MaxRows) {
   return ReportAs("D_CrawlQueue.GetUnreadDocs(JobId,TaskId,JobStartTime)", [&] {
-    // The conditions are those of the partial index of unread pages.
+    // The conditions are those of the partial index of unread pages, which holds the row
+    // numbers in order.
     return Query().RunQuery(
-        "SELECT doc_id, uri, temp_uri, copy_completion_time, crawl_depth FROM task_instance_docs "
-        "WHERE job_id = ? AND task_id = ? AND job_start_time = ? AND temp_uri IS NOT NULL AND "
-        "temp_uri <> '' AND extraction_completion_code = 0 ORDER BY rowid",
-        true, {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+        "SELECT rowid AS row_no, doc_id, uri, temp_uri, copy_completion_time, crawl_depth FROM "
+        "task_instance_docs WHERE job_id = ? AND task_id = ? AND job_start_time = ? AND temp_uri "
+        "IS NOT NULL AND temp_uri <> '' AND extraction_completion_code = 0 AND rowid > ? ORDER BY "
+        "rowid LIMIT ?",
+        true,
+        {Variant(JobId), Variant(TaskId), Variant(JobStartTime), Variant(AfterRow),
+         Variant(static_cast<long long>(MaxRows > 0 ? MaxRows : -1))});
   });
 }
 
-std::vector<std::string> D_CrawlQueue::GetRunAddresses(const std::string& JobId,
-                                                       const std::string& TaskId,
-                                                       const DateTime& JobStartTime) {
-  return ReportAs("D_CrawlQueue.GetRunAddresses(JobId,TaskId,JobStartTime)", [&] {
+long D_CrawlQueue::CountUnreadDocs(const std::string& JobId, const std::string& TaskId,
+                                   const DateTime& JobStartTime) {
+  return ReportAs("D_CrawlQueue.CountUnreadDocs(JobId,TaskId,JobStartTime)", [&] {
     auto rs = Query().RunQuery(
-        "SELECT uri FROM task_instance_docs WHERE task_id = ? AND job_id = ? AND "
-        "job_start_time = ? ORDER BY rowid",
-        true, {Variant(TaskId), Variant(JobId), Variant(JobStartTime)});
-    std::vector<std::string> uris;
-    uris.reserve(static_cast<std::size_t>(rs->RecordCount()));
-    if (rs->RecordCount() > 0) rs->MoveFirst();
-    for (; !rs->IsEOF(); rs->MoveNext()) {
-      const Variant& v = (*rs)["uri"].Value();
-      if (!v.IsEmptyOrNull()) uris.push_back(v.ToText());
+        "SELECT COUNT(*) AS n FROM task_instance_docs WHERE job_id = ? AND task_id = ? AND "
+        "job_start_time = ? AND temp_uri IS NOT NULL AND temp_uri <> '' AND "
+        "extraction_completion_code = 0",
+        true, {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+    if (rs->IsEOF()) return 0L;
+    const Variant& v = (*rs)["n"].Value();
+    return v.IsEmptyOrNull() ? 0L : v.ToLong();
+  });
+}
+
+void D_CrawlQueue::ForEachRunAddress(const std::string& JobId, const std::string& TaskId,
+                                     const DateTime& JobStartTime,
+                                     const std::function<void(const std::string&)>& each) {
+  ReportAs("D_CrawlQueue.ForEachRunAddress(JobId,TaskId,JobStartTime)", [&] {
+    constexpr long kSlice = 5000;
+    long long after = 0;
+    for (long got = kSlice; got == kSlice;) {
+      auto rs = Query().RunQuery(
+          "SELECT rowid AS row_no, uri FROM task_instance_docs WHERE task_id = ? AND job_id = ? "
+          "AND job_start_time = ? AND rowid > ? ORDER BY rowid LIMIT ?",
+          true,
+          {Variant(TaskId), Variant(JobId), Variant(JobStartTime), Variant(after),
+           Variant(static_cast<long long>(kSlice))});
+      got = 0;
+      for (; !rs->IsEOF(); rs->MoveNext(), ++got) {
+        after = (*rs)["row_no"].Value().ToLongLong();
+        const Variant& v = (*rs)["uri"].Value();
+        if (!v.IsEmptyOrNull()) each(v.ToText());
+      }
     }
-    return uris;
   });
 }
 

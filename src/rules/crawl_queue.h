@@ -12,6 +12,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -45,13 +46,19 @@ class D_CrawlQueue : public RulesDataAccess {
       : RulesDataAccess(std::move(rules_db_conn_str)) {}
 
   // The run's fetched rows (a local copy in `temp_uri`) whose links have not been read (no
-  // extraction code yet: 0), in the
-  // order they were queued: doc_id, uri, temp_uri, copy_completion_time, crawl_depth.
+  // extraction code yet: 0), in the order they were queued, after row number `AfterRow` (0: from
+  // the first) and at most `MaxRows` of them (0: all): row_no (the row's number, the next
+  // slice's `AfterRow`), doc_id, uri, temp_uri, copy_completion_time, crawl_depth.
   db::RecordsetPtr GetUnreadDocs(const std::string& JobId, const std::string& TaskId,
-                                 const DateTime& JobStartTime);
-  // Every address of the run, in the order queued.
-  std::vector<std::string> GetRunAddresses(const std::string& JobId, const std::string& TaskId,
-                                           const DateTime& JobStartTime);
+                                 const DateTime& JobStartTime, long long AfterRow = 0,
+                                 long MaxRows = 0);
+  long CountUnreadDocs(const std::string& JobId, const std::string& TaskId,
+                       const DateTime& JobStartTime);
+  // Calls `each` with every address of the run, in the order queued, reading a few thousand
+  // rows at a time.
+  void ForEachRunAddress(const std::string& JobId, const std::string& TaskId,
+                         const DateTime& JobStartTime,
+                         const std::function<void(const std::string&)>& each);
   CrawlRunState GetRunState(const std::string& JobId, const std::string& TaskId,
                             const DateTime& JobStartTime);
   // Marks `ReadDocIds` processed for links (their start and completion times now) and queues

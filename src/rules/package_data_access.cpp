@@ -4,6 +4,8 @@
 #include "platform/text.h"
 #include "rules/failures.h"
 #include "rules/row_writer.h"
+#include "rules/rules_schema.h"
+#include "rules/rules_transaction.h"
 #include "rules/shape.h"
 
 namespace gw {
@@ -443,6 +445,70 @@ db::RecordsetPtr D_DownloadMgr::GetNonDownloadedFiles(const std::string& JobId,
     return Query().RunQuery("Exec usp_GetNonDownLoadedDocs ?, ?, ?", false,
                             {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
   });
+}
+
+db::RecordsetPtr D_DownloadMgr::GetNonDownloadedFilesAfter(const std::string& JobId,
+                                                           const std::string& TaskId,
+                                                           const DateTime& JobStartTime,
+                                                           std::int64_t AfterRow, long MaxRows) {
+  return ReportAs("D_DownloadMgr.GetNonDownloadedFilesAfter(JobId,TaskId,JobStartTime,AfterRow)",
+                  [&] {
+                    // The conditions are those of the partial index of open rows, which holds
+                    // the row numbers in order.
+                    return Query().RunQuery(
+                        "SELECT rowid AS row_no, doc_id, uri, copy_completion_code, "
+                        "copy_try_count FROM task_instance_docs WHERE job_id = ? AND task_id = ? "
+                        "AND job_start_time = ? AND (copy_completion_code <> 'Success') AND "
+                        "(copy_try_count < 10) AND rowid > ? ORDER BY rowid LIMIT ?",
+                        true,
+                        {Variant(JobId), Variant(TaskId), Variant(JobStartTime),
+                         Variant(static_cast<long long>(AfterRow)),
+                         Variant(static_cast<std::int32_t>(MaxRows))});
+                  });
+}
+
+long D_DownloadMgr::CountNonDownloadedFiles(const std::string& JobId, const std::string& TaskId,
+                                            const DateTime& JobStartTime) {
+  return ReportAs("D_DownloadMgr.CountNonDownloadedFiles(JobId,TaskId,JobStartTime)", [&] {
+    auto rs = Query().RunQuery(
+        "SELECT COUNT(*) AS n FROM task_instance_docs WHERE job_id = ? AND task_id = ? AND "
+        "job_start_time = ? AND (copy_completion_code <> 'Success') AND (copy_try_count < 10)",
+        true, {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+    if (rs->IsEOF()) return 0L;
+    const Variant& v = (*rs)["n"].Value();
+    return v.IsEmptyOrNull() ? 0L : v.ToLong();
+  });
+}
+
+db::ConnectionPtr D_DownloadMgr::OutcomeConnection() {
+  if (auto cn = RulesSession::ActiveConnection(ConnStr())) return cn;
+  return OpenRulesConnection(ConnStr());
+}
+
+void D_DownloadMgr::SetCopyOutcome(db::Connection& cn, const std::string& DocId,
+                                   const std::string& Code, long Tries, const std::string* TempUri,
+                                   const DateTime* CompletionTime) {
+  const Variant tries(static_cast<std::int32_t>(Tries));
+  if (TempUri && CompletionTime) {
+    const Variant params[] = {Variant(Code), Variant(*TempUri), Variant(*CompletionTime), tries,
+                              Variant(DocId)};
+    cn.ExecuteNonQuery(
+        "UPDATE task_instance_docs SET copy_completion_code = ?, temp_uri = ?, "
+        "copy_completion_time = ?, copy_try_count = ? WHERE doc_id = ?",
+        params);
+  } else if (TempUri) {
+    const Variant params[] = {Variant(Code), Variant(*TempUri), tries, Variant(DocId)};
+    cn.ExecuteNonQuery(
+        "UPDATE task_instance_docs SET copy_completion_code = ?, temp_uri = ?, copy_try_count = ? "
+        "WHERE doc_id = ?",
+        params);
+  } else {
+    const Variant params[] = {Variant(Code), tries, Variant(DocId)};
+    cn.ExecuteNonQuery(
+        "UPDATE task_instance_docs SET copy_completion_code = ?, copy_try_count = ? WHERE doc_id "
+        "= ?",
+        params);
+  }
 }
 
 void D_DownloadMgr::SetCachePathToSrcPath(const std::string& JobId, const std::string& TaskId,

@@ -155,6 +155,26 @@ class D_DownloadMgr : public RulesDataAccess {
   // The run's rows still to fetch (not "Success", tried fewer than 10 times), updatable.
   db::RecordsetPtr GetNonDownloadedFiles(const std::string& JobId, const std::string& TaskId,
                                          const DateTime& JobStartTime);
+  // A slice of the run's rows still to fetch, for reading a long list a few thousand rows at a
+  // time: the open rows after row number `AfterRow` (0: from the first), at most `MaxRows`, in the
+  // order of `GetNonDownloadedFiles`; read-only, with the columns "row_no" (the row's number in
+  // the store, the next slice's `AfterRow`), "doc_id", "uri", "copy_completion_code" and
+  // "copy_try_count". An outcome written meanwhile never moves a row into a later slice, so a pass
+  // that reads slice after slice tries each row once.
+  db::RecordsetPtr GetNonDownloadedFilesAfter(const std::string& JobId, const std::string& TaskId,
+                                              const DateTime& JobStartTime, std::int64_t AfterRow,
+                                              long MaxRows);
+  long CountNonDownloadedFiles(const std::string& JobId, const std::string& TaskId,
+                               const DateTime& JobStartTime);
+  // The connection that a download run writes its rows' outcomes on: the run's rules session
+  // when one is active, else a new connection (the caller's to keep).
+  db::ConnectionPtr OutcomeConnection();
+  // One row's outcome of a try, written on `cn` by its `DocId`: its code and try count and, when
+  // given, its file (`TempUri`) and `CompletionTime`. The statement is prepared once per
+  // connection.
+  static void SetCopyOutcome(db::Connection& cn, const std::string& DocId, const std::string& Code,
+                             long Tries, const std::string* TempUri,
+                             const DateTime* CompletionTime);
   // Points the run's rows still to fetch at their source (temp_uri = uri).
   void SetCachePathToSrcPath(const std::string& JobId, const std::string& TaskId,
                              const DateTime& JobStartTime);

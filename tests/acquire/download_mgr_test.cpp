@@ -131,6 +131,10 @@ class Site {
     std::lock_guard lock(mutex_);
     return busy_sent_;
   }
+  std::vector<std::string> Log() {
+    std::lock_guard lock(mutex_);
+    return log_;
+  }
   int MaxInFlight() const { return max_in_flight_; }
   void SetRobots(std::string text) { robots_ = std::move(text); }
   void SetRetryAfter(std::string v) { retry_after_ = std::move(v); }
@@ -345,6 +349,34 @@ TEST_F(DownloadTest, EachHostHasItsLimitAndOtherHostsGoOnMeanwhile) {
   // The second host did not wait for the first one's rows: it was served before the first host's
   // last row was even sent.
   EXPECT_LT(two.FirstRequestOf("/slow?ms=300"), one.LastRequestOf("/slow?ms=300"));
+}
+
+TEST_F(DownloadTest, AListReadSliceBySliceTriesEachRowOnceInItsOrder) {
+  // Slices of two rows: the failures written meanwhile stay open but must not come back in the
+  // same pass, and no row may be passed over at a slice's edge.
+  Site site;
+  Option(option::kObeyRobotsTxt, Variant(false), DataType::Bool);
+  Option(option::kMaxRequestsPerHost, Variant(1), DataType::Dword);
+  std::vector<std::string> expected;
+  for (int i = 0; i < 7; ++i) {
+    const std::string path = (i % 3 == 1 ? "/missing?n=" : "/target.htm?n=") + std::to_string(i);
+    Queue("d" + std::to_string(i), site.Url(path));
+    expected.push_back("GET " + path);
+  }
+  OpenRowsFeed rows("j1", "t1", kRun, 2);
+  EXPECT_EQ(rows.Count(), 7);
+  auto pass = AdvancedDownloadMgr::Create();
+  pass->DownloadFiles(rows, saver_, client_);
+  // One host, one transfer at a time: the requests came in the rows' order, each once.
+  EXPECT_EQ(site.Log(), expected);
+  for (int i = 0; i < 7; ++i) {
+    const std::string id = "d" + std::to_string(i);
+    SCOPED_TRACE(id);
+    EXPECT_EQ(Col(id, "copy_try_count"), "1");
+    EXPECT_EQ(Col(id, "copy_completion_code"), i % 3 == 1 ? "Not Found" : "Success");
+    EXPECT_EQ(Col(id, "temp_uri"), i % 3 == 1 ? "" : (dl_ / (id + ".htm")).string());
+  }
+  EXPECT_EQ(OpenRowsFeed("j1", "t1", kRun, 2).Count(), 2);
 }
 
 TEST_F(DownloadTest, RetryAfterHoldsTheHostBackAndTheRowStaysOpen) {

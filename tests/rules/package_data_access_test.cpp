@@ -268,6 +268,48 @@ TEST_F(PackageDataTest, NonDownloadedRowsAreUpdatableByTheCaller) {
   EXPECT_EQ(D_DownloadMgr().GetNonDownloadedFiles("j1", "t1", kRun)->RecordCount(), 0);
 }
 
+TEST_F(PackageDataTest, OpenRowsReadInSlicesWhileOutcomesAreWrittenComeOnceEach) {
+  // A pass reads its rows a slice at a time and writes outcomes as it goes: a failure keeps its
+  // row open, a success closes it, and neither may bring a row back or make one be passed over.
+  AddDoc("done", "Success", 1, "/tmp/done.htm");
+  for (const char* id : {"a", "b", "c", "d", "e"}) AddDoc(id, "Queued", 0);
+  AddDoc("tenth", "Not Found", 10);
+  D_DownloadMgr m;
+  EXPECT_EQ(m.CountNonDownloadedFiles("j1", "t1", kRun), 5);
+  const db::ConnectionPtr cn = m.OutcomeConnection();
+  std::vector<std::string> seen;
+  long long after = 0;
+  for (int slice = 0; slice < 10; ++slice) {
+    auto rs = m.GetNonDownloadedFilesAfter("j1", "t1", kRun, after, 2);
+    if (rs->IsEOF()) break;
+    for (; !rs->IsEOF(); rs->MoveNext()) {
+      const std::string id = Col(rs, "doc_id").ToString();
+      seen.push_back(id);
+      after = Col(rs, "row_no").ToLongLong();
+      const std::string file = "/tmp/" + id;
+      const DateTime now = DateTime::Now();
+      if (id == "b" || id == "d") {
+        D_DownloadMgr::SetCopyOutcome(*cn, id, "Not Found", Col(rs, "copy_try_count").ToLong() + 1,
+                                      nullptr, nullptr);
+      } else {
+        D_DownloadMgr::SetCopyOutcome(*cn, id, "Success", 1, &file, &now);
+      }
+    }
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"a", "b", "c", "d", "e"}));
+  std::vector<std::string> open;
+  for (auto rs = m.GetNonDownloadedFiles("j1", "t1", kRun); !rs->IsEOF(); rs->MoveNext()) {
+    open.push_back(Col(rs, "doc_id").ToString());
+  }
+  EXPECT_EQ(open, (std::vector<std::string>{"b", "d"}));
+  const auto doc = [](const char* id) { return D_Doc().GetDoc(id); };
+  EXPECT_EQ(Col(doc("b"), "copy_try_count").ToLong(), 1);
+  EXPECT_EQ(Col(doc("b"), "temp_uri").ToString(), "");
+  EXPECT_EQ(Col(doc("c"), "temp_uri").ToString(), "/tmp/c");
+  EXPECT_FALSE(Col(doc("c"), "copy_completion_time").IsNull());
+  EXPECT_TRUE(Col(doc("d"), "copy_completion_time").IsNull());
+}
+
 TEST_F(PackageDataTest, FileExtensionsByAddressMimeTypeAndResourceType) {
   D_DownloadMgr m;
   EXPECT_EQ(m.GetSaveAsFileExt("asp"), "htm");
