@@ -450,6 +450,37 @@ std::string FileSaver::GetCreateableFullPath() {
 std::string FileSaver::WriteNewFile(std::string_view bytes) {
   std::string path = GetCreateableFullPath();
   const std::string folder = fs::path(path).parent_path().string();
+  // A file without a name is written first and named when whole: a process killed meanwhile
+  // leaves nothing behind, and no temporary name is made and removed for each file (ext4 makes
+  // every new file after many removals look through the removed ones).
+  if (const int fd = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644); fd >= 0) {
+    try {
+      WriteAll(fd, bytes, path);
+    } catch (...) {
+      ::close(fd);
+      throw;
+    }
+    const std::string self = "/proc/self/fd/" + std::to_string(fd);
+    bool named = false;
+    int error = 0;
+    while (!named) {
+      if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
+        named = true;
+      } else if (errno == EEXIST) {
+        // Another writer took the name meanwhile: the next free one.
+        path = GetCreateableFileName(folder, fs::path(path).filename().string());
+      } else {
+        error = errno;
+        break;
+      }
+    }
+    ::close(fd);
+    if (named) return path;
+    // Without /proc the file cannot be named: written again below, the old way.
+    if (error != ENOENT && error != EPERM && error != EOPNOTSUPP && error != EXDEV) {
+      WriteFailed("FileSaver.SaveToFile", path, std::strerror(error));
+    }
+  }
   const std::string temporary = TemporaryName(folder);
   const int fd =
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
