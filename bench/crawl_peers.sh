@@ -93,7 +93,9 @@ export GLEANWRIGHT_HOME="$WORK/home"
 # Ten transfers at a time on the one host (the download manager's ten agents).
 sqlite3 "$GLEANWRIGHT_HOME/ZentrovoDB.sqlite" \
   "INSERT OR REPLACE INTO settings (name, val, datatype) VALUES ('MaxRequestsPerHost', '10', 'dword')"
-measure "$GW" crawl "$START" --to "$WORK/out-gw" --package bench
+# GW_BENCH_WRAP puts a profiler in front ("perf record -g -o /tmp/perf.data").
+# shellcheck disable=SC2086
+measure ${GW_BENCH_WRAP:-} "$GW" crawl "$START" --to "$WORK/out-gw" --package bench
 report "gleanwright crawl" "$WORK/out-gw"
 [ -n "${GW_ONLY:-}" ] && exit 0
 

@@ -427,16 +427,18 @@ std::size_t NoCaseSearcher::Find(std::string_view hay, std::size_t from) const n
 }
 
 std::size_t FindNoCase(std::string_view haystack, std::string_view needle, std::size_t from) {
-  if (IsAscii(needle) && needle.size() <= 2) {
-    // Short needles: skip building a table.
+  // Short needles, and short texts (a file name template, an address): building the searcher's
+  // tables would cost more than looking at every position.
+  if (IsAscii(needle) && (needle.size() <= 2 || haystack.size() <= 1024)) {
     const std::size_t m = needle.size();
     if (from > haystack.size()) return npos;
     if (m == 0) return from;
+    const char first = AsciiToLower(needle[0]);
     for (std::size_t i = from; i + m <= haystack.size(); ++i) {
-      if (AsciiToLower(haystack[i]) == AsciiToLower(needle[0]) &&
-          (m == 1 || AsciiToLower(haystack[i + 1]) == AsciiToLower(needle[1]))) {
-        return i;
-      }
+      if (AsciiToLower(haystack[i]) != first) continue;
+      std::size_t k = 1;
+      while (k < m && AsciiToLower(haystack[i + k]) == AsciiToLower(needle[k])) ++k;
+      if (k == m) return i;
     }
     return npos;
   }
