@@ -6,7 +6,8 @@
 # off, 16 concurrent requests, each page saved to a file). For each it prints the pages saved, the
 # wall time, pages per second and the peak memory of the process tree's largest process.
 #
-# Usage: bench/crawl_peers.sh [PAGES]      (GW_ONLY=1: gleanwright alone, no peers needed)
+# Usage: bench/crawl_peers.sh [PAGES]      (GW_ONLY=1: gleanwright alone, no peers needed;
+#        GW_PEERS="wget wget2": only those peers, of wget, wget2, httrack and scrapy)
 # The peers are installed here (apt-get, as root or through sudo), never by install-deps.sh; CI
 # does not run this. Builds nothing: run scripts/build.sh first. Everything lives in a temporary
 # folder, removed at the end, and nginx is stopped.
@@ -22,6 +23,8 @@ cleanup() {
   rm -rf "$WORK"
 }
 trap cleanup EXIT
+PEERS=" ${GW_PEERS:-wget wget2 httrack scrapy} "
+want() { [[ "$PEERS" == *" $1 "* ]]; }
 
 if [ -z "${GW_ONLY:-}" ]; then
   need=()
@@ -99,19 +102,19 @@ measure ${GW_BENCH_WRAP:-} "$GW" crawl "$START" --to "$WORK/out-gw" --package be
 report "gleanwright crawl" "$WORK/out-gw"
 [ -n "${GW_ONLY:-}" ] && exit 0
 
-measure wget --recursive --level=inf --no-verbose -e robots=off -P "$WORK/out-wget" "$START"
-report "wget" "$WORK/out-wget"
+want wget && measure wget --recursive --level=inf --no-verbose -e robots=off -P "$WORK/out-wget" "$START"
+want wget && report "wget" "$WORK/out-wget"
 
-if command -v wget2 >/dev/null; then
+if want wget2 && command -v wget2 >/dev/null; then
   measure wget2 --recursive --level=0 --no-verbose --robots=off --max-threads=16 \
     -P "$WORK/out-wget2" "$START"
   report "wget2 (16 threads)" "$WORK/out-wget2"
 fi
 
 # Without --disable-security-limits httrack holds itself to a few requests a second.
-measure httrack "$START" -O "$WORK/out-httrack" -s0 -c16 -%c1000 -A1000000000 -q -%v0 -I0 \
+want httrack && measure httrack "$START" -O "$WORK/out-httrack" -s0 -c16 -%c1000 -A1000000000 -q -%v0 -I0 \
   --disable-security-limits
-report "httrack (16 conn.)" "$WORK/out-httrack"
+want httrack && report "httrack (16 conn.)" "$WORK/out-httrack"
 
 cat >"$WORK/spider.py" <<PY
 import os
@@ -141,5 +144,7 @@ class SiteSpider(CrawlSpider):
             f.write(response.body)
         return []
 PY
-measure /usr/bin/python3 -m scrapy runspider "$WORK/spider.py"
-report "Scrapy CrawlSpider" "$WORK/out-scrapy"
+if want scrapy; then
+  measure /usr/bin/python3 -m scrapy runspider "$WORK/spider.py"
+  report "Scrapy CrawlSpider" "$WORK/out-scrapy"
+fi
