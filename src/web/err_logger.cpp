@@ -18,6 +18,28 @@ std::string Encode(std::string_view text) {
   return text::ReplaceAll(out, "=", "&#61;");
 }
 
+// A value as the form's encoder must see it to post it unchanged: the form encoder leaves "%"
+// as it stands (a form variable may hold an escape already) and trims spaces at both ends, so a
+// "%" and the spaces at the ends go in escaped.
+std::string Preescaped(std::string_view value) {
+  std::size_t lead = 0;
+  while (lead < value.size() && value[lead] == ' ') ++lead;
+  std::size_t trail = 0;
+  while (trail < value.size() - lead && value[value.size() - 1 - trail] == ' ') ++trail;
+  std::string out;
+  out.reserve(value.size() + 16);
+  for (std::size_t i = 0; i < lead; ++i) out += "%20";
+  for (char c : value.substr(lead, value.size() - lead - trail)) {
+    if (c == '%') {
+      out += "%25";
+    } else {
+      out += c;
+    }
+  }
+  for (std::size_t i = 0; i < trail; ++i) out += "%20";
+  return out;
+}
+
 }  // namespace
 
 std::string ErrLogger::BuildFormXml(const WebReport& r) {
@@ -35,7 +57,7 @@ std::string ErrLogger::BuildFormXml(const WebReport& r) {
   };
   std::string xml = "<formvars>";
   for (const auto& [name, value] : fields) {
-    xml += "<ctrl name='" + Encode(name) + "' val='" + Encode(*value) + "' />";
+    xml += "<ctrl name='" + Encode(name) + "' val='" + Encode(Preescaped(*value)) + "' />";
   }
   xml += "</formvars>";
   return xml;

@@ -23,7 +23,8 @@ class ErrLogger {
   // The form as XML: `<formvars>` with one `<ctrl name='...' val='...' />` per field, in the
   // order appName, version, activeForm, errNumber, errSource, position, errDescription, userInfo,
   // platformInfo, otherInfo; names and values HTML-encoded ("'" and "=" too, so that no value can
-  // be read as markup or as an attribute).
+  // be read as markup or as an attribute). A "%" and spaces at a value's ends are escaped first,
+  // so that the form's encoder posts the value unchanged.
   static std::string BuildFormXml(const WebReport& report);
   // Posts the form to `server` + "/submiterror.aspx". Returns whether the server answered with a
   // 2xx status; never throws.

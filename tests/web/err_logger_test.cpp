@@ -101,6 +101,32 @@ TEST_F(WebReportTest, TheFormReachesTheServerWithEveryField) {
   EXPECT_NE(sink.find("\"sent\"\n"), std::string::npos) << sink;
 }
 
+TEST_F(WebReportTest, ValuesWithEscapesAndSpacesArriveUnchanged) {
+  options_[report_option::kEnableWebErrorReporting] = "True";
+  options_[report_option::kErrorLogServer] = server_.Url("/");
+  // Texts that a form encoding could alter: an escape-like "%41", a lone "%", "&", "+", "=",
+  // non-ASCII letters and spaces at the ends.
+  const std::string description = "  Disk 100% full & rising: a+b=c, %41 caf\xC3\xA9 \xE2\x82\xAC ";
+  const std::string value = " 50% off + more=less & x ";
+  Error e(0, "", "");
+  try {
+    ReportAs("Task.Execute(Name)", Args(value),
+             [&] { throw Error(0x80072EE7, "HttpTransport.Send", description); });
+  } catch (...) {
+    e = ReportError(false, false, "Host.Main(Command)", Args(std::string("run")), "%POS%");
+  }
+  const auto posted = Posted();
+  ASSERT_EQ(posted.size(), 1u);
+  const auto& f = posted[0];
+  EXPECT_EQ(f.at("errDescription"), description);
+  EXPECT_EQ(f.at("position"), "%POS%");
+  EXPECT_EQ(f.at("otherInfo"), e.Report());
+  EXPECT_NE(e.Report().find("    Value Of Name:'" + value + "'\n"), std::string::npos)
+      << e.Report();
+  EXPECT_NE(e.Report().find(description), std::string::npos);
+  EXPECT_EQ(f.size(), 10u);
+}
+
 TEST_F(WebReportTest, AServerThatIsDownChangesNothingForTheFailure) {
   options_[report_option::kEnableWebErrorReporting] = "True";
   options_[report_option::kErrorLogServer] =
