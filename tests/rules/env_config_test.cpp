@@ -2,9 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
+#include <vector>
 
 #include "infra/c_registry.h"
 #include "infra/log_files.h"
@@ -26,8 +28,9 @@ Variant RegistryValue(const char* name) {
   return v;
 }
 
-// Every row of every table of the store, as text.
-std::string Snapshot(const std::filesystem::path& file) {
+// Every row of every table of the store but those of `skipped`, as text.
+std::string Snapshot(const std::filesystem::path& file,
+                     const std::vector<std::string>& skipped = {}) {
   auto cn = db::Connection::Create();
   cn->Open("Provider=SQLite;Data Source=" + file.string());
   std::string out;
@@ -36,6 +39,7 @@ std::string Snapshot(const std::filesystem::path& file) {
   for (; !tables->IsEOF(); tables->MoveNext()) names.push_back((*tables)[0L].Value().ToText());
   for (const std::string& name : names) {
     out += "table " + name + "\n";
+    if (std::find(skipped.begin(), skipped.end(), name) != skipped.end()) continue;
     auto rows = cn->Execute("SELECT * FROM \"" + name + "\" ORDER BY 1");
     for (; !rows->IsEOF(); rows->MoveNext()) {
       for (long i = 0; i < rows->GetFields().Count(); ++i) {
@@ -94,6 +98,53 @@ TEST_F(EnvConfigTest, AFirstRunCreatesEverythingAndASecondStartChangesNothing) {
   EXPECT_TRUE(again.DoStartTasks());
   EXPECT_EQ(Snapshot(Store()), store);
   EXPECT_EQ(testing::ReadFile(home_.Path() / "registry.txt"), registry);
+}
+
+TEST_F(EnvConfigTest, PurgingDocumentsKeepsTheRunsAndEverythingElse) {
+  CEnvConfig env;
+  ASSERT_TRUE(env.DoFirstRunConfigTasks());
+  {
+    auto cn = db::Connection::Create();
+    cn->Open("Provider=SQLite;Data Source=" + Store().string());
+    for (const char* sql : {
+             "INSERT INTO jobs (job_id, job_name) VALUES ('j1', 'books')",
+             "INSERT INTO tasks (task_id, job_id, task_name, step) VALUES ('t1', 'j1', 'fetch', 1)",
+             "INSERT INTO job_instances VALUES ('j1', '2026-01-02 03:04:05', NULL, 1)",
+             "INSERT INTO job_instances VALUES ('j1', '2026-02-03 04:05:06', NULL, 2)",
+             "INSERT INTO task_instances VALUES ('t1', 'j1', '2026-01-02 03:04:05', "
+             "'2026-01-02 03:04:06', NULL, 1)",
+             "INSERT INTO task_instance_docs (doc_id, task_id, job_id, job_start_time, uri) "
+             "VALUES ('d1', 't1', 'j1', '2026-01-02 03:04:05', 'file:///a.html'), "
+             "('d2', 't1', 'j1', '2026-01-02 03:04:05', 'file:///b.html')",
+             "INSERT INTO task_inst_doc_results_by_ent (doc_id, entity_id, ent_occur_count) "
+             "VALUES ('d1', 'e1', 3), ('d2', 'e1', 0)",
+         }) {
+      cn->ExecuteNonQuery(sql);
+    }
+  }
+  const std::vector<std::string> purged = {"task_inst_doc_results_by_ent", "task_instance_docs"};
+  const std::string kept = Snapshot(Store(), purged);
+  ASSERT_NE(Snapshot(Store()), kept);  // there is something to purge
+
+  env.PurgeDocDB();
+
+  // The documents and their results are gone; the runs and every other table are as they were.
+  EXPECT_EQ(Snapshot(Store()), kept);
+  const auto rows = [](const std::string& snapshot, const std::string& table) {
+    const std::size_t at = snapshot.find("table " + table + "\n");
+    if (at == std::string::npos) return -1L;
+    const std::size_t from = at + table.size() + 7;
+    const std::size_t to = snapshot.find("table ", from);
+    return static_cast<long>(std::count(
+        snapshot.begin() + static_cast<long>(from),
+        to == std::string::npos ? snapshot.end() : snapshot.begin() + static_cast<long>(to), '\n'));
+  };
+  EXPECT_EQ(rows(kept, "job_instances"), 2);
+  EXPECT_EQ(rows(kept, "task_instances"), 1);
+  EXPECT_EQ(rows(kept, "tasks"), 1);
+  EXPECT_EQ(rows(kept, "task_instance_docs"), 0);
+  env.PurgeDocDB();  // nothing left to purge is no failure
+  EXPECT_EQ(Snapshot(Store()), kept);
 }
 
 TEST_F(EnvConfigTest, AStaleFlagIsClearedWhenTheStoreIsAlreadyLoaded) {
