@@ -148,7 +148,7 @@ HttpClientPtr AdvancedDownloadMgr::DownloadFiles(db::Recordset& rsFileList,
   return ReportAs(
       "AdvancedDownloadMgr.DownloadFiles(rsFileList,SaveAsTemplate,TemplateHttpClient,Method,"
       "SaveErrorPages)",
-      [&] {
+      Args(rsFileList, SaveAsTemplate, TemplateHttpClient, Method, SaveErrorPages), [&] {
         RecordsetRows rows(rsFileList);
         rs_ = &rsFileList;
         return Run(rows, SaveAsTemplate, TemplateHttpClient, Method, SaveErrorPages);
@@ -349,7 +349,7 @@ bool AdvancedDownloadMgr::Dispatch(Pending row) {
 
 std::shared_ptr<web::WebForm> AdvancedDownloadMgr::BuildWebForm(const std::string& url,
                                                                 web::HttpClient& Client) {
-  return ReportAs("AdvancedDownloadMgr.BuildWebForm(url,Client)", [&] {
+  return ReportAs("AdvancedDownloadMgr.BuildWebForm(url,Client)", Args(url, Client), [&] {
     auto form = std::make_shared<web::WebForm>();
     form->SetMethod("POST");
     const std::string address(text::TrimWhitespace(form->LoadFormVariablesFromXML(url, false)));

@@ -51,6 +51,7 @@ HttpClientPtr DownloadMgr::DownloadDocs(const std::string& JobId, const std::str
   return ReportAs(
       "DownloadMgr.DownloadDocs(JobId,TaskId,JobStartTime,SaveAsTemplate,TemplateHttpClient,"
       "Method,SaveErrorPages)",
+      Args(JobId, TaskId, JobStartTime, SaveAsTemplate, TemplateHttpClient, Method, SaveErrorPages),
       [&] {
         std::string method = text::AsciiUpper(text::TrimSpaces(Method));
         if (method != "GET" && method != "POST") method = "GET";
@@ -95,6 +96,7 @@ HttpClientPtr DownloadMgr::DownloadDocs(const std::string& JobId, const std::str
 void DownloadMgr::DontDownloadDocs(const std::string& JobId, const std::string& TaskId,
                                    const DateTime& JobStartTime) {
   ReportAs("DownloadMgr.DontDownloadDocs(JobId,TaskId,JobStartTime)",
+           Args(JobId, TaskId, JobStartTime),
            [&] { D_DownloadMgr().SetCachePathToSrcPath(JobId, TaskId, JobStartTime); });
 }
 
@@ -113,30 +115,32 @@ void DownloadMgr::FailOpenRows(const std::string& JobId, const std::string& Task
 HttpClientPtr DownloadMgr::Crawl(const std::shared_ptr<Task>& task,
                                  const FileSaverPtr& SaveAsTemplate,
                                  const HttpClientPtr& TemplateHttpClient) {
-  return ReportAs("DownloadMgr.Crawl(Task,SaveAsTemplate,TemplateHttpClient)", [&] {
-    if (!task) {
-      throw Error(errnum::kObjectNotSet, "DownloadMgr.Crawl",
-                  "Object variable or With block variable not set");
-    }
-    auto crawler = std::dynamic_pointer_cast<ICrawlAgent>(task->CrawlerAgent());
-    if (!crawler) {
-      auto job = task->GetJob();
-      FailOpenRows(job->JobId(), task->TaskId(), job->StartTime(), kCrawlNotAvailable);
-      return TemplateHttpClient;
-    }
-    const ScopedConnection status = crawler->OnStatusChange.Connect(
-        [this](const std::string& s, bool& cancel) { OnStatusChange.Emit(s, cancel); });
-    const ScopedConnection progress = crawler->OnProgressChange.Connect(
-        [this](long change, long max) { OnProgressChange.Emit(change, max); });
-    counts_ = {};
-    const ScopedConnection outcome = crawler->OnRowOutcome.Connect(
-        [this](const std::string&, const std::string&, bool saved, long long bytes) {
-          (saved ? counts_.fetched : counts_.failed)++;
-          counts_.bytes += bytes;
-          OnTransferCounts.Emit(counts_);
-        });
-    return crawler->Crawl(task, TemplateHttpClient, SaveAsTemplate);
-  });
+  return ReportAs(
+      "DownloadMgr.Crawl(Task,SaveAsTemplate,TemplateHttpClient)",
+      Args(task, SaveAsTemplate, TemplateHttpClient), [&] {
+        if (!task) {
+          throw Error(errnum::kObjectNotSet, "DownloadMgr.Crawl",
+                      "Object variable or With block variable not set");
+        }
+        auto crawler = std::dynamic_pointer_cast<ICrawlAgent>(task->CrawlerAgent());
+        if (!crawler) {
+          auto job = task->GetJob();
+          FailOpenRows(job->JobId(), task->TaskId(), job->StartTime(), kCrawlNotAvailable);
+          return TemplateHttpClient;
+        }
+        const ScopedConnection status = crawler->OnStatusChange.Connect(
+            [this](const std::string& s, bool& cancel) { OnStatusChange.Emit(s, cancel); });
+        const ScopedConnection progress = crawler->OnProgressChange.Connect(
+            [this](long change, long max) { OnProgressChange.Emit(change, max); });
+        counts_ = {};
+        const ScopedConnection outcome = crawler->OnRowOutcome.Connect(
+            [this](const std::string&, const std::string&, bool saved, long long bytes) {
+              (saved ? counts_.fetched : counts_.failed)++;
+              counts_.bytes += bytes;
+              OnTransferCounts.Emit(counts_);
+            });
+        return crawler->Crawl(task, TemplateHttpClient, SaveAsTemplate);
+      });
 }
 
 // ---- the serial path ---------------------------------------------------------------------------
@@ -144,50 +148,53 @@ HttpClientPtr DownloadMgr::Crawl(const std::shared_ptr<Task>& task,
 void DownloadMgr::DownloadDocsSerially(const std::string& JobId, const std::string& TaskId,
                                        const DateTime& JobStartTime, const std::string& TempDir,
                                        long ThrottleWaitmsec) {
-  ReportAs("DownloadMgr.DownloadDocs(JobId,TaskId,JobStartTime,TempDir,ThrottleWaitmsec)", [&] {
-    D_DownloadMgr store;
-    const long total = store.GetTotalDocCount(JobId, TaskId, JobStartTime);
-    bool cancel = false;
-    for (auto rows = store.GetNonDownloadedFiles(JobId, TaskId, JobStartTime);
-         rows->RecordCount() > 0; rows = store.GetNonDownloadedFiles(JobId, TaskId, JobStartTime)) {
-      for (rows->MoveFirst(); !rows->IsEOF(); rows->MoveNext()) {
-        db::Recordset& rs = *rows;
-        const std::string uri = rs["uri"].Value().ToText();
-        OnStatusChange.Emit("Downloading " + uri, cancel);
-        if (cancel) return;
-        std::string path;
-        std::string code;
-        try {
-          code = DownloadDoc(uri, TempDir, rs["doc_id"].Value().ToText(), path);
-        } catch (const Error& e) {
-          code = e.Description();
-        }
-        db::Field& field = rs["copy_completion_code"];
-        const auto width = field.DefinedSize();
-        field.SetValue(Variant(
-            width > 0 ? std::string(text::TruncateCodePoints(code, static_cast<std::size_t>(width)))
-                      : code));
-        if (code == "Success") {
-          rs["temp_uri"].SetValue(Variant(path));
-          rs["copy_completion_time"].SetValue(Variant(DateTime::Now()));
-          OnProgressChange.Emit(1, total);
-        }
-        rs["copy_try_count"].SetValue(Variant(static_cast<std::int32_t>(TriesOf(rs) + 1)));
-        rs.Update();
-        DoEvents();
-        if (ThrottleWaitmsec > 0) {
-          char seconds[32];
-          std::snprintf(seconds, sizeof seconds, "%.15g", ThrottleWaitmsec / 1000.0);
-          OnStatusChange.Emit(
-              std::string("Throttling Download Requests...") + seconds + " seconds...", cancel);
-          for (long round = 0; round < ThrottleWaitmsec / 250; ++round) {
-            Sleep(std::chrono::milliseconds(250));
-            DoEvents();
-          }
-        }
-      }
-    }
-  });
+  ReportAs("DownloadMgr.DownloadDocs(JobId,TaskId,JobStartTime,TempDir,ThrottleWaitmsec)",
+           Args(JobId, TaskId, JobStartTime, TempDir, ThrottleWaitmsec), [&] {
+             D_DownloadMgr store;
+             const long total = store.GetTotalDocCount(JobId, TaskId, JobStartTime);
+             bool cancel = false;
+             for (auto rows = store.GetNonDownloadedFiles(JobId, TaskId, JobStartTime);
+                  rows->RecordCount() > 0;
+                  rows = store.GetNonDownloadedFiles(JobId, TaskId, JobStartTime)) {
+               for (rows->MoveFirst(); !rows->IsEOF(); rows->MoveNext()) {
+                 db::Recordset& rs = *rows;
+                 const std::string uri = rs["uri"].Value().ToText();
+                 OnStatusChange.Emit("Downloading " + uri, cancel);
+                 if (cancel) return;
+                 std::string path;
+                 std::string code;
+                 try {
+                   code = DownloadDoc(uri, TempDir, rs["doc_id"].Value().ToText(), path);
+                 } catch (const Error& e) {
+                   code = e.Description();
+                 }
+                 db::Field& field = rs["copy_completion_code"];
+                 const auto width = field.DefinedSize();
+                 field.SetValue(Variant(width > 0 ? std::string(text::TruncateCodePoints(
+                                                        code, static_cast<std::size_t>(width)))
+                                                  : code));
+                 if (code == "Success") {
+                   rs["temp_uri"].SetValue(Variant(path));
+                   rs["copy_completion_time"].SetValue(Variant(DateTime::Now()));
+                   OnProgressChange.Emit(1, total);
+                 }
+                 rs["copy_try_count"].SetValue(Variant(static_cast<std::int32_t>(TriesOf(rs) + 1)));
+                 rs.Update();
+                 DoEvents();
+                 if (ThrottleWaitmsec > 0) {
+                   char seconds[32];
+                   std::snprintf(seconds, sizeof seconds, "%.15g", ThrottleWaitmsec / 1000.0);
+                   OnStatusChange.Emit(
+                       std::string("Throttling Download Requests...") + seconds + " seconds...",
+                       cancel);
+                   for (long round = 0; round < ThrottleWaitmsec / 250; ++round) {
+                     Sleep(std::chrono::milliseconds(250));
+                     DoEvents();
+                   }
+                 }
+               }
+             }
+           });
 }
 
 web::ResourceType DownloadMgr::DetermineResourceType(std::string& URI) {

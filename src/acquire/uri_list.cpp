@@ -54,7 +54,7 @@ bool UriList::Add(const web::Uri& url, const std::string& SourceUrl, bool ForSav
 }
 
 std::string UriList::ToString(bool IncludeSrcUri, bool isEmail) const {
-  return ReportAs("UriList.ToString(IncludeSrcUri,isEmail)", [&] {
+  return ReportAs("UriList.ToString(IncludeSrcUri,isEmail)", Args(IncludeSrcUri, isEmail), [&] {
     std::string out;
     for (const auto& [key, item] : items_) {
       if (isEmail) {
@@ -97,19 +97,20 @@ UriListItemPtr UriList::ItemByIndex(long index) const {
 
 std::shared_ptr<UriList> UriList::DivideByRuleset(const UriRuleset& Ruleset,
                                                   bool ReturnMatches) const {
-  return ReportAs("UriList.DivideByRuleset(Ruleset,ReturnMatches)", [&] {
-    auto result = Create();
-    for (const auto& [key, item] : items_) {
-      web::Uri u(item->url());
-      u.SetLinkText(item->linkText());
-      if (Ruleset.IsMatch(u) == ReturnMatches) result->Add(u, item->SrcUrl(), true);
-    }
-    return result;
-  });
+  return ReportAs("UriList.DivideByRuleset(Ruleset,ReturnMatches)", Args(Ruleset, ReturnMatches),
+                  [&] {
+                    auto result = Create();
+                    for (const auto& [key, item] : items_) {
+                      web::Uri u(item->url());
+                      u.SetLinkText(item->linkText());
+                      if (Ruleset.IsMatch(u) == ReturnMatches) result->Add(u, item->SrcUrl(), true);
+                    }
+                    return result;
+                  });
 }
 
 void UriList::MergeTo(const UriList& MergeFrom) {
-  ReportAs("UriList.MergeTo(MergeFrom)", [&] {
+  ReportAs("UriList.MergeTo(MergeFrom)", Args(MergeFrom), [&] {
     for (const auto& [key, item] : MergeFrom.items_) {
       // A new address without its text: merged links keep their source only.
       const web::Uri u(item->url());
@@ -119,7 +120,7 @@ void UriList::MergeTo(const UriList& MergeFrom) {
 }
 
 void UriList::SaveToDB(const std::shared_ptr<Task>& TaskInstance) {
-  ReportAs("UriList.SaveToDB(TaskInstance)", [&] {
+  ReportAs("UriList.SaveToDB(TaskInstance)", Args(TaskInstance), [&] {
     if (!TaskInstance) {
       throw Error(errnum::kObjectNotSet, "UriList.SaveToDB",
                   "Object variable or With block variable not set");
@@ -141,15 +142,16 @@ void UriList::SaveToDB(const std::shared_ptr<Task>& TaskInstance) {
 }
 
 void UriList::WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const {
-  ReportAs("UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)", [&] {
-    // Through a file saver: the old file goes first (Overwrite), so the new one is UTF-16 with a
-    // byte-order mark and always holds the whole list.
-    const std::filesystem::path path = std::filesystem::absolute(Filepath);
-    auto saver = FileSaver::Create();
-    saver->SetRootFolder(path.parent_path().string());
-    saver->SetFileName(path.filename().string());
-    saver->SaveText(ToString(IncludeSrcUri, isEmail), true, isEmail);
-  });
+  ReportAs("UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)",
+           Args(Filepath, IncludeSrcUri, isEmail), [&] {
+             // Through a file saver: the old file goes first (Overwrite), so the new one is UTF-16
+             // with a byte-order mark and always holds the whole list.
+             const std::filesystem::path path = std::filesystem::absolute(Filepath);
+             auto saver = FileSaver::Create();
+             saver->SetRootFolder(path.parent_path().string());
+             saver->SetFileName(path.filename().string());
+             saver->SaveText(ToString(IncludeSrcUri, isEmail), true, isEmail);
+           });
 }
 
 }  // namespace gw

@@ -73,7 +73,7 @@ const PropertyTable* UriRule::GetPropertyTable() const {
 }
 
 bool UriRule::IsMatch(const web::Uri& u, bool DefaultValue) const {
-  return ReportAs("UriRule.IsMatch(u,DefaultValue)", [&] {
+  return ReportAs("UriRule.IsMatch(u,DefaultValue)", Args(u, DefaultValue), [&] {
     std::string s;
     if (!Subject(u, part_, s)) return DefaultValue;
     const std::string_view v = value_;
@@ -125,7 +125,7 @@ const PropertyTable* UriRuleset::GetPropertyTable() const {
 }
 
 bool UriRuleset::IsMatch(const web::Uri& u) const {
-  return ReportAs("UriRuleset.IsMatch(u)", [&] {
+  return ReportAs("UriRuleset.IsMatch(u)", Args(u), [&] {
     bool result = false;
     for (const UriRulePtr& rule : rules_) {
       if (!rule->IsValid()) continue;
@@ -158,7 +158,7 @@ std::string UriRuleset::Serialize() {
 }
 
 void UriRuleset::Deserialize(std::string_view xml) {
-  ReportAs("UriRuleset.ISerializable_Deserialize(xml)", [&] {
+  ReportAs("UriRuleset.ISerializable_Deserialize(xml)", Args(xml), [&] {
     if (xml.empty()) return;
     XmlSerializer serializer;
     serializer.Deserialize(*this, xml);

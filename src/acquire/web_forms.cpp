@@ -33,7 +33,7 @@ std::string XmlNode(std::string_view id, std::string_view value) {
 // ---- WebCtrl ----------------------------------------------------------------------------------
 
 void WebCtrl::LoadFromObject(const html::Element& htmlCtrl) {
-  ReportAs("WebCtrl.LoadFromObject(htmlCtrl)", [&] {
+  ReportAs("WebCtrl.LoadFromObject(htmlCtrl)", Args(htmlCtrl), [&] {
     if (auto form = parent_.lock()) {
       if (auto page = form->Parent()) element_path_ = page->GetElementPath(htmlCtrl);
     }
@@ -145,7 +145,7 @@ void ResponseWebForm::SetMethod(std::string_view v) { method_ = text::AsciiUpper
 
 void ResponseWebForm::LoadFromDOM(const html::Element& formNode,
                                   const std::shared_ptr<WebPage>& ParentPage) {
-  ReportAs("ResponseWebForm.LoadFromDOM(formNode,ParentPage)", [&] {
+  ReportAs("ResponseWebForm.LoadFromDOM(formNode,ParentPage)", Args(formNode, ParentPage), [&] {
     parent_ = ParentPage;
     dom_node_ = formNode;
     action_ = GetAbsoluteActionUrl(formNode);
@@ -172,7 +172,7 @@ void ResponseWebForm::LoadControls(const html::Element& formNode) {
 }
 
 std::string ResponseWebForm::GetAbsoluteActionUrl(const html::Element& formNode) const {
-  return ReportAs("ResponseWebForm.GetAbsoluteActionUrl(formNode)", [&] {
+  return ReportAs("ResponseWebForm.GetAbsoluteActionUrl(formNode)", Args(formNode), [&] {
     auto page = parent_.lock();
     const web::Uri* base = page ? &page->url() : nullptr;
     const std::string action = formNode.action();
@@ -192,22 +192,23 @@ std::string ResponseWebForm::BuildXMLTemplate(bool IncludeSampleData) const {
 }
 
 std::string ResponseWebForm::BuildQueryTemplate(bool IncludeSampleData) const {
-  return ReportAs("ResponseWebForm.BuildQueryTemplate(IncludeSampleData)", [&] {
-    const web::Uri action(action_);
-    if (method_ != "GET" && !action.QueryString().empty()) {
-      return "The querystring format is not recommended for use with this form because the "
-             "action url (" +
-             action_ +
-             ") already contains a querystring.  You should use the XML style format "
-             "instead.";
-    }
-    std::string out = action.scheme() + "://" + action.Host() + action.PathAndQuery();
-    out += action.QueryString().empty() ? "?" : "&";
-    for (const WebCtrlPtr& ctrl : controls_)
-      out += ctrl->BuildQuerystringParam(IncludeSampleData) + "&";
-    out.pop_back();
-    return out;
-  });
+  return ReportAs(
+      "ResponseWebForm.BuildQueryTemplate(IncludeSampleData)", Args(IncludeSampleData), [&] {
+        const web::Uri action(action_);
+        if (method_ != "GET" && !action.QueryString().empty()) {
+          return "The querystring format is not recommended for use with this form because the "
+                 "action url (" +
+                 action_ +
+                 ") already contains a querystring.  You should use the XML style format "
+                 "instead.";
+        }
+        std::string out = action.scheme() + "://" + action.Host() + action.PathAndQuery();
+        out += action.QueryString().empty() ? "?" : "&";
+        for (const WebCtrlPtr& ctrl : controls_)
+          out += ctrl->BuildQuerystringParam(IncludeSampleData) + "&";
+        out.pop_back();
+        return out;
+      });
 }
 
 ResponseWebFormPtr ResponseWebForms::Add(std::string_view sKey) {

@@ -1,5 +1,6 @@
 #include "acquire/web_page.h"
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 
@@ -104,7 +105,7 @@ void WebPage::NewLinkLists() {
 // ---- the fast scan ----------------------------------------------------------------------------
 
 Variant WebPage::RegExHrefs(const std::string& FilePath, const std::string& url) {
-  return ReportAs("WebPage.RegExHrefs(FilePath,url)", [&] {
+  return ReportAs("WebPage.RegExHrefs(FilePath,url)", Args(FilePath, url), [&] {
     NewLinkLists();
     auto page = std::make_shared<web::Uri>();
     page->Parse(url);
@@ -162,7 +163,7 @@ web::Uri& WebPage::CleanseEmail(web::Uri& mailto) {
 // ---- the document tree ------------------------------------------------------------------------
 
 void WebPage::LoadFromString(const std::string& text, const std::string& SrcUrl) {
-  ReportAs("WebPage.LoadFromString(text,SrcUrl)", [&] {
+  ReportAs("WebPage.LoadFromString(text,SrcUrl)", Args(text, SrcUrl), [&] {
     std::string folder;
     try {
       folder = Settings().GetOption("StringFileCreatePath").ToText();
@@ -185,8 +186,11 @@ void WebPage::LoadFromString(const std::string& text, const std::string& SrcUrl)
       std::ofstream out(path, std::ios::binary | std::ios::trunc);
       out << "\xEF\xBB\xBF" << text;
       if (!out.flush()) {
-        throw Error(errnum::kPathFileAccessError, "WebPage.LoadFromString",
-                    "Path/File access error: could not write " + path.string());
+        const int code = errno;
+        Error e(errnum::kPathFileAccessError, "WebPage.LoadFromString",
+                "Path/File access error: could not write " + path.string());
+        e.SetSystemError(code);
+        throw e;
       }
     }
     LoadFromUrl(path.string(), SrcUrl);
@@ -194,7 +198,7 @@ void WebPage::LoadFromString(const std::string& text, const std::string& SrcUrl)
 }
 
 void WebPage::LoadFromUrl(const std::string& url, const std::string& SrcUrl) {
-  ReportAs("WebPage.LoadFromUrl(url,SrcUrl)", [&] {
+  ReportAs("WebPage.LoadFromUrl(url,SrcUrl)", Args(url, SrcUrl), [&] {
     LoadContext context;
     Load(url, SrcUrl, context, 0);
   });
@@ -202,10 +206,11 @@ void WebPage::LoadFromUrl(const std::string& url, const std::string& SrcUrl) {
 
 void WebPage::LoadFromDOM(const std::shared_ptr<const html::Document>& htmlDoc,
                           const std::string& SrcUrl, bool ParseLinks) {
-  ReportAs("WebPage.LoadFromDOM(htmlDoc,SrcUrl,ParseLinks)", [&] {
-    LoadContext context;
-    LoadDocument(htmlDoc, SrcUrl, ParseLinks, context, 0);
-  });
+  ReportAs("WebPage.LoadFromDOM(htmlDoc,SrcUrl,ParseLinks)", Args(htmlDoc, SrcUrl, ParseLinks),
+           [&] {
+             LoadContext context;
+             LoadDocument(htmlDoc, SrcUrl, ParseLinks, context, 0);
+           });
 }
 
 const std::shared_ptr<web::HttpClient>& WebPage::Session() {

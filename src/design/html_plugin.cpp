@@ -31,8 +31,11 @@ void WriteDocument(const std::string& path, const DocumentFile& doc, std::string
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
   if (!out || !out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) ||
       !out.flush()) {
-    throw Error(errnum::kPathFileAccessError, "CHTMLPlugin.WriteDocument",
-                "Path/File access error: could not write " + path + ": " + std::strerror(errno));
+    const int code = errno;
+    Error e(errnum::kPathFileAccessError, "CHTMLPlugin.WriteDocument",
+            "Path/File access error: could not write " + path + ": " + std::strerror(code));
+    e.SetSystemError(code);
+    throw e;
   }
 }
 
@@ -274,36 +277,39 @@ std::string CHTMLPlugin::CleanseAndGetSource(const std::string& Uri,
 }
 
 void CHTMLPlugin::CleanDocument(const std::string& Path) {
-  ReportAs("CHTMLPlugin.CleanDocument(Path)", [&] { RewriteDocument(Path, CleanText); });
+  ReportAs("CHTMLPlugin.CleanDocument(Path)", Args(Path),
+           [&] { RewriteDocument(Path, CleanText); });
 }
 
 void CHTMLPlugin::RemoveStart(const std::string& path, long Length) {
-  ReportAs("CHTMLPlugin.RemoveStart(path,Length)", [&] {
+  ReportAs("CHTMLPlugin.RemoveStart(path,Length)", Args(path, Length), [&] {
     RewriteDocument(path, [&](const BString& text) { return RemoveStartText(text, Length); });
   });
 }
 
 void CHTMLPlugin::ReplaceInFile(const std::string& path, const std::string& searchVal,
                                 const std::string& replaceVal) {
-  ReportAs("CHTMLPlugin.ReplaceInFile(path,searchVal,replaceVal)", [&] {
-    RewriteDocument(path,
-                    [&](const BString& text) { return text.ReplaceStr(searchVal, replaceVal); });
-  });
+  ReportAs("CHTMLPlugin.ReplaceInFile(path,searchVal,replaceVal)",
+           Args(path, searchVal, replaceVal), [&] {
+             RewriteDocument(
+                 path, [&](const BString& text) { return text.ReplaceStr(searchVal, replaceVal); });
+           });
 }
 
 void CHTMLPlugin::RegExReplace(const std::string& path, const std::string& Pattern,
                                const std::string& ReplaceString) {
-  ReportAs("CHTMLPlugin.RegExReplace(path,Pattern,ReplaceString)", [&] {
-    const RegExp re(Pattern, /*global=*/true, /*ignore_case=*/false);
-    RewriteDocument(path, [&](const BString& text) {
-      return BString(re.Replace(text.ToString(), ReplaceString));
-    });
-  });
+  ReportAs("CHTMLPlugin.RegExReplace(path,Pattern,ReplaceString)",
+           Args(path, Pattern, ReplaceString), [&] {
+             const RegExp re(Pattern, /*global=*/true, /*ignore_case=*/false);
+             RewriteDocument(path, [&](const BString& text) {
+               return BString(re.Replace(text.ToString(), ReplaceString));
+             });
+           });
 }
 
 void CHTMLPlugin::RemoveTags(const std::string& path, const std::string& startTag,
                              const std::string& endTag) {
-  ReportAs("CHTMLPlugin.RemoveTags(path,startTag,endTag)", [&] {
+  ReportAs("CHTMLPlugin.RemoveTags(path,startTag,endTag)", Args(path, startTag, endTag), [&] {
     RewriteDocument(path, [&](BString text) { return RemoveTagsText(text, startTag, endTag); });
   });
 }
@@ -311,11 +317,12 @@ void CHTMLPlugin::RemoveTags(const std::string& path, const std::string& startTa
 void CHTMLPlugin::ReplaceInsideTags(const std::string& path, const std::string& StartTag,
                                     const std::string& EndTag, const std::string& Pattern,
                                     const std::string& ReplaceString) {
-  ReportAs("CHTMLPlugin.ReplaceInsideTags(path,StartTag,EndTag,Pattern,ReplaceString)", [&] {
-    RewriteDocument(path, [&](const BString& text) {
-      return text.ReplaceInsideTokens(StartTag, EndTag, Pattern, ReplaceString);
-    });
-  });
+  ReportAs("CHTMLPlugin.ReplaceInsideTags(path,StartTag,EndTag,Pattern,ReplaceString)",
+           Args(path, StartTag, EndTag, Pattern, ReplaceString), [&] {
+             RewriteDocument(path, [&](const BString& text) {
+               return text.ReplaceInsideTokens(StartTag, EndTag, Pattern, ReplaceString);
+             });
+           });
 }
 
 namespace {

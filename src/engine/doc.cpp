@@ -35,7 +35,7 @@ MetaDocPtr Doc::Metadata() {
 }
 
 std::string Doc::GetSrcText(IDocPlugin& DocPlugin) {
-  return ReportAs("Doc.GetSrcText(DocPlugin)", [&] {
+  return ReportAs("Doc.GetSrcText(DocPlugin)", Args(DocPlugin), [&] {
     auto task = task_.lock();
     if (!task) ThrowObjectNotSet("Doc.GetSrcText");
     return DocPlugin.CleanseAndGetSource(local_path_,
@@ -78,15 +78,16 @@ Status Doc::CheckReadable() const {
 DocPtr Docs::Add(const std::shared_ptr<Task>& TaskInstance, std::string LocalPath,
                  std::string SourceUri, const DateTime& CopyCompleteTime, std::string DocId,
                  std::string_view sKey) {
-  return ReportAs("Docs.Add(TaskInstance,LocalPath,SourceUri,CopyCompleteTime,DocId,sKey)", [&] {
-    auto doc = Doc::Create();
-    if (TaskInstance) doc->SetTaskInstance(TaskInstance);
-    doc->SetCopyCompleteTime(CopyCompleteTime);
-    doc->SetDocId(std::move(DocId));
-    doc->SetLocalPath(std::move(LocalPath));
-    doc->SetSourceUri(std::move(SourceUri));
-    return items_.Add(std::move(doc), sKey);
-  });
+  return ReportAs("Docs.Add(TaskInstance,LocalPath,SourceUri,CopyCompleteTime,DocId,sKey)",
+                  Args(TaskInstance, LocalPath, SourceUri, CopyCompleteTime, DocId, sKey), [&] {
+                    auto doc = Doc::Create();
+                    if (TaskInstance) doc->SetTaskInstance(TaskInstance);
+                    doc->SetCopyCompleteTime(CopyCompleteTime);
+                    doc->SetDocId(std::move(DocId));
+                    doc->SetLocalPath(std::move(LocalPath));
+                    doc->SetSourceUri(std::move(SourceUri));
+                    return items_.Add(std::move(doc), sKey);
+                  });
 }
 
 }  // namespace gw

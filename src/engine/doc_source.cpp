@@ -50,8 +50,10 @@ bool IsPermissionDenied(const std::error_code& ec) {
 [[noreturn]] void ThrowWalkFailure(const fs::path& path, const std::error_code& ec) {
   const ErrorNumber number =
       ec == std::errc::no_such_file_or_directory ? errnum::kPathNotFound : ErrorNumber{75};
-  throw Error(number, "DocSource.GetURIListFromFilePath",
-              "Could not read the folder " + path.string() + ": " + ec.message() + ".");
+  Error e(number, "DocSource.GetURIListFromFilePath",
+          "Could not read the folder " + path.string() + ": " + ec.message() + ".");
+  e.SetSystemError(ec.value());
+  throw e;
 }
 
 // The files and subfolders of `folder`, each sorted by name; false when the folder may not be
@@ -99,7 +101,7 @@ db::RecordsetPtr DocSource::UriList() {
 }
 
 db::RecordsetPtr DocSource::GetURIListFromFilePath(const std::string& prmPathOverride) {
-  return ReportAs("DocSource.GetURIListFromFilePath(prmPathOverride)", [&] {
+  return ReportAs("DocSource.GetURIListFromFilePath(prmPathOverride)", Args(prmPathOverride), [&] {
     const std::string path = prmPathOverride == kPathNotSpecified ? source_ : prmPathOverride;
     auto list = NewUriList();
     std::error_code ec;
@@ -184,7 +186,7 @@ void DocSource::BuildDocTableFromURIList() {
 }
 
 void DocSource::BuildDocTableFromURIListObject(const std::vector<std::string>& UriListObj) {
-  ReportAs("DocSource.BuildDocTableFromURIListObject(UriListObj)", [&] {
+  ReportAs("DocSource.BuildDocTableFromURIListObject(UriListObj)", Args(UriListObj), [&] {
     auto task = task_.lock();
     if (!task) ThrowObjectNotSet("DocSource.BuildDocTableFromURIListObject");
     auto job = task->GetJob();
@@ -236,7 +238,7 @@ void DocSource::Save() {
 }
 
 void DocSource::Load(const std::string& DocSrcId) {
-  ReportAs("DocSource.Load(DocSrcId)", [&] {
+  ReportAs("DocSource.Load(DocSrcId)", Args(DocSrcId), [&] {
     auto rs = DDocSource().Selectx(DocSrcId, true);
     const StoredRow row(
         *rs,
@@ -298,7 +300,7 @@ void DocSources::SaveAll() {
 }
 
 DocSourcePtr DocSources::Add(DocSourcePtr DocSrc, std::string_view sKey) {
-  return ReportAs("DocSources.Add(DocSrc,sKey)", [&] {
+  return ReportAs("DocSources.Add(DocSrc,sKey)", Args(DocSrc, sKey), [&] {
     DocSrc->SetTask(task_.lock());
     return items_.Add(std::move(DocSrc), sKey);
   });

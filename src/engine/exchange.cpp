@@ -256,7 +256,7 @@ std::string Write(const ExchangeFile& file) {
 }  // namespace
 
 ExportResult ExportDataPage(std::string_view IdOrName) {
-  return ReportAs("Exchange.ExportDataPage(IdOrName)", [&] {
+  return ReportAs("Exchange.ExportDataPage(IdOrName)", Args(IdOrName), [&] {
     const std::string id = Resolve(IdOrName, "datapage", StoredDataPageId, StoredDataPages());
     ExchangeFile file;
     file.data_pages->items.push_back(ReadDataPage(id));
@@ -265,7 +265,7 @@ ExportResult ExportDataPage(std::string_view IdOrName) {
 }
 
 ExportResult ExportPackage(std::string_view IdOrName) {
-  return ReportAs("Exchange.ExportPackage(IdOrName)", [&] {
+  return ReportAs("Exchange.ExportPackage(IdOrName)", Args(IdOrName), [&] {
     const std::string id = Resolve(IdOrName, "package", StoredJobId, StoredJobs());
     ExportResult result;
     ExchangeFile file;
@@ -740,7 +740,7 @@ class Importer {
 }  // namespace
 
 std::vector<ImportedObject> Import(std::string_view xml, std::string_view file_name) {
-  return ReportAs("Exchange.Import(xml,file_name)", [&] {
+  return ReportAs("Exchange.Import(xml,file_name)", Args(xml, file_name), [&] {
     ExchangeFile file;
     ObjectXmlReader reader(ValueEscape::Reversible);
     reader.Read(file, xml, file_name);

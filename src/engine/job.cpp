@@ -73,7 +73,7 @@ long Tasks::Find(const std::string& TaskId) const {
 }
 
 TaskPtr Tasks::Add(TaskPtr task, std::string_view sKey) {
-  return ReportAs("Tasks.Add(Task,sKey)", [&] {
+  return ReportAs("Tasks.Add(Task,sKey)", Args(task, sKey), [&] {
     if (auto job = job_.lock()) task->SetJob(job);
     return items_.Add(std::move(task), sKey);
   });
@@ -181,7 +181,8 @@ std::string Job::Execute(const std::string& Uri, const std::string& SourceText) 
   bool ignored = false;
   OnStatusChange.Emit(failure->Description(), ignored);
   OnJobExecuteComplete.Emit(job_id_, start_time_);
-  failure->AddCallStackLine("Job.Execute(URI,SourceText)");
+  const auto args = Args(Uri, SourceText);
+  failure->AddFrame("Job.Execute(URI,SourceText)", &args);
   throw *failure;
 }
 
@@ -234,7 +235,7 @@ void Job::RunTasks(const std::string& Uri, const std::string& SourceText, bool& 
 }
 
 void Job::Validate(bool& flgCancel) {
-  ReportAs("Job.Validate(flgCancel)", [&] {
+  ReportAs("Job.Validate(flgCancel)", Args(flgCancel), [&] {
     Tasks& tasks = GetTasks();
     if (tasks.Count() == 0) {
       throw Error(engineerr::kPackageWithoutTasks, "Job.Validate",
@@ -249,7 +250,7 @@ void Job::Validate(bool& flgCancel) {
 }
 
 long Job::GetGotoTaskNumber(DocSource& DocSrc) {
-  return ReportAs("Job.GetGotoTaskNumber(DocSrc)", [&]() -> long {
+  return ReportAs("Job.GetGotoTaskNumber(DocSrc)", Args(DocSrc), [&]() -> long {
     Variant value;
     if (DocSrc.SourceType() == SrcType::path) {
       value = Variant(std::string(text::TrimSpaces(DocSrc.Source())));
@@ -267,7 +268,7 @@ long Job::GetGotoTaskNumber(DocSource& DocSrc) {
 }
 
 void Job::Load(const std::string& Id, bool DeepLoad) {
-  ReportAs("Job.Load(Id,DeepLoad)", [&] {
+  ReportAs("Job.Load(Id,DeepLoad)", Args(Id, DeepLoad), [&] {
     auto rs = DJob().Selectx(Id, true);
     const StoredRow row(
         *rs, {engineerr::kNoSuchJob, "Job.Load", "The specified Job Id does not exist."},

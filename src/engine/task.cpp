@@ -206,7 +206,7 @@ std::string Task::Serialize() {
 }
 
 void Task::Deserialize(std::string_view xml) {
-  ReportAs("Task.ISerializable_Deserialize(xml)", [&] {
+  ReportAs("Task.ISerializable_Deserialize(xml)", Args(xml), [&] {
     std::string crawler = UnframeObjectText(xml, kCrawlerFrame);
     std::string saver = UnframeObjectText(xml, kFileSaverFrame);
     std::string client = UnframeObjectText(xml, kHttpClientFrame);
@@ -320,7 +320,7 @@ std::shared_ptr<MetaTask> Task::Metadata() {
 }
 
 bool Task::Load(const std::string& Id) {
-  return ReportAs("Task.Load(Id)", [&] {
+  return ReportAs("Task.Load(Id)", Args(Id), [&] {
     auto rs = DTask().Selectx(Id, true);
     const StoredRow row(
         *rs,
@@ -389,7 +389,7 @@ std::string Task::Execute(std::string Uri, const std::string& SourceText,
     Task& task;
     ~ReleaseAtEnd() { task.download_mgr_events_.clear(); }
   } release{*this};
-  ReportAs("Task.Execute(URI,SourceText)", [&] {
+  ReportAs("Task.Execute(URI,SourceText)", Args(Uri, SourceText), [&] {
     // A fresh MetaTask: the one the package registered a moment ago is left behind.
     docs_.reset();
     metadata_.reset();

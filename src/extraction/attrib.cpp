@@ -51,7 +51,7 @@ std::string Attrib::Extract(std::string_view& SrcHTML, Status& status) {
 
 const std::string* Attrib::Cut(std::string_view& SrcHTML, Status& status) {
   if (!status.Ok()) status.Clear();
-  return ReportAs("Attrib.Extract(SrcHTML)", [&]() -> const std::string* {
+  return ReportAs("Attrib.Extract(SrcHTML)", Args(SrcHTML), [&]() -> const std::string* {
     // Asked once: a handler can only connect others while an event is being raised.
     const bool report = OnParserAction.HasHandlers() || (relay_ && relay_->HasParserListeners());
     const auto raise = [&](TokenTypeEnum type, long start_index, std::string_view value,
@@ -111,7 +111,7 @@ void Attrib::RaiseParserAction(TokenTypeEnum type, long start_index, std::string
 
 std::string Attrib::FilterAsColumnType(std::string_view rawText) {
   if (filter_ == filters::ColumnFilter::Raw) return std::string(rawText);
-  return ReportAs("Attrib.FilterAsColumnType(rawText)", [&] {
+  return ReportAs("Attrib.FilterAsColumnType(rawText)", Args(rawText), [&] {
     if (filter_ != filters::ColumnFilter::Url || !column_type_parameter_.empty()) {
       return filters::RunColumnFilter(filter_, rawText, column_type_parameter_);
     }
@@ -144,7 +144,7 @@ void Attrib::Delete() {
 }
 
 bool Attrib::Load(std::string_view Id) {
-  return ReportAs("Attrib.Load(Id)", [&] {
+  return ReportAs("Attrib.Load(Id)", Args(Id), [&] {
     auto rs = D_Attrib().Selectx(std::string(Id));
     const StoredRow row(
         *rs, {kNoSuchAttrib, "Attrib.Load", "The specified Attribute Id does not exist."},

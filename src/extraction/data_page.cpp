@@ -8,6 +8,7 @@
 #include "platform/db/driver.h"
 #include "platform/db/write_batch.h"
 #include "platform/event_loop.h"
+#include "platform/report_connection_string.h"
 #include "rules/stored_row.h"
 #include "rules/template_data_access.h"
 
@@ -52,7 +53,7 @@ bool DataPage::Save() {
 }
 
 bool DataPage::Load(std::string_view Id) {
-  return ReportAs("DataPage.Load(Id)", [&] {
+  return ReportAs("DataPage.Load(Id)", Args(Id), [&] {
     auto rs = D_DataPage().Selectx(std::string(Id));
     const StoredRow row(
         *rs, {exerr::kNoSuchDataPage, "DataPage.Load", "The specified Datapage Id does not exist."},
@@ -123,46 +124,53 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
   // committed when the document ends, also when a failure ends it.
   db::WriteBatch batch;
   try {
-    ReportAs(kExtractLogName, [&] {
-      extracted_entity_counts_ = Dictionary<long>();
-      OnExtractionBegin.Emit();
-      bool cancel = false;
-      OnStatusChange.Emit("Extracting " + (doc_ ? doc_->SourceUri() : display_name_), cancel);
-      if (cancel) return;
+    // The page's text is taken over: its rest is what the report shows.
+    ReportAs(kExtractLogName,
+             Args(rest, UseTmpTbls, StaticColumns, AsConnectionString(OverrideDBConnStr),
+                  UniqueTblPrefix),
+             [&] {
+               extracted_entity_counts_ = Dictionary<long>();
+               OnExtractionBegin.Emit();
+               bool cancel = false;
+               OnStatusChange.Emit("Extracting " + (doc_ ? doc_->SourceUri() : display_name_),
+                                   cancel);
+               if (cancel) return;
 
-      Entities& roots = RootEntities();
-      const MetaDocPtr meta = doc_ ? doc_->Metadata() : nullptr;
-      if (meta) {
-        meta->SetExtractionStart(DateTime::Now());
-        roots.InitMetadata(meta);
-      }
-      const PageScan scan = PageScan::Begin(page, row_sink_ ? row_sink_.get() : &DefaultRowSink());
-      const long progress_max = roots.GetOccurCounts(rest);
-      long position = 0;
-      EntityPtr next = FirstInStr(roots, rest, position, &scan);
-      while (next) {
-        DoEvents();
-        const std::size_t before = rest.size();
-        long after = 0;
-        {
-          PageRelay relay(next->relay_page_, this);
-          next->ExtractRow(scan, rest, UseTmpTbls, OverrideDBConnStr, UniqueTblPrefix, 0, &after);
-        }
-        // Progress guard: a dataset that consumed nothing loses the first character of its
-        // occurrence, so the next pass cannot find it again at the same place.
-        if (rest.size() == before) rest = DropFirstCharacter(rest, after);
-        if (StaticColumns) ApplyStaticColumns(*StaticColumns, *next);
-        if (const auto& row = next->Extraction()) row->SetActiveConnection(nullptr);
-        next = FirstInStr(roots, rest, position, &scan);
-        OnProgressChange.Emit(1, progress_max);
-        DoEvents();
-      }
-      if (meta) meta->SetExtractionComplete(DateTime::Now());
-      batch.Commit();
-      // Stores that buffer appended rows (workbooks) write this document's rows now.
-      db::FlushBufferedStores();
-      OnExtractionComplete.Emit();
-    });
+               Entities& roots = RootEntities();
+               const MetaDocPtr meta = doc_ ? doc_->Metadata() : nullptr;
+               if (meta) {
+                 meta->SetExtractionStart(DateTime::Now());
+                 roots.InitMetadata(meta);
+               }
+               const PageScan scan =
+                   PageScan::Begin(page, row_sink_ ? row_sink_.get() : &DefaultRowSink());
+               const long progress_max = roots.GetOccurCounts(rest);
+               long position = 0;
+               EntityPtr next = FirstInStr(roots, rest, position, &scan);
+               while (next) {
+                 DoEvents();
+                 const std::size_t before = rest.size();
+                 long after = 0;
+                 {
+                   PageRelay relay(next->relay_page_, this);
+                   next->ExtractRow(scan, rest, UseTmpTbls, OverrideDBConnStr, UniqueTblPrefix, 0,
+                                    &after);
+                 }
+                 // Progress guard: a dataset that consumed nothing loses the first character of its
+                 // occurrence, so the next pass cannot find it again at the same place.
+                 if (rest.size() == before) rest = DropFirstCharacter(rest, after);
+                 if (StaticColumns) ApplyStaticColumns(*StaticColumns, *next);
+                 if (const auto& row = next->Extraction()) row->SetActiveConnection(nullptr);
+                 next = FirstInStr(roots, rest, position, &scan);
+                 OnProgressChange.Emit(1, progress_max);
+                 DoEvents();
+               }
+               if (meta) meta->SetExtractionComplete(DateTime::Now());
+               batch.Commit();
+               // Stores that buffer appended rows (workbooks) write this document's rows now.
+               db::FlushBufferedStores();
+               OnExtractionComplete.Emit();
+             });
   } catch (...) {
     try {
       db::FlushBufferedStores();

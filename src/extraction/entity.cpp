@@ -132,7 +132,7 @@ bool Entity::Save() {
 }
 
 bool Entity::Load(std::string_view Id) {
-  return ReportAs("Entity.Load(Id)", [&] {
+  return ReportAs("Entity.Load(Id)", Args(Id), [&] {
     auto rs = D_Entity().Selectx(std::string(Id));
     const StoredRow row(
         *rs, {exerr::kNoSuchEntity, "Entity.Load", "The specified Entity Id does not exist."},

@@ -13,6 +13,7 @@
 #include "extraction/failures.h"
 #include "extraction/internal.h"
 #include "platform/event_loop.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 
 namespace gw {
@@ -155,7 +156,9 @@ void Entity::ExtractRow(const PageScan& scan, std::string_view& SrcHTML, bool Us
   } catch (...) {
     if (row) row->Close();
     SrcHTML = text;
-    RethrowWithCallStack(kExtractLogName);
+    RethrowWithCallStack(
+        kExtractLogName,
+        Args(SrcHTML, UseTmpTbls, AsConnectionString(OverrideConnStr), UniqueTblPrefix));
   }
 }
 

@@ -9,6 +9,7 @@
 #include "filters/column_filter.h"
 #include "platform/db/connection.h"
 #include "platform/db/connection_string.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 #include "targets/database.h"
 
@@ -124,9 +125,11 @@ bool Entity::CreateTable(bool UseTmpTbls, std::string_view OverrideConnStr,
     const auto page = DataPageIfSet();
     e.SetDescription("Error creating table for " + (page ? page->DisplayName() : std::string()) +
                      "." + entity_name_ + ":  \n\t" + e.Description());
-    RethrowWithCallStack(kCreateTableLogName);
+    RethrowWithCallStack(kCreateTableLogName, Args(UseTmpTbls, AsConnectionString(OverrideConnStr),
+                                                   OverrideDBName, UniqueTblPrefix));
   } catch (...) {
-    RethrowWithCallStack(kCreateTableLogName);
+    RethrowWithCallStack(kCreateTableLogName, Args(UseTmpTbls, AsConnectionString(OverrideConnStr),
+                                                   OverrideDBName, UniqueTblPrefix));
   }
 }
 
@@ -259,27 +262,28 @@ void Entity::ValidateTemplate() {
 
 std::string DataPage::CreateDB(bool UseTmpTbls, std::string_view OverrideConnStr,
                                std::string_view OverrideDBName, std::string_view UniqueTblPrefix) {
-  return ReportAs("DataPage.CreateDB(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)",
-                  [&] {
-                    const std::string db_name(!OverrideDBName.empty() ? OverrideDBName
-                                                                      : std::string_view(db_name_));
-                    std::string cn_str;
-                    if (!OverrideConnStr.empty())
-                      cn_str = Database::Create(OverrideConnStr, db_name);
-                    // The roots are read fresh from the rules store (a page made in memory keeps
-                    // its own).
-                    if (is_stored_) SetRootEntitiesFromDB();
-                    temporary_roots_.clear();
-                    for (const EntityPtr& root : RootEntities()) {
-                      root->CreateTable(UseTmpTbls, OverrideConnStr, db_name, UniqueTblPrefix);
-                      if (UseTmpTbls) temporary_roots_.push_back(root);
-                    }
-                    return cn_str;
-                  });
+  return ReportAs(
+      "DataPage.CreateDB(UseTmpTbls,OverrideConnStr,OverrideDBName,UniqueTblPrefix)",
+      Args(UseTmpTbls, AsConnectionString(OverrideConnStr), OverrideDBName, UniqueTblPrefix), [&] {
+        const std::string db_name(!OverrideDBName.empty() ? OverrideDBName
+                                                          : std::string_view(db_name_));
+        std::string cn_str;
+        if (!OverrideConnStr.empty()) cn_str = Database::Create(OverrideConnStr, db_name);
+        // The roots are read fresh from the rules store (a page made in memory keeps
+        // its own).
+        if (is_stored_) SetRootEntitiesFromDB();
+        temporary_roots_.clear();
+        for (const EntityPtr& root : RootEntities()) {
+          root->CreateTable(UseTmpTbls, OverrideConnStr, db_name, UniqueTblPrefix);
+          if (UseTmpTbls) temporary_roots_.push_back(root);
+        }
+        return cn_str;
+      });
 }
 
 void DataPage::DropDB(std::string_view DBConnStr, std::string_view OverrideDBName) {
   ReportAs("DataPage.DropDB(DBConnStr,OverrideDBName)",
+           Args(AsConnectionString(DBConnStr), OverrideDBName),
            [&] { Database::Drop(DBConnStr, !OverrideDBName.empty() ? OverrideDBName : db_name_); });
 }
 

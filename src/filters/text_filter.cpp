@@ -129,20 +129,20 @@ Dictionary<std::string> CSVToDictionary(std::string_view csv) {
 }
 
 std::string RunRegExMatch(std::string_view text, std::string_view Pattern, bool matchAll) {
-  return ReportAs("TextFilter.RunRegExMatch(text,Pattern,matchAll)", [&] {
-    return JoinMatches(*Regex::Cached(Pattern, kIgnoreCase), text, matchAll);
-  });
+  return ReportAs(
+      "TextFilter.RunRegExMatch(text,Pattern,matchAll)", Args(text, Pattern, matchAll),
+      [&] { return JoinMatches(*Regex::Cached(Pattern, kIgnoreCase), text, matchAll); });
 }
 
 std::string RunRegExReplace(std::string_view text, std::string_view Pattern,
                             std::string_view Replacement) {
-  return ReportAs("TextFilter.RunRegExReplace(text,Pattern,Replacement)", [&] {
-    return ReplaceAndTrim(*Regex::Cached(Pattern, kIgnoreCase), text, Replacement);
-  });
+  return ReportAs(
+      "TextFilter.RunRegExReplace(text,Pattern,Replacement)", Args(text, Pattern, Replacement),
+      [&] { return ReplaceAndTrim(*Regex::Cached(Pattern, kIgnoreCase), text, Replacement); });
 }
 
 std::string GetUSPhones(std::string_view text) {
-  return ReportAs("TextFilter.GetUSPhones(text)", [&] {
+  return ReportAs("TextFilter.GetUSPhones(text)", Args(text), [&] {
     static const Regex re(
         "([0-9][0-9][0-9].?.?.?[0-9][0-9][0-9].?.?.?[0-9][0-9][0-9][0-9].?.?x.?.?.?[0-9]?[0-9]?"
         "[0-9]?[0-9]?[0-9])|([0-9][0-9][0-9].?.?.?[0-9][0-9][0-9].?.?.?[0-9][0-9][0-9][0-9])",
@@ -152,38 +152,38 @@ std::string GetUSPhones(std::string_view text) {
 }
 
 std::string GetNumbers(std::string_view text) {
-  return ReportAs("TextFilter.GetNumbers(text)", [&] {
+  return ReportAs("TextFilter.GetNumbers(text)", Args(text), [&] {
     static const Regex re(R"(((\.[0-9])|[0-9])*)", kIgnoreCase);
     return JoinMatches(re, text, true);
   });
 }
 
 std::string GetEmails(std::string_view text) {
-  return ReportAs("TextFilter.GetEmails(text)", [&] {
+  return ReportAs("TextFilter.GetEmails(text)", Args(text), [&] {
     static const Regex re(R"([\w-]+(?:\.[\w-]+)*@(?:[\w-]+\.)+[a-zA-Z]{2,7})", kIgnoreCase);
     return JoinMatches(re, text, true);
   });
 }
 
 std::string RemoveHtmlTags(std::string_view text) {
-  return ReportAs("TextFilter.RemoveHtmlTags(text)", [&] {
+  return ReportAs("TextFilter.RemoveHtmlTags(text)", Args(text), [&] {
     static const Regex re("<[^>]*>", kIgnoreCase);
     return ReplaceAndTrim(re, text, "");
   });
 }
 
 std::string RemoveHTMLLiterals(std::string_view text) {
-  return ReportAs("TextFilter.RemoveHTMLLiterals(text)",
+  return ReportAs("TextFilter.RemoveHTMLLiterals(text)", Args(text),
                   [&] { return web::HttpUtility::HTMLDecode(text); });
 }
 
 std::string RemoveAllHtml(std::string_view text) {
-  return ReportAs("TextFilter.RemoveAllHtml(text)",
+  return ReportAs("TextFilter.RemoveAllHtml(text)", Args(text),
                   [&] { return RemoveHTMLLiterals(RemoveHtmlTags(text)); });
 }
 
 std::string BetterRemoveHtmlTags(std::string_view text) {
-  return ReportAs("TextFilter.BetterRemoveHtmlTags(text)", [&] {
+  return ReportAs("TextFilter.BetterRemoveHtmlTags(text)", Args(text), [&] {
     static const Regex script(kScriptPattern, kIgnoreCase);
     // A quoted attribute may hold ">" without ending its tag.
     static const Regex tags(R"(<[^>]*["][^"]*["][^>]?>|<[^>]*['][^']*['][^>]?>|<[^>]+>)",
@@ -193,7 +193,7 @@ std::string BetterRemoveHtmlTags(std::string_view text) {
 }
 
 std::string RemoveHtmlComments(std::string& text) {
-  return ReportAs("TextFilter.RemoveHtmlComments(text)", [&] {
+  return ReportAs("TextFilter.RemoveHtmlComments(text)", Args(text), [&] {
     // `.` stops at a line break: a comment over several lines is left to the tag pass.
     static const Regex comments("<!--.*-->", kIgnoreCase);
     text = ReplaceAndTrim(comments, text, "");
@@ -202,7 +202,7 @@ std::string RemoveHtmlComments(std::string& text) {
 }
 
 std::string ConvertHtmlToText(std::string& text) {
-  return ReportAs("TextFilter.ConvertHtmlToText(text)", [&] {
+  return ReportAs("TextFilter.ConvertHtmlToText(text)", Args(text), [&] {
     RunLayoutSteps(text, nullptr);
     text = BetterRemoveHtmlTags(text);
     text = RemoveHTMLLiterals(text);
@@ -212,7 +212,7 @@ std::string ConvertHtmlToText(std::string& text) {
 }
 
 std::string ConvertHtmlToTextExcept(std::string& text, std::string_view IgnoreTagsCSV) {
-  return ReportAs("TextFilter.ConvertHtmlToText(text)", [&] {
+  return ReportAs("TextFilter.ConvertHtmlToText(text)", Args(text), [&] {
     const Dictionary<std::string> ignore = IgnoreDictionary(IgnoreTagsCSV);
     RunLayoutSteps(text, &ignore);
     if (!ignore.Exists("SCRIPT")) {
@@ -235,35 +235,36 @@ std::string ConvertHtmlToTextExcept(std::string& text, std::string_view IgnoreTa
 }
 
 std::string RemoveHtmlAttributesExcept(std::string& text, std::string_view IgnoreTagsCSV) {
-  return ReportAs("TextFilter.RemoveHtmlAttributesExcept(text,IgnoreTagsCSV)", [&] {
-    struct TagPass {
-      std::string key;
-      std::string replacement;
-      Regex regex;
-    };
-    // One pass per tag of the table, compiled once.
-    static const std::vector<TagPass> passes = [] {
-      std::vector<TagPass> p;
-      for (const auto& [key, value] : TagDictionary()) {
-        const std::string pattern = "<[ /]*" + key + "[^>]*[\"][^\"]*[\"][^>]?>|<[ /]*" + key +
-                                    "[^>]*['][^']*['][^>]?>|< *" + key + "( [^>]*?>|>)";
-        p.push_back({key, "<" + key + ">", Regex(pattern, kIgnoreCase)});
-      }
-      return p;
-    }();
-    const Dictionary<std::string> ignore = IgnoreDictionary(IgnoreTagsCSV);
-    for (const TagPass& pass : passes) {
-      if (ignore.Exists(pass.key)) continue;
-      text = ReplaceAndTrim(pass.regex, text, pass.replacement);
-    }
-    text = RemoveHTMLLiterals(text);
-    TidyUp(text);
-    return text;
-  });
+  return ReportAs(
+      "TextFilter.RemoveHtmlAttributesExcept(text,IgnoreTagsCSV)", Args(text, IgnoreTagsCSV), [&] {
+        struct TagPass {
+          std::string key;
+          std::string replacement;
+          Regex regex;
+        };
+        // One pass per tag of the table, compiled once.
+        static const std::vector<TagPass> passes = [] {
+          std::vector<TagPass> p;
+          for (const auto& [key, value] : TagDictionary()) {
+            const std::string pattern = "<[ /]*" + key + "[^>]*[\"][^\"]*[\"][^>]?>|<[ /]*" + key +
+                                        "[^>]*['][^']*['][^>]?>|< *" + key + "( [^>]*?>|>)";
+            p.push_back({key, "<" + key + ">", Regex(pattern, kIgnoreCase)});
+          }
+          return p;
+        }();
+        const Dictionary<std::string> ignore = IgnoreDictionary(IgnoreTagsCSV);
+        for (const TagPass& pass : passes) {
+          if (ignore.Exists(pass.key)) continue;
+          text = ReplaceAndTrim(pass.regex, text, pass.replacement);
+        }
+        text = RemoveHTMLLiterals(text);
+        TidyUp(text);
+        return text;
+      });
 }
 
 std::string GetUrl(std::string& text, std::string_view SrcUrl) {
-  return ReportAs("TextFilter.GetUrl(text,SrcUrl)", [&]() -> std::string {
+  return ReportAs("TextFilter.GetUrl(text,SrcUrl)", Args(text, SrcUrl), [&]() -> std::string {
     web::Uri base;
     const bool has_base = !SrcUrl.empty();
     if (has_base) {

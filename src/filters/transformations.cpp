@@ -7,7 +7,7 @@
 namespace gw::filters::Transformations {
 
 std::string NormalizeText(std::string_view text) {
-  return ReportAs("Transformations.NormalizeText(text)", [&] {
+  return ReportAs("Transformations.NormalizeText(text)", Args(text), [&] {
     EventLoop& loop = EventLoop::Current();
     // Every carriage return and line feed goes (alone or as a pair), in one pass over the page.
     std::string out;

@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "platform/error.h"
+#include "platform/report_connection_string.h"
 
 namespace gw {
 
@@ -124,7 +125,7 @@ C_Registry::C_Registry() = default;
 C_Registry::C_Registry(std::filesystem::path file) : store_(std::move(file)) {}
 
 void C_Registry::DeleteKey(RegRootKeys lPredefinedKey, std::string_view sKeyName) {
-  ReportAs("C_Registry.DeleteKey(lPredefinedKey,sKeyName)", [&] {
+  ReportAs("C_Registry.DeleteKey(lPredefinedKey,sKeyName)", Args(lPredefinedKey, sKeyName), [&] {
     const long code = Guarded([&] {
       const auto root = RootOf(lPredefinedKey);
       if (!root) return kInvalidHandle;
@@ -150,70 +151,77 @@ void C_Registry::DeleteKey(RegRootKeys lPredefinedKey, std::string_view sKeyName
 
 void C_Registry::DeleteValue(RegRootKeys lPredefinedKey, std::string_view sKeyName,
                              std::string_view sValueName) {
-  ReportAs("C_Registry.DeleteValue(lPredefinedKey,sKeyName,sValueName)", [&] {
-    const long code = Guarded([&] {
-      const auto root = RootOf(lPredefinedKey);
-      if (!root) return kInvalidHandle;
-      return store_.DeleteValue(*root, sKeyName, sValueName) ? kSuccess : kFileNotFound;
-    });
-    Check(code, "delete the value \"" + std::string(sValueName) + "\" of", lPredefinedKey,
-          sKeyName);
-  });
+  ReportAs("C_Registry.DeleteValue(lPredefinedKey,sKeyName,sValueName)",
+           Args(lPredefinedKey, sKeyName, sValueName), [&] {
+             const long code = Guarded([&] {
+               const auto root = RootOf(lPredefinedKey);
+               if (!root) return kInvalidHandle;
+               return store_.DeleteValue(*root, sKeyName, sValueName) ? kSuccess : kFileNotFound;
+             });
+             Check(code, "delete the value \"" + std::string(sValueName) + "\" of", lPredefinedKey,
+                   sKeyName);
+           });
 }
 
 long C_Registry::SetValueEx(const KeyHandle& hKey, std::string_view sValueName, long lType,
                             const Variant& vValue) {
-  return ReportAs("C_Registry.SetValueEx(hKey,sValueName,lType,vValue)", [&] {
-    const auto root = RootOf(hKey.root);
-    if (!root) return kInvalidHandle;
-    std::optional<RegValue> value = ToRegValue(lType, vValue);
-    if (!value) return kInvalidParameter;
-    return Guarded([&] {
-      long result = kSuccess;
-      store_.Update([&](RegistryData& data) {
-        if (!data.HasKey(*root, hKey.key_name)) {
-          result = kFileNotFound;
-          return false;
-        }
-        data.SetValue(*root, hKey.key_name, sValueName, std::move(*value));
-        return true;
-      });
-      return result;
-    });
-  });
+  return ReportAs("C_Registry.SetValueEx(hKey,sValueName,lType,vValue)",
+                  Args(hKey, sValueName, lType, AsConnectionString(vValue)), [&] {
+                    const auto root = RootOf(hKey.root);
+                    if (!root) return kInvalidHandle;
+                    std::optional<RegValue> value = ToRegValue(lType, vValue);
+                    if (!value) return kInvalidParameter;
+                    return Guarded([&] {
+                      long result = kSuccess;
+                      store_.Update([&](RegistryData& data) {
+                        if (!data.HasKey(*root, hKey.key_name)) {
+                          result = kFileNotFound;
+                          return false;
+                        }
+                        data.SetValue(*root, hKey.key_name, sValueName, std::move(*value));
+                        return true;
+                      });
+                      return result;
+                    });
+                  });
 }
 
 long C_Registry::QueryValueEx(const KeyHandle& lhKey, std::string_view szValueName,
                               Variant& vValue) {
-  return ReportAs("C_Registry.QueryValueEx(lhKey,szValueName,vValue)", [&] {
-    const auto root = RootOf(lhKey.root);
-    if (!root) return kInvalidHandle;
-    return Guarded([&] {
-      const auto value = store_.QueryValue(*root, lhKey.key_name, szValueName);
-      if (!value) return kFileNotFound;
-      vValue = ToVariant(*value);
-      return kSuccess;
-    });
-  });
+  return ReportAs("C_Registry.QueryValueEx(lhKey,szValueName,vValue)",
+                  Args(lhKey, szValueName, AsConnectionString(vValue)), [&] {
+                    const auto root = RootOf(lhKey.root);
+                    if (!root) return kInvalidHandle;
+                    return Guarded([&] {
+                      const auto value = store_.QueryValue(*root, lhKey.key_name, szValueName);
+                      if (!value) return kFileNotFound;
+                      vValue = ToVariant(*value);
+                      return kSuccess;
+                    });
+                  });
 }
 
 void C_Registry::CreateNewKey(RegRootKeys lPredefinedKey, std::string_view sNewKeyName) {
-  ReportAs("C_Registry.CreateNewKey(lPredefinedKey,sNewKeyName)", [&] {
-    const long code = Guarded([&] {
-      const auto root = RootOf(lPredefinedKey);
-      if (!root) return kInvalidHandle;
-      store_.Update([&](RegistryData& data) { return data.CreateKey(*root, sNewKeyName); });
-      return kSuccess;
-    });
-    Check(code, "create", lPredefinedKey, sNewKeyName);
-  });
+  ReportAs(
+      "C_Registry.CreateNewKey(lPredefinedKey,sNewKeyName)", Args(lPredefinedKey, sNewKeyName),
+      [&] {
+        const long code = Guarded([&] {
+          const auto root = RootOf(lPredefinedKey);
+          if (!root) return kInvalidHandle;
+          store_.Update([&](RegistryData& data) { return data.CreateKey(*root, sNewKeyName); });
+          return kSuccess;
+        });
+        Check(code, "create", lPredefinedKey, sNewKeyName);
+      });
 }
 
 void C_Registry::SetKeyValue(RegRootKeys lPredefinedKey, std::string_view sKeyName,
                              std::string_view sValueName, const Variant& vValueSetting,
                              long lValueType) {
   ReportAs(
-      "C_Registry.SetKeyValue(lPredefinedKey,sKeyName,sValueName,vValueSetting,lValueType)", [&] {
+      "C_Registry.SetKeyValue(lPredefinedKey,sKeyName,sValueName,vValueSetting,lValueType)",
+      Args(lPredefinedKey, sKeyName, sValueName, AsConnectionString(vValueSetting), lValueType),
+      [&] {
         const auto root = RootOf(lPredefinedKey);
         std::optional<RegValue> value = ToRegValue(lValueType, vValueSetting);
         const long code = !root ? kInvalidHandle
@@ -230,19 +238,21 @@ void C_Registry::SetKeyValue(RegRootKeys lPredefinedKey, std::string_view sKeyNa
 
 Variant C_Registry::QueryValue(RegRootKeys lPredefinedKey, std::string_view sKeyName,
                                std::string_view sValueName) {
-  return ReportAs("C_Registry.QueryValue(lPredefinedKey,sKeyName,sValueName)", [&] {
-    Variant result;
-    const long code = Guarded([&] {
-      const auto root = RootOf(lPredefinedKey);
-      if (!root) return kInvalidHandle;
-      const auto value = store_.QueryValue(*root, sKeyName, sValueName);
-      if (!value) return kFileNotFound;
-      result = ToVariant(*value);
-      return kSuccess;
-    });
-    Check(code, "read the value \"" + std::string(sValueName) + "\" of", lPredefinedKey, sKeyName);
-    return result;
-  });
+  return ReportAs("C_Registry.QueryValue(lPredefinedKey,sKeyName,sValueName)",
+                  Args(lPredefinedKey, sKeyName, sValueName), [&] {
+                    Variant result;
+                    const long code = Guarded([&] {
+                      const auto root = RootOf(lPredefinedKey);
+                      if (!root) return kInvalidHandle;
+                      const auto value = store_.QueryValue(*root, sKeyName, sValueName);
+                      if (!value) return kFileNotFound;
+                      result = ToVariant(*value);
+                      return kSuccess;
+                    });
+                    Check(code, "read the value \"" + std::string(sValueName) + "\" of",
+                          lPredefinedKey, sKeyName);
+                    return result;
+                  });
 }
 
 }  // namespace gw

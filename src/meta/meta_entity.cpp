@@ -134,7 +134,7 @@ constexpr std::array<MemberSource, 15> kMemberSources{{
 }  // namespace
 
 void MetaEntity::GetMetaFieldValues(MetaFields& MetaFlds) const {
-  ReportAs("MetaEntity.GetMetaFieldValues(MetaFlds)", [&] {
+  ReportAs("MetaEntity.GetMetaFieldValues(MetaFlds)", Args(MetaFlds), [&] {
     const std::shared_ptr<MetaDoc> doc = GetMetaDoc();
     const std::shared_ptr<MetaTask> task = doc ? doc->GetMetaTask() : nullptr;
     const std::shared_ptr<MetaJob> job = task ? task->GetMetaJob() : nullptr;

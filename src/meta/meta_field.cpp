@@ -8,7 +8,7 @@
 namespace gw {
 
 MetaField& MetaField::Load(long CustColId) {
-  return ReportAs("MetaField.Load(CustColId)", [&]() -> MetaField& {
+  return ReportAs("MetaField.Load(CustColId)", Args(CustColId), [&]() -> MetaField& {
     auto rs = D_CustCols().Selectx(CustColId);
     const StoredRow row(
         *rs,
@@ -31,7 +31,7 @@ MetaField& MetaField::Load(long CustColId) {
 }
 
 void MetaFields::SaveAll(const std::string& EntityId) const {
-  ReportAs("MetaFields.SaveAll(EntityId)", [&] {
+  ReportAs("MetaFields.SaveAll(EntityId)", Args(EntityId), [&] {
     D_CustCols cols;
     cols.DelCustColsForEnt(EntityId);
     for (const auto& field : items_) cols.InsCustColForEnt(EntityId, field->Id());

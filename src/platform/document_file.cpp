@@ -19,9 +19,10 @@ std::string ReadFileBytes(const std::string& path, std::string_view source) {
   std::ifstream in(path, std::ios::binary);
   if (!in) {
     const int err = errno;
-    throw Error(err == ENOENT ? errnum::kFileNotFound : errnum::kPermissionDenied,
-                std::string(source),
-                std::string(err == ENOENT ? "File not found: " : "Permission denied: ") + path);
+    Error e(err == ENOENT ? errnum::kFileNotFound : errnum::kPermissionDenied, std::string(source),
+            std::string(err == ENOENT ? "File not found: " : "Permission denied: ") + path);
+    e.SetSystemError(err);
+    throw e;
   }
   // Read in one piece when the size is known, else piece by piece.
   std::string bytes;

@@ -27,8 +27,10 @@ std::filesystem::path HomeDir() {
   std::error_code ec;
   std::filesystem::create_directories(dir, ec);
   if (ec) {
-    throw Error(errnum::kPathNotFound, "HomeDir",
-                "Cannot create the folder " + dir.string() + ": " + ec.message());
+    Error e(errnum::kPathNotFound, "HomeDir",
+            "Cannot create the folder " + dir.string() + ": " + ec.message());
+    e.SetSystemError(ec.value());
+    throw e;
   }
   return dir;
 }

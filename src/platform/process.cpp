@@ -42,8 +42,10 @@ std::unique_ptr<ChildProcess> ChildProcess::Start(const std::vector<std::string>
   const int rc = ::posix_spawnp(&pid, args[0], &actions, nullptr, args.data(), environ);
   posix_spawn_file_actions_destroy(&actions);
   if (rc != 0) {
-    throw Error(errnum::kFileNotFound, "ChildProcess",
-                "Cannot start " + argv[0] + ": " + std::strerror(rc));
+    Error e(errnum::kFileNotFound, "ChildProcess",
+            "Cannot start " + argv[0] + ": " + std::strerror(rc));
+    e.SetSystemError(rc);
+    throw e;
   }
   return std::unique_ptr<ChildProcess>(new ChildProcess(pid));
 }

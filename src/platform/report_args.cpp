@@ -3,6 +3,8 @@
 #include <string>
 #include <variant>
 
+#include "platform/db/connection_string.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 
 namespace gw::report_value {
@@ -81,6 +83,20 @@ ReportValue OfVariant(const Variant& v) {
 
 ReportValue ObjectOf(std::string_view type_name) {
   return ReportValue{"{" + std::string(type_name) + "}", {}, false};
+}
+
+ReportValue ConnectionString(std::string_view text) {
+  std::string masked;
+  try {
+    masked = db::MaskPasswords(text);
+  } catch (...) {
+    // A text that cannot be read as a connection string is not shown: it may hold a secret.
+    return Placeholder("{?}");
+  }
+  ReportValue v = Text(masked);
+  // Never laid out as markup, whatever it begins with.
+  if (v.is_markup) v = ReportValue{"'" + v.markup + "'", {}, false};
+  return v;
 }
 
 ReportValue Nothing() { return Placeholder("{Nothing}"); }

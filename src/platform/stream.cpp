@@ -54,28 +54,36 @@ void Stream::SetPosition(long position) {
 void Stream::SaveToFile(const std::string& path, int options) const {
   RequireOpen("SaveToFile");
   namespace fs = std::filesystem;
-  const auto fail = [&](const std::string& why) {
-    throw Error(errnum::kWriteToFileFailed, "Stream.SaveToFile",
-                "Write to file failed: " + path + " (" + why + ").");
+  // `code`: the system's error code of the call that failed, 0 for none.
+  const auto fail = [&](const std::string& why, int code = 0) {
+    Error e(errnum::kWriteToFileFailed, "Stream.SaveToFile",
+            "Write to file failed: " + path + " (" + why + ").");
+    e.SetSystemError(code);
+    throw e;
   };
   std::error_code ec;
   if (options != kSaveCreateOverWrite && fs::exists(path, ec)) fail("the file exists");
   const std::string temporary = path + ".part" + std::to_string(::getpid());
   {
     std::ofstream out(temporary, std::ios::binary | std::ios::trunc);
-    if (!out) fail(std::strerror(errno));
+    if (!out) {
+      const int code = errno;
+      fail(std::strerror(code), code);
+    }
     out.write(bytes_.data(), static_cast<std::streamsize>(bytes_.size()));
     out.close();
     if (!out) {
-      const std::string why = std::strerror(errno);
+      const int code = errno;
       fs::remove(temporary, ec);
-      fail(why);
+      fail(std::strerror(code), code);
     }
   }
   fs::rename(temporary, path, ec);
   if (ec) {
+    const std::string why = ec.message();
+    const int code = ec.value();
     fs::remove(temporary, ec);
-    fail(ec.message());
+    fail(why, code);
   }
 }
 

@@ -1,5 +1,6 @@
 #include "rules/c_disconn_rs.h"
 
+#include "platform/db/report_capture.h"
 #include "platform/text.h"
 #include "rules/procedures.h"
 #include "rules/rules_schema.h"
@@ -14,12 +15,15 @@ constexpr int kCommandTimeoutSeconds = 300;
 
 db::RecordsetPtr CDisconnRS::RunQuery(std::string_view SQLStatement, bool ReadOnly,
                                       const std::vector<Variant>& params) const {
-  return ReportAs("CDisconnRS.RunQuery(SQLStatement,ReadOnly)", [&]() -> db::RecordsetPtr {
-    // Inside a rules transaction or session the statement runs on its connection, which stays
-    // open.
-    db::ConnectionPtr cn = RulesTransaction::ActiveConnection(rules_db_conn_str_);
+  // Inside a rules transaction or session the statement runs on its connection, which stays
+  // open; a failure's report describes that connection and leaves its transaction to its owner.
+  // A connection of its own is closed as the failure passes.
+  db::ConnectionPtr cn;
+  bool own_connection = false;
+  try {
+    cn = RulesTransaction::ActiveConnection(rules_db_conn_str_);
     if (!cn) cn = RulesSession::ActiveConnection(rules_db_conn_str_);
-    const bool own_connection = cn == nullptr;
+    own_connection = cn == nullptr;
     if (own_connection) cn = OpenRulesConnection(rules_db_conn_str_);
     const auto close = [&] {
       if (own_connection) cn->Close();
@@ -59,7 +63,16 @@ db::RecordsetPtr CDisconnRS::RunQuery(std::string_view SQLStatement, bool ReadOn
       rs->Open(sql, cn, db::CursorType::Keyset, db::LockType::Optimistic, bound);
     }
     return rs;
-  });
+  } catch (...) {
+    constexpr std::string_view kLogName = "CDisconnRS.RunQuery(SQLStatement,ReadOnly)";
+    if (own_connection) {
+      RethrowWithCallStack(kLogName, Args(SQLStatement, ReadOnly).Db(cn, true));
+    }
+    std::optional<Error> e = CurrentError(kLogName);
+    e->AddFrame(
+        db::BorrowedConnectionFrame(kLogName, Args(SQLStatement, ReadOnly), e->Number(), cn.get()));
+    throw *e;
+  }
 }
 
 }  // namespace gw

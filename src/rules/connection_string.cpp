@@ -5,6 +5,7 @@
 #include "platform/db/connection_string.h"
 #include "platform/error.h"
 #include "platform/paths.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 
 namespace gw {
@@ -101,18 +102,23 @@ namespace modConnectionString {
 
 std::string GetParameter(std::string_view sParam, std::string_view sConnectString,
                          std::string_view sEndDelimiter) {
-  return ReportAs("modConnectionString.GetParameter(sParam,sConnectString,sEndDelimiter)", [&] {
-    const ValueSpan v = FindValue(sParam, sConnectString, sEndDelimiter);
-    if (!v.ok) return std::string();
-    return std::string(text::TrimSpaces(sConnectString.substr(
-        static_cast<std::size_t>(v.start - 1), static_cast<std::size_t>(v.stop - v.start))));
-  });
+  return ReportAs(
+      "modConnectionString.GetParameter(sParam,sConnectString,sEndDelimiter)",
+      Args(sParam, AsConnectionString(sConnectString), sEndDelimiter), [&] {
+        const ValueSpan v = FindValue(sParam, sConnectString, sEndDelimiter);
+        if (!v.ok) return std::string();
+        return std::string(text::TrimSpaces(sConnectString.substr(
+            static_cast<std::size_t>(v.start - 1), static_cast<std::size_t>(v.stop - v.start))));
+      });
 }
 
 std::string SetParameter(std::string_view sParam, std::string_view Value,
                          std::string_view sConnectString, std::string_view sEndDelimiter) {
   return ReportAs(
-      "modConnectionString.SetParameter(sParam,Value,sConnectString,sEndDelimiter)", [&] {
+      "modConnectionString.SetParameter(sParam,Value,sConnectString,sEndDelimiter)",
+      // The value may be a password: a report does not show it.
+      Args(sParam, report_value::kNotShown, AsConnectionString(sConnectString), sEndDelimiter),
+      [&] {
         const ValueSpan v = FindValue(sParam, sConnectString, sEndDelimiter);
         if (!v.ok) return std::string(sConnectString);
         std::string out(sConnectString.substr(0, static_cast<std::size_t>(v.start - 1)));
@@ -123,45 +129,46 @@ std::string SetParameter(std::string_view sParam, std::string_view Value,
 }
 
 std::string ReformatMySQLCnStr(std::string& CnStr, bool flag) {
-  return ReportAs("modConnectionString.ReformatMySQLCnStr(CnStr)", [&] {
-    if (text::FindNoCase(GetParameter("Provider", CnStr, ";"), "MSDASQL") == text::npos) {
-      return CnStr;
-    }
-    constexpr std::string_view kExt = "Extended Properties";
-    constexpr std::string_view kExtEnd = "\";";
+  return ReportAs(
+      "modConnectionString.ReformatMySQLCnStr(CnStr)", Args(AsConnectionString(CnStr)), [&] {
+        if (text::FindNoCase(GetParameter("Provider", CnStr, ";"), "MSDASQL") == text::npos) {
+          return CnStr;
+        }
+        constexpr std::string_view kExt = "Extended Properties";
+        constexpr std::string_view kExtEnd = "\";";
 
-    const std::string catalog = GetParameter("Initial Catalog", CnStr, ";");
-    if (!catalog.empty()) CnStr = SetParameter("Initial Catalog", "", CnStr, ";");
+        const std::string catalog = GetParameter("Initial Catalog", CnStr, ";");
+        if (!catalog.empty()) CnStr = SetParameter("Initial Catalog", "", CnStr, ";");
 
-    std::string ext = GetParameter(kExt, CnStr, kExtEnd);
-    const std::string db = GetParameter("Database", ext, ";");
-    if (!catalog.empty() && db.empty()) {
-      const bool names_database = text::FindNoCase(ext, "Database") != text::npos;
-      if (!names_database && !flag) {
-        ext = ext + ";Database=" + catalog + ";";
-      } else if (names_database && flag) {
-        ext = text::ReplaceAll(ext, "Database=", "", true);
-      } else if (names_database && !flag) {
-        ext = SetParameter("Database", catalog, ext, ";");
-      }
-      CnStr = SetParameter(kExt, ext, CnStr, kExtEnd);
-    } else if (flag) {
-      ext = SetParameter("Database", "", ext, ";");
-      ext = text::ReplaceAll(ext, "Database=", "", true);
-      CnStr = SetParameter(kExt, ext, CnStr, kExtEnd);
-    }
+        std::string ext = GetParameter(kExt, CnStr, kExtEnd);
+        const std::string db = GetParameter("Database", ext, ";");
+        if (!catalog.empty() && db.empty()) {
+          const bool names_database = text::FindNoCase(ext, "Database") != text::npos;
+          if (!names_database && !flag) {
+            ext = ext + ";Database=" + catalog + ";";
+          } else if (names_database && flag) {
+            ext = text::ReplaceAll(ext, "Database=", "", true);
+          } else if (names_database && !flag) {
+            ext = SetParameter("Database", catalog, ext, ";");
+          }
+          CnStr = SetParameter(kExt, ext, CnStr, kExtEnd);
+        } else if (flag) {
+          ext = SetParameter("Database", "", ext, ";");
+          ext = text::ReplaceAll(ext, "Database=", "", true);
+          CnStr = SetParameter(kExt, ext, CnStr, kExtEnd);
+        }
 
-    ext = GetParameter(kExt, CnStr, kExtEnd);
-    if (GetParameter("Options", ext, ";").empty()) {
-      if (ext.find("Option") != std::string::npos) {
-        ext = SetParameter("Option", "18475", ext, ";");
-      } else {
-        ext = ext + ";" + "Option=" + "18475" + ";";
-      }
-      CnStr = SetParameter(kExt, ext, CnStr, kExtEnd);
-    }
-    return CnStr;
-  });
+        ext = GetParameter(kExt, CnStr, kExtEnd);
+        if (GetParameter("Options", ext, ";").empty()) {
+          if (ext.find("Option") != std::string::npos) {
+            ext = SetParameter("Option", "18475", ext, ";");
+          } else {
+            ext = ext + ";" + "Option=" + "18475" + ";";
+          }
+          CnStr = SetParameter(kExt, ext, CnStr, kExtEnd);
+        }
+        return CnStr;
+      });
 }
 
 std::string GetCnStr() {
@@ -174,7 +181,7 @@ std::string GetCnStr() {
 }
 
 void SetCnStr(const std::string& CnStr) {
-  ReportAs("modConnectionString.SetCnStr(CnStr)", [&] {
+  ReportAs("modConnectionString.SetCnStr(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     if (CnStr.empty()) return;
     WriteStoredCnStr(CnStr);
     CachedCnStr() = CnStr;
@@ -195,7 +202,7 @@ std::string CConnectionString::GetCnStr() {
 }
 
 void CConnectionString::SetCnStr(const std::string& CnStr) {
-  ReportAs("CConnectionString.SetCnStr(CnStr)", [&] {
+  ReportAs("CConnectionString.SetCnStr(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     if (CnStr.empty()) return;
     WriteStoredCnStr(CnStr);
     connection_string_ = CnStr;

@@ -10,6 +10,7 @@
 #include "platform/db/recordset.h"
 #include "platform/event_loop.h"
 #include "platform/paths.h"
+#include "platform/report_connection_string.h"
 #include "rules/connection_string.h"
 #include "rules/failures.h"
 #include "rules/rules_schema.h"
@@ -235,7 +236,7 @@ std::string CEnvConfig::BuildCnStr() { return modConnectionString::GetCnStr(); }
 std::string CEnvConfig::BuildShapeCnStr() { return {}; }
 
 void CEnvConfig::LoadDBSchema(const std::string& sCnStr) {
-  ReportAs("CEnvConfig.LoadDBSchema(sCnStr)", [&] {
+  ReportAs("CEnvConfig.LoadDBSchema(sCnStr)", Args(AsConnectionString(sCnStr)), [&] {
     db::ConnectionPtr cn = StartSQL(sCnStr);
     if (!cn) cn = OpenAndCheck(sCnStr);
     RulesSchema::Load(*cn);
@@ -243,7 +244,7 @@ void CEnvConfig::LoadDBSchema(const std::string& sCnStr) {
 }
 
 void CEnvConfig::LoadBaseData(const std::string& sCnStr) {
-  ReportAs("CEnvConfig.LoadBaseData(sCnStr)", [&] {
+  ReportAs("CEnvConfig.LoadBaseData(sCnStr)", Args(AsConnectionString(sCnStr)), [&] {
     db::ConnectionPtr cn = StartSQL(sCnStr);
     if (!cn) cn = OpenAndCheck(sCnStr);
     RulesSchema::LoadBaseData(*cn);

@@ -1,6 +1,7 @@
 #include "rules/package_data_access.h"
 
 #include "platform/error.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 #include "rules/failures.h"
 #include "rules/row_writer.h"
@@ -39,7 +40,7 @@ std::string FirstValueText(const db::RecordsetPtr& rs) {
 // ---- DJob ------------------------------------------------------------------------------------
 
 void DJob::CloseInstances(const std::string& JobId) {
-  ReportAs("DJob.CloseInstances(JobId)", [&] {
+  ReportAs("DJob.CloseInstances(JobId)", Args(JobId), [&] {
     std::vector<Variant> params{Variant(DateTime::Now())};
     // Only runs under way: a finished run keeps its real completion time.
     std::string sql =
@@ -88,7 +89,7 @@ db::RecordsetPtr DJob::GetJobTaskHierarchy() {
 }
 
 db::RecordsetPtr DJob::GetJobProgress(const std::string& JobId, const DateTime& JobStartTime) {
-  return ReportAs("DJob.GetJobProgress(JobId,JobStartTime)", [&] {
+  return ReportAs("DJob.GetJobProgress(JobId,JobStartTime)", Args(JobId, JobStartTime), [&] {
     const CDisconnRS shape(ShapeConnectionString());
     const std::vector<Variant> run{Variant(JobId), Variant(JobStartTime)};
     auto tasks = shape.RunQuery("Exec usp_Progress_GetTaskStatusesForJobInstance ?, ? ", true, run);
@@ -120,20 +121,21 @@ db::RecordsetPtr DJob::GetJobInstanceHierarchy() {
 
 void DJob::SaveInstance(const std::string& JobId, const DateTime& StartTime,
                         const Variant& CompleteTime, const Variant& CompleteCode) {
-  ReportAs("DJob.SaveInstance(JobId,StartTime,CompleteTime,CompleteCode)", [&] {
-    PartialRowWriter row(Query(),
-                         "SELECT * FROM job_instances WHERE (job_id = ? AND job_start_time = ?)",
-                         {Variant(JobId), Variant(StartTime)});
-    row.Set("job_id", Variant(JobId));
-    row.Set("job_start_time", Variant(StartTime));
-    row.Set("job_completion_time", CompleteTime, IsNotGiven(CompleteTime));
-    row.Set("completion_code", CompleteCode, IsNotGiven(CompleteCode));
-    row.Write();
-  });
+  ReportAs("DJob.SaveInstance(JobId,StartTime,CompleteTime,CompleteCode)",
+           Args(JobId, StartTime, CompleteTime, CompleteCode), [&] {
+             PartialRowWriter row(
+                 Query(), "SELECT * FROM job_instances WHERE (job_id = ? AND job_start_time = ?)",
+                 {Variant(JobId), Variant(StartTime)});
+             row.Set("job_id", Variant(JobId));
+             row.Set("job_start_time", Variant(StartTime));
+             row.Set("job_completion_time", CompleteTime, IsNotGiven(CompleteTime));
+             row.Set("completion_code", CompleteCode, IsNotGiven(CompleteCode));
+             row.Write();
+           });
 }
 
 DateTime DJob::AddInstance(const std::string& JobId, const DateTime& StartTime) {
-  return ReportAs("DJob.AddInstance(JobId,StartTime)", [&] {
+  return ReportAs("DJob.AddInstance(JobId,StartTime)", Args(JobId, StartTime), [&] {
     // The insert itself decides which process has a start time: a look first would let two
     // processes both find the time free. After a collision the next free millisecond is worked
     // out from the starts already there, and tried in turn.
@@ -164,7 +166,7 @@ DateTime DJob::AddInstance(const std::string& JobId, const DateTime& StartTime) 
 }
 
 void DJob::Delete(const std::string& JobId) {
-  ReportAs("DJob.Delete(JobId)", [&] {
+  ReportAs("DJob.Delete(JobId)", Args(JobId), [&] {
     if (GetRunningInstances(JobId)->RecordCount() > 0) {
       throw Error(ruleserr::kPackageRunning, "DJob.Delete",
                   "One or more instances of this package is currently executing.  Deletion of the "
@@ -177,7 +179,7 @@ void DJob::Delete(const std::string& JobId) {
 }
 
 db::RecordsetPtr DJob::Selectx(const std::string& JobId, bool ReadOnly) {
-  return ReportAs("DJob.Selectx(JobId,ReadOnly)", [&] {
+  return ReportAs("DJob.Selectx(JobId,ReadOnly)", Args(JobId, ReadOnly), [&] {
     return Query().RunQuery(
         "SELECT job_id AS JobId, job_name AS JobName, description AS Description, date_created "
         "as DateCreated, date_modified as DateModified From jobs Where job_id = ?",
@@ -187,30 +189,31 @@ db::RecordsetPtr DJob::Selectx(const std::string& JobId, bool ReadOnly) {
 
 void DJob::Save(const std::string& JobId, const Variant& DateCreated, const Variant& DateModified,
                 const Variant& JobName, const Variant& Description) {
-  ReportAs("DJob.Save(JobId,DateCreated,DateModified,JobName,Description)", [&] {
-    PartialRowWriter row(Query(), "SELECT * FROM jobs WHERE job_id = ?", {Variant(JobId)});
-    row.Set("job_name", JobName, IsNoAction(JobName));
-    row.Set("description", Description, IsNoAction(Description));
-    row.Set("date_created", DateCreated, IsNoActionDate(DateCreated));
-    row.Set("date_modified", DateModified, IsNoActionDate(DateModified));
-    row.Write("job_id", Variant(JobId));
-  });
+  ReportAs("DJob.Save(JobId,DateCreated,DateModified,JobName,Description)",
+           Args(JobId, DateCreated, DateModified, JobName, Description), [&] {
+             PartialRowWriter row(Query(), "SELECT * FROM jobs WHERE job_id = ?", {Variant(JobId)});
+             row.Set("job_name", JobName, IsNoAction(JobName));
+             row.Set("description", Description, IsNoAction(Description));
+             row.Set("date_created", DateCreated, IsNoActionDate(DateCreated));
+             row.Set("date_modified", DateModified, IsNoActionDate(DateModified));
+             row.Write("job_id", Variant(JobId));
+           });
 }
 
 db::RecordsetPtr DJob::GetRunningInstances(const std::string& JobId) {
-  return ReportAs("DJob.GetRunningInstances(JobId)", [&] {
+  return ReportAs("DJob.GetRunningInstances(JobId)", Args(JobId), [&] {
     return Query().RunQuery("Exec usp_GetRunningJobs ?", true, {Variant(JobId)});
   });
 }
 
 db::RecordsetPtr DJob::GetTasks(const std::string& JobId, bool ReadOnly) {
-  return ReportAs("DJob.GetTasks(JobId,ReadOnly)", [&] {
+  return ReportAs("DJob.GetTasks(JobId,ReadOnly)", Args(JobId, ReadOnly), [&] {
     return Query().RunQuery("Exec usp_GetTasks ?", ReadOnly, {Variant(JobId)});
   });
 }
 
 void DJob::DeleteAllTasks(const std::string& JobId) {
-  ReportAs("DJob.DeleteAllTasks(JobId)", [&] {
+  ReportAs("DJob.DeleteAllTasks(JobId)", Args(JobId), [&] {
     if (GetRunningInstances(JobId)->RecordCount() > 0) {
       throw Error(ruleserr::kPackageRunning, "DJob.DeleteAllTasks",
                   "One or more instances of this package is currently executing.  Deletion of the "
@@ -226,7 +229,7 @@ void DJob::DeleteAllTasks(const std::string& JobId) {
 }
 
 db::RecordsetPtr DJob::GetRunTotals(const std::string& JobId, const DateTime& JobStartTime) {
-  return ReportAs("DJob.GetRunTotals(JobId,JobStartTime)", [&] {
+  return ReportAs("DJob.GetRunTotals(JobId,JobStartTime)", Args(JobId, JobStartTime), [&] {
     return Query().RunQuery("Exec usp_Progress_GetRunTotals ?, ?", true,
                             {Variant(JobId), Variant(JobStartTime)});
   });
@@ -236,17 +239,18 @@ db::RecordsetPtr DJob::GetRunTotals(const std::string& JobId, const DateTime& Jo
 
 db::RecordsetPtr DTask::GetDownloadedDocs(const std::string& JobId, const std::string& TaskId,
                                           const DateTime& JobStartTime) {
-  return ReportAs("DTask.GetDownloadedDocs(JobId,TaskId,JobStartTime)", [&] {
-    return Query().RunQuery("Exec usp_GetDownLoadedDocs ?, ?, ?", true,
-                            {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
-  });
+  return ReportAs(
+      "DTask.GetDownloadedDocs(JobId,TaskId,JobStartTime)", Args(JobId, TaskId, JobStartTime), [&] {
+        return Query().RunQuery("Exec usp_GetDownLoadedDocs ?, ?, ?", true,
+                                {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+      });
 }
 
 void DTask::NewDoc(const std::string&, const std::string&, const DateTime&, const std::string&,
                    const std::string&) {}
 
 db::RecordsetPtr DTask::GetDocSources(const std::string& TaskId) {
-  return ReportAs("DTask.GetDocSources(TaskId)", [&] {
+  return ReportAs("DTask.GetDocSources(TaskId)", Args(TaskId), [&] {
     return Query().RunQuery("Exec usp_GetDocSources ?", true, {Variant(TaskId)});
   });
 }
@@ -258,7 +262,7 @@ void DTask::SaveInstance(const std::string& TaskId, const std::string& JobId,
   ReportAs(
       "DTask.SaveInstance(TaskId,JobId,JobStartTime,TaskStartTime,CompleteTime,CompleteCode,"
       "ThrottleWaitMSecs)",
-      [&] {
+      Args(TaskId, JobId, JobStartTime, TaskStartTime, CompleteTime, CompleteCode), [&] {
         PartialRowWriter row(Query(),
                              "SELECT * FROM task_instances WHERE (task_id = ? AND job_id = ? AND "
                              "job_start_time = ?)",
@@ -274,11 +278,12 @@ void DTask::SaveInstance(const std::string& TaskId, const std::string& JobId,
 }
 
 void DTask::Delete(const std::string& TaskId) {
-  ReportAs("DTask.Delete(TaskId)", [&] { DeleteSelectedRow(Selectx(TaskId, false)); });
+  ReportAs("DTask.Delete(TaskId)", Args(TaskId),
+           [&] { DeleteSelectedRow(Selectx(TaskId, false)); });
 }
 
 db::RecordsetPtr DTask::Selectx(const std::string& TaskId, bool ReadOnly) {
-  return ReportAs("DTask.Selectx(TaskId,ReadOnly)", [&] {
+  return ReportAs("DTask.Selectx(TaskId,ReadOnly)", Args(TaskId, ReadOnly), [&] {
     return Query().RunQuery(
         "SELECT task_id as TaskId, job_id AS JobId, task_name AS TaskName, description AS "
         "Description, datapage_id as DatapageId, step as Step, source_type as DisplaySrcType, "
@@ -293,6 +298,8 @@ void DTask::Save(const std::string& TaskId, const Variant& JobId, const Variant&
   ReportAs(
       "DTask.Save(TaskId,JobId,TaskName,Description,Step,DisplaySrcType,ThrottleWaitMSecs,"
       "DatapageId)",
+      Args(TaskId, JobId, TaskName, Description, Step, DisplaySrcType, ThrottleWaitMSecs,
+           DatapageId),
       [&] {
         PartialRowWriter row(Query(), "SELECT * FROM tasks WHERE task_id = ?", {Variant(TaskId)});
         const bool no_datapage =
@@ -313,33 +320,34 @@ void DTask::Save(const std::string& TaskId, const Variant& JobId, const Variant&
 void DDocSource::Delete(const std::string&) {}
 
 void DDocSource::DeleteAll(const std::string& TaskId) {
-  ReportAs("DDocSource.DeleteAll(TaskId)",
+  ReportAs("DDocSource.DeleteAll(TaskId)", Args(TaskId),
            [&] { Query().RunQuery("Exec usp_DelAllDocSources ?", false, {Variant(TaskId)}); });
 }
 
 db::RecordsetPtr DDocSource::Selectx(const std::string& DocSrcId, bool ReadOnly) {
-  return ReportAs("DDocSource.Selectx(DocSrcId,ReadOnly)", [&] {
+  return ReportAs("DDocSource.Selectx(DocSrcId,ReadOnly)", Args(DocSrcId, ReadOnly), [&] {
     return Query().RunQuery("Exec usp_GetDocSource ?", ReadOnly, {Variant(DocSrcId)});
   });
 }
 
 void DDocSource::Save(const std::string& DocSrcId, const Variant& DBName, const Variant& ConnStr,
                       const Variant& TaskId, const Variant& Source, const Variant& SourceType) {
-  ReportAs("DDocSource.Save(DocSrcId,DBName,ConnStr,TaskId,Source,SourceType)", [&] {
-    PartialRowWriter row(Query(), "Exec usp_GetDocSource ?", {Variant(DocSrcId)});
-    row.Set("db_name", DBName, IsNoAction(DBName));
-    row.Set("conn_str", ConnStr, IsNoAction(ConnStr));
-    row.Set("task_id", TaskId, IsNoAction(TaskId));
-    row.Set("source", Source, IsNoAction(Source));
-    row.Set("source_type", SourceType, IsNoActionNumber(SourceType));
-    row.Write("doc_location_id", Variant(DocSrcId));
-  });
+  ReportAs("DDocSource.Save(DocSrcId,DBName,ConnStr,TaskId,Source,SourceType)",
+           Args(DocSrcId, DBName, AsConnectionString(ConnStr), TaskId, Source, SourceType), [&] {
+             PartialRowWriter row(Query(), "Exec usp_GetDocSource ?", {Variant(DocSrcId)});
+             row.Set("db_name", DBName, IsNoAction(DBName));
+             row.Set("conn_str", ConnStr, IsNoAction(ConnStr));
+             row.Set("task_id", TaskId, IsNoAction(TaskId));
+             row.Set("source", Source, IsNoAction(Source));
+             row.Set("source_type", SourceType, IsNoActionNumber(SourceType));
+             row.Write("doc_location_id", Variant(DocSrcId));
+           });
 }
 
 // ---- D_Doc -----------------------------------------------------------------------------------
 
 db::RecordsetPtr D_Doc::GetDoc(const std::string& DocId) {
-  return ReportAs("D_Doc.GetDoc(DocId)", [&] {
+  return ReportAs("D_Doc.GetDoc(DocId)", Args(DocId), [&] {
     return Query().RunQuery(
         "SELECT [doc_id], [task_id], [job_id], [job_start_time], [uri], [temp_uri], "
         "[copy_completion_code], [copy_completion_time], [doc_start_time], "
@@ -351,14 +359,16 @@ db::RecordsetPtr D_Doc::GetDoc(const std::string& DocId) {
 
 void D_Doc::SaveRowCounts(const std::string& DocId, long RowsWritten, long RowsRefused,
                           const std::string& Refusal) {
-  ReportAs("D_Doc.SaveRowCounts(DocId,RowsWritten,RowsRefused,Refusal)", [&] {
-    Query().RunQuery(
-        "UPDATE task_instance_docs SET rows_written = ?, rows_refused = ?, refusal = ? WHERE "
-        "doc_id = ?",
-        false,
-        {Variant(RowsWritten), Variant(RowsRefused),
-         Refusal.empty() ? Variant(kNull) : Variant(CutToWidth(Refusal)), Variant(DocId)});
-  });
+  ReportAs(
+      "D_Doc.SaveRowCounts(DocId,RowsWritten,RowsRefused,Refusal)",
+      Args(DocId, RowsWritten, RowsRefused, Refusal), [&] {
+        Query().RunQuery(
+            "UPDATE task_instance_docs SET rows_written = ?, rows_refused = ?, refusal = ? WHERE "
+            "doc_id = ?",
+            false,
+            {Variant(RowsWritten), Variant(RowsRefused),
+             Refusal.empty() ? Variant(kNull) : Variant(CutToWidth(Refusal)), Variant(DocId)});
+      });
 }
 
 void D_Doc::SaveDocument(const std::string& DocId, const std::string& TaskId,
@@ -370,6 +380,8 @@ void D_Doc::SaveDocument(const std::string& DocId, const std::string& TaskId,
   ReportAs(
       "D_Doc.SaveDocument(DocId,TaskId,JobId,JobStartTime,URI,TempURI,CopyCompleteCode,"
       "DocStartTime,DocCompletionTime,CopyTryCount,SuccessCode)",
+      Args(DocId, TaskId, JobId, JobStartTime, URI, TempURI, CopyCompleteCode, DocStartTime,
+           DocCompletionTime, CopyTryCount, SuccessCode),
       [&] {
         PartialRowWriter row(Query(), "SELECT * FROM task_instance_docs WHERE doc_id = ?",
                              {Variant(DocId)});
@@ -396,7 +408,7 @@ void D_Doc::SaveDocument(const std::string& DocId, const std::string& TaskId,
 // ---- D_DownloadMgr ---------------------------------------------------------------------------
 
 std::string D_DownloadMgr::GetSaveAsFileExt(const std::string& InputFileExt) {
-  return ReportAs("D_DownloadMgr.GetSaveAsFileExt(InputFileExt)", [&] {
+  return ReportAs("D_DownloadMgr.GetSaveAsFileExt(InputFileExt)", Args(InputFileExt), [&] {
     return FirstValueText(
         Query().RunQuery("SELECT save_as_file_ext FROM file_ext_map WHERE url_file_ext = ?", true,
                          {Variant(InputFileExt)}));
@@ -404,14 +416,14 @@ std::string D_DownloadMgr::GetSaveAsFileExt(const std::string& InputFileExt) {
 }
 
 std::string D_DownloadMgr::GetFileExtFromMimeType(const std::string& MimeType) {
-  return ReportAs("D_DownloadMgr.GetFileExtFromMimeType(MimeType)", [&] {
+  return ReportAs("D_DownloadMgr.GetFileExtFromMimeType(MimeType)", Args(MimeType), [&] {
     return FirstValueText(
         Query().RunQuery("Exec usp_GetFileExtFromMime ?", true, {Variant(MimeType)}));
   });
 }
 
 std::string D_DownloadMgr::GetDefaultFileExt(int ResType) {
-  return ReportAs("D_DownloadMgr.GetDefaultFileExt(ResType)", [&]() -> std::string {
+  return ReportAs("D_DownloadMgr.GetDefaultFileExt(ResType)", Args(ResType), [&]() -> std::string {
     const char* column = nullptr;
     switch (ResType) {
       case 0:
@@ -441,10 +453,12 @@ std::string D_DownloadMgr::GetDefaultFileExt(int ResType) {
 db::RecordsetPtr D_DownloadMgr::GetNonDownloadedFiles(const std::string& JobId,
                                                       const std::string& TaskId,
                                                       const DateTime& JobStartTime) {
-  return ReportAs("D_DownloadMgr.GetNonDownloadedFiles(JobId,TaskId,JobStartTime)", [&] {
-    return Query().RunQuery("Exec usp_GetNonDownLoadedDocs ?, ?, ?", false,
-                            {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
-  });
+  return ReportAs("D_DownloadMgr.GetNonDownloadedFiles(JobId,TaskId,JobStartTime)",
+                  Args(JobId, TaskId, JobStartTime), [&] {
+                    return Query().RunQuery(
+                        "Exec usp_GetNonDownLoadedDocs ?, ?, ?", false,
+                        {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+                  });
 }
 
 db::RecordsetPtr D_DownloadMgr::GetNonDownloadedFilesAfter(const std::string& JobId,
@@ -513,48 +527,54 @@ void D_DownloadMgr::SetCopyOutcome(db::Connection& cn, const std::string& DocId,
 
 void D_DownloadMgr::SetCachePathToSrcPath(const std::string& JobId, const std::string& TaskId,
                                           const DateTime& JobStartTime) {
-  ReportAs("D_DownloadMgr.SetCachePathToSrcPath(JobId,TaskId,JobStartTime)", [&] {
-    Query().RunQuery(
-        "Update task_instance_docs Set temp_uri = Uri where (job_id = ?)  AND  (task_id = ?) AND "
-        "(job_start_time = ?) AND (copy_completion_code <> 'Success') AND  (copy_try_count < 10)",
-        false, {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
-  });
+  ReportAs("D_DownloadMgr.SetCachePathToSrcPath(JobId,TaskId,JobStartTime)",
+           Args(JobId, TaskId, JobStartTime), [&] {
+             Query().RunQuery(
+                 "Update task_instance_docs Set temp_uri = Uri where (job_id = ?)  AND  (task_id = "
+                 "?) AND "
+                 "(job_start_time = ?) AND (copy_completion_code <> 'Success') AND  "
+                 "(copy_try_count < 10)",
+                 false, {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+           });
 }
 
 long D_DownloadMgr::GetTotalDocCount(const std::string& JobId, const std::string& TaskId,
                                      const DateTime& JobStartTime) {
-  return ReportAs("D_DownloadMgr.GetTotalDocCount(JobId,TaskId,JobStartTime)", [&] {
-    auto rs = Query().RunQuery("Exec usp_GetTotalDocCount ?, ?, ?", true,
-                               {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
-    return static_cast<long>((*rs)["TotalDocCount"].Value().ToLong());
-  });
+  return ReportAs("D_DownloadMgr.GetTotalDocCount(JobId,TaskId,JobStartTime)",
+                  Args(JobId, TaskId, JobStartTime), [&] {
+                    auto rs =
+                        Query().RunQuery("Exec usp_GetTotalDocCount ?, ?, ?", true,
+                                         {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+                    return static_cast<long>((*rs)["TotalDocCount"].Value().ToLong());
+                  });
 }
 
 // ---- D_Metabase ------------------------------------------------------------------------------
 
 db::RecordsetPtr D_Metabase::GetTaskSuccessCode(double sngDeterminantVal) {
-  return ReportAs("D_Metabase.GetTaskSuccessCode(sngDeterminantVal)", [&] {
+  return ReportAs("D_Metabase.GetTaskSuccessCode(sngDeterminantVal)", Args(sngDeterminantVal), [&] {
     return Query().RunQuery("Exec usp_Meta_GetTaskSuccessCode ?", true,
                             {Variant(sngDeterminantVal)});
   });
 }
 
 db::RecordsetPtr D_Metabase::GetDocSuccessCode(double sngDeterminantVal) {
-  return ReportAs("D_Metabase.GetDocSuccessCode(sngDeterminantVal)", [&] {
+  return ReportAs("D_Metabase.GetDocSuccessCode(sngDeterminantVal)", Args(sngDeterminantVal), [&] {
     return Query().RunQuery("Exec usp_Meta_GetDocSuccessCode ?", true,
                             {Variant(sngDeterminantVal)});
   });
 }
 
 db::RecordsetPtr D_Metabase::GetEntitySuccessCode(double sngDeterminantVal) {
-  return ReportAs("D_Metabase.GetEntitySuccessCode(sngDeterminantVal)", [&] {
-    return Query().RunQuery("Exec usp_Meta_GetEntitySuccessCode ?", true,
-                            {Variant(sngDeterminantVal)});
-  });
+  return ReportAs("D_Metabase.GetEntitySuccessCode(sngDeterminantVal)", Args(sngDeterminantVal),
+                  [&] {
+                    return Query().RunQuery("Exec usp_Meta_GetEntitySuccessCode ?", true,
+                                            {Variant(sngDeterminantVal)});
+                  });
 }
 
 db::RecordsetPtr D_Metabase::GetJobSuccessCode(double sngDeterminantVal) {
-  return ReportAs("D_Metabase.GetJobSuccessCode(sngDeterminantVal)", [&] {
+  return ReportAs("D_Metabase.GetJobSuccessCode(sngDeterminantVal)", Args(sngDeterminantVal), [&] {
     return Query().RunQuery("Exec usp_Meta_GetJobSuccessCode ?", true,
                             {Variant(sngDeterminantVal)});
   });
@@ -567,6 +587,8 @@ bool D_Metabase::SaveMetaEnt(const std::string& DocId, const std::string& Entity
   return ReportAs(
       "D_Metabase.SaveMetaEnt(DocId,EntityId,OccurCount,ExtractCount,AvgSuccessCoeff,SuccessCode,"
       "TotalErrorCount,AvgErrorCount)",
+      Args(DocId, EntityId, OccurCount, ExtractCount, AvgSuccessCoeff, SuccessCode, TotalErrorCount,
+           AvgErrorCount),
       [&] {
         PartialRowWriter row(Query(),
                              "SELECT * FROM task_inst_doc_results_by_ent WHERE doc_id = ? AND "

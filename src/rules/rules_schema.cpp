@@ -121,7 +121,7 @@ class CreationLock {
 }  // namespace
 
 void RulesSchema::Load(db::Connection& cn) {
-  ReportAs("RulesSchema.Load(cn)", [&] {
+  ReportAs("RulesSchema.Load(cn)", Args(cn), [&] {
     const std::string dialect = DialectOf(cn);
     const std::string_view script = EmbeddedRulesScript(dialect, "schema");
     if (script.empty()) {
@@ -134,14 +134,14 @@ void RulesSchema::Load(db::Connection& cn) {
 }
 
 void RulesSchema::LoadBaseData(db::Connection& cn) {
-  ReportAs("RulesSchema.LoadBaseData(cn)", [&] {
+  ReportAs("RulesSchema.LoadBaseData(cn)", Args(cn), [&] {
     const std::string_view script = EmbeddedRulesScript(DialectOf(cn), "base_data");
     if (!script.empty()) RunScriptInTransaction(cn, script);
   });
 }
 
 std::vector<std::string> RulesSchema::Upgrade(db::Connection& cn) {
-  return ReportAs("RulesSchema.Upgrade(cn)", [&] {
+  return ReportAs("RulesSchema.Upgrade(cn)", Args(cn), [&] {
     std::vector<std::string> ran;
     for (const UpgradeStep& step :
          ParseUpgradeSteps(EmbeddedRulesScript(DialectOf(cn), "upgrade"))) {
@@ -168,7 +168,7 @@ bool RulesSchema::Exists(db::Connection& cn) {
 }
 
 bool RulesSchema::Ensure(db::Connection& cn) {
-  return ReportAs("RulesSchema.Ensure(cn)", [&] {
+  return ReportAs("RulesSchema.Ensure(cn)", Args(cn), [&] {
     if (Exists(cn) || EmbeddedRulesScript(DialectOf(cn), "schema").empty()) return false;
     const CreationLock lock(cn);
     if (Exists(cn)) return false;  // another process made it while this one waited
@@ -204,7 +204,7 @@ void RulesSchema::RefuseNewer(db::Connection& cn) {
 }
 
 std::vector<std::string> RulesSchema::BringUpToDate(db::Connection& cn, bool& created) {
-  return ReportAs("RulesSchema.BringUpToDate(cn)", [&] {
+  return ReportAs("RulesSchema.BringUpToDate(cn)", Args(cn), [&] {
     created = false;
     std::vector<std::string> steps;
     RefuseNewer(cn);

@@ -29,7 +29,7 @@ Settings::~Settings() {
 }
 
 Variant Settings::GetOption(const std::string& Name) {
-  return ReportAs("Settings.GetOption(Name)", [&] {
+  return ReportAs("Settings.GetOption(Name)", Args(Name), [&] {
     auto rs = db::Recordset::Create();
     rs->Open(TranslateSql("SELECT * FROM settings WHERE [name] = ?", Dialect(*cn_)), cn_,
              db::CursorType::Static, db::LockType::ReadOnly, std::vector<Variant>{Variant(Name)});
@@ -45,7 +45,7 @@ Variant Settings::GetOption(const std::string& Name) {
 }
 
 void Settings::PutOption(const std::string& Name, const Variant& Value, DataType ValueType) {
-  ReportAs("Settings.PutOption(Name,Value,ValueType)", [&] {
+  ReportAs("Settings.PutOption(Name,Value,ValueType)", Args(Name, Value, ValueType), [&] {
     const std::string dialect = Dialect(*cn_);
     cn_->ExecuteNonQuery(TranslateSql("DELETE FROM [Settings] WHERE [name] = ?", dialect),
                          std::vector<Variant>{Variant(Name)});

@@ -1,6 +1,7 @@
 #include "rules/template_data_access.h"
 
 #include "platform/error.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 #include "rules/failures.h"
 #include "rules/row_writer.h"
@@ -22,7 +23,7 @@ bool IsEmptyArgument(const Variant& v) { return IsNoAction(v) || v.IsNull() || v
 // ---- D_Attrib --------------------------------------------------------------------------------
 
 db::RecordsetPtr D_Attrib::Selectx(const std::string& Id) {
-  return ReportAs("D_Attrib.Selectx(Id)", [&] {
+  return ReportAs("D_Attrib.Selectx(Id)", Args(Id), [&] {
     return Query().RunQuery(
         "SELECT [attribute_id] as A_Id, [entity_id] as EntityId, [column_name] as ColumnName, "
         "[start_tag] as StartTag, [end_tag] as EndTag, [step] as Step, [is_pk] as IsPK, "
@@ -33,7 +34,7 @@ db::RecordsetPtr D_Attrib::Selectx(const std::string& Id) {
 }
 
 void D_Attrib::Delete(const std::string& Id) {
-  ReportAs("D_Attrib.Delete(Id)",
+  ReportAs("D_Attrib.Delete(Id)", Args(Id),
            [&] { DeleteRowById(Query(), "SELECT * FROM attributes WHERE attribute_id = ?", Id); });
 }
 
@@ -44,6 +45,8 @@ bool D_Attrib::Save(const std::string& Id, const Variant& EntityId, const Varian
   return ReportAs(
       "D_Attrib.Save(Id,EntityId,ColumnName,StartTag,EndTag,Step,IsPK,ColumnType,ColumnSize,"
       "IsOptional)",
+      Args(Id, EntityId, ColumnName, StartTag, EndTag, Step, IsPK, ColumnType, ColumnSize,
+           IsOptional),
       [&] {
         if (Id.empty()) {
           throw Error(ruleserr::kInvalidAttribId, "D_Attrib.Update",
@@ -71,7 +74,7 @@ bool D_Attrib::Save(const std::string& Id, const Variant& EntityId, const Varian
 // ---- D_Entity --------------------------------------------------------------------------------
 
 db::RecordsetPtr D_Entity::GetChildren(const std::string& EntityId) {
-  return ReportAs("D_Entity.GetChildren(EntityId)", [&] {
+  return ReportAs("D_Entity.GetChildren(EntityId)", Args(EntityId), [&] {
     return Query().RunQuery(
         "SELECT [entity_id] as E_Id FROM [entities] WHERE [parent_entity_id] = ?", true,
         {Variant(EntityId)});
@@ -80,16 +83,17 @@ db::RecordsetPtr D_Entity::GetChildren(const std::string& EntityId) {
 
 db::RecordsetPtr D_Entity::GetChildrenOnPage(const std::string& EntityId,
                                              const std::string& DatapageId) {
-  return ReportAs("D_Entity.GetChildrenOnPage(EntityId,DatapageId)", [&] {
-    return Query().RunQuery(
-        "SELECT [entity_id] as E_Id FROM [entities] WHERE [parent_entity_id] = ? AND "
-        "[datapage_id] = ? ORDER BY [child_order_on_page] ASC",
-        true, {Variant(EntityId), Variant(DatapageId)});
-  });
+  return ReportAs(
+      "D_Entity.GetChildrenOnPage(EntityId,DatapageId)", Args(EntityId, DatapageId), [&] {
+        return Query().RunQuery(
+            "SELECT [entity_id] as E_Id FROM [entities] WHERE [parent_entity_id] = ? AND "
+            "[datapage_id] = ? ORDER BY [child_order_on_page] ASC",
+            true, {Variant(EntityId), Variant(DatapageId)});
+      });
 }
 
 db::RecordsetPtr D_Entity::GetAttributes(const std::string& EntityId) {
-  return ReportAs("D_Entity.GetAttributes(EntityId)", [&] {
+  return ReportAs("D_Entity.GetAttributes(EntityId)", Args(EntityId), [&] {
     return Query().RunQuery(
         "SELECT [attribute_id] as A_Id, [column_name] as ColumnName FROM [attributes] WHERE "
         "[entity_id] = ? ORDER BY [step] ASC",
@@ -98,7 +102,7 @@ db::RecordsetPtr D_Entity::GetAttributes(const std::string& EntityId) {
 }
 
 db::RecordsetPtr D_Entity::Selectx(const std::string& Id) {
-  return ReportAs("D_Entity.Selectx(Id)", [&] {
+  return ReportAs("D_Entity.Selectx(Id)", Args(Id), [&] {
     return Query().RunQuery(
         "SELECT [entity_id] as E_Id, [datapage_id] as DataPageId, [entity_name] as EntityName, "
         "[description] as Description, [table_name] as TableName, [pk_column_name] as PKColumn, "
@@ -110,7 +114,7 @@ db::RecordsetPtr D_Entity::Selectx(const std::string& Id) {
 }
 
 void D_Entity::Delete(const std::string& Id) {
-  ReportAs("D_Entity.Delete(Id)",
+  ReportAs("D_Entity.Delete(Id)", Args(Id),
            [&] { DeleteRowById(Query(), "SELECT * FROM entities WHERE entity_id = ?", Id); });
 }
 
@@ -122,6 +126,8 @@ bool D_Entity::Save(const std::string& Id, const Variant& DatapageId, const Vari
   return ReportAs(
       "D_Entity.Save(Id,DatapageId,EntityName,Description,DBConnStr,TableName,PKColumn,"
       "InitString,ParentEntityId,OnPageOrder,IsPKSurrogate)",
+      Args(Id, DatapageId, EntityName, Description, AsConnectionString(DBConnStr), TableName,
+           PKColumn, InitString, ParentEntityId, OnPageOrder, IsPKSurrogate),
       [&] {
         if (Id.empty()) {
           throw Error(ruleserr::kInvalidEntityId, "D_Entity.Update",
@@ -154,7 +160,7 @@ bool D_Entity::Save(const std::string& Id, const Variant& DatapageId, const Vari
 // ---- D_DataPage ------------------------------------------------------------------------------
 
 db::RecordsetPtr D_DataPage::GetRootEntities(const std::string& DatapageId) {
-  return ReportAs("D_DataPage.GetRootEntities(DatapageId)", [&] {
+  return ReportAs("D_DataPage.GetRootEntities(DatapageId)", Args(DatapageId), [&] {
     return Query().RunQuery(
         "SELECT entity_id as E_Id FROM entities WHERE datapage_id = ? AND (parent_entity_id NOT "
         "IN (SELECT entity_id FROM entities WHERE datapage_id = ?) OR parent_entity_id is null)",
@@ -163,14 +169,14 @@ db::RecordsetPtr D_DataPage::GetRootEntities(const std::string& DatapageId) {
 }
 
 db::RecordsetPtr D_DataPage::GetEntities(const std::string& DatapageId) {
-  return ReportAs("D_DataPage.GetEntities(DatapageId)", [&] {
+  return ReportAs("D_DataPage.GetEntities(DatapageId)", Args(DatapageId), [&] {
     return Query().RunQuery("SELECT entity_id as E_Id FROM entities WHERE datapage_id = ?", true,
                             {Variant(DatapageId)});
   });
 }
 
 db::RecordsetPtr D_DataPage::GetEntitiesWithConnectionInfo(const std::string& DatapageId) {
-  return ReportAs("D_DataPage.GetEntitiesWithConnectionInfo(DatapageId)", [&] {
+  return ReportAs("D_DataPage.GetEntitiesWithConnectionInfo(DatapageId)", Args(DatapageId), [&] {
     return Query().RunQuery(
         "SELECT entity_id, entity_name, table_name, db_conn_str FROM entities WHERE datapage_id = "
         "?",
@@ -179,7 +185,7 @@ db::RecordsetPtr D_DataPage::GetEntitiesWithConnectionInfo(const std::string& Da
 }
 
 db::RecordsetPtr D_DataPage::Selectx(const std::string& DatapageId) {
-  return ReportAs("D_DataPage.Selectx(DatapageId)", [&] {
+  return ReportAs("D_DataPage.Selectx(DatapageId)", Args(DatapageId), [&] {
     return Query().RunQuery(
         "SELECT datapage_id as DP_Id, display_name as DisplayName, description as Description, "
         "db_name as DBName, date_created as DateCreated, date_modified as DateModified FROM "
@@ -189,7 +195,7 @@ db::RecordsetPtr D_DataPage::Selectx(const std::string& DatapageId) {
 }
 
 void D_DataPage::Delete(const std::string& Id) {
-  ReportAs("D_DataPage.Delete(Id)", [&] {
+  ReportAs("D_DataPage.Delete(Id)", Args(Id), [&] {
     auto jobs = GetJobsThatUseDpage(Id);
     if (jobs->RecordCount() > 0) {
       std::vector<std::string> names;
@@ -210,7 +216,7 @@ bool D_DataPage::Save(const std::string& Id, const Variant& DisplayName, const V
                       const Variant& DBName, const Variant& DateCreated,
                       const Variant& DateModified) {
   return ReportAs("D_DataPage.Save(Id,DisplayName,Description,DBName,DateCreated,DateModified)",
-                  [&] {
+                  Args(Id, DisplayName, Description, DBName, DateCreated, DateModified), [&] {
                     if (Id.empty()) {
                       throw Error(ruleserr::kInvalidDatapageId, "D_DataPage.Save",
                                   "The specified Datapage Id is not valid.");
@@ -247,7 +253,7 @@ db::RecordsetPtr D_DataPage::GetDatapageCategoryHierarchy() {
 }
 
 db::RecordsetPtr D_DataPage::GetJobsThatUseDpage(const std::string& DatapageId) {
-  return ReportAs("D_DataPage.GetJobsThatUseDpage(DatapageId)", [&] {
+  return ReportAs("D_DataPage.GetJobsThatUseDpage(DatapageId)", Args(DatapageId), [&] {
     return Query().RunQuery("Exec usp_GetJobsThatUseDpage ?", true, {Variant(DatapageId)});
   });
 }
@@ -255,20 +261,20 @@ db::RecordsetPtr D_DataPage::GetJobsThatUseDpage(const std::string& DatapageId) 
 // ---- D_CustCols ------------------------------------------------------------------------------
 
 void D_CustCols::InsCustColForEnt(const std::string& EntityId, long CustColId) {
-  ReportAs("D_CustCols.InsCustColForEnt(EntityId,CustColId)", [&] {
+  ReportAs("D_CustCols.InsCustColForEnt(EntityId,CustColId)", Args(EntityId, CustColId), [&] {
     Query().RunQuery("Exec usp_CustCol_InsForEnt ?, ?", false,
                      {Variant(EntityId), Variant(CustColId)});
   });
 }
 
 void D_CustCols::DelCustColsForEnt(const std::string& EntityId) {
-  ReportAs("D_CustCols.DelCustColsForEnt(EntityId)", [&] {
+  ReportAs("D_CustCols.DelCustColsForEnt(EntityId)", Args(EntityId), [&] {
     Query().RunQuery("Exec usp_CustCol_DelAllForEnt ?", false, {Variant(EntityId)});
   });
 }
 
 db::RecordsetPtr D_CustCols::GetCustColsForEnt(const std::string& EntityId) {
-  return ReportAs("D_CustCols.GetCustColsForEnt(EntityId)", [&] {
+  return ReportAs("D_CustCols.GetCustColsForEnt(EntityId)", Args(EntityId), [&] {
     return Query().RunQuery("Exec usp_CustCol_GetColsForEnt ?", true, {Variant(EntityId)});
   });
 }
@@ -288,7 +294,7 @@ db::RecordsetPtr D_CustCols::GetAll() {
 }
 
 db::RecordsetPtr D_CustCols::Selectx(long CustColId) {
-  return ReportAs("D_CustCols.Selectx(CustColId)", [&] {
+  return ReportAs("D_CustCols.Selectx(CustColId)", Args(CustColId), [&] {
     return Query().RunQuery("Exec usp_CustCol_Get ?", true, {Variant(CustColId)});
   });
 }
@@ -296,7 +302,7 @@ db::RecordsetPtr D_CustCols::Selectx(long CustColId) {
 // ---- D_HiLiter -------------------------------------------------------------------------------
 
 db::RecordsetPtr D_HiLiter::SelectAll(const std::string& DocType) {
-  return ReportAs("D_HiLiter.SelectAll(DocType)", [&] {
+  return ReportAs("D_HiLiter.SelectAll(DocType)", Args(DocType), [&] {
     return Query().RunQuery("Exec usp_GetHiLiters ?", true, {Variant(DocType)});
   });
 }

@@ -3,7 +3,7 @@
 namespace gw {
 
 void CRSAdder::ConcatListRS(const db::RecordsetPtr& rsSource, const db::RecordsetPtr& rsDest) {
-  ReportAs("CRSAdder.ConcatListRS(rsSource,rsDest)", [&] {
+  ReportAs("CRSAdder.ConcatListRS(rsSource,rsDest)", Args(rsSource, rsDest), [&] {
     if (!rsSource || !rsSource->IsOpen() || rsSource->RecordCount() == 0) return;
     if (rsSource->GetCursorType() != db::CursorType::ForwardOnly && !rsSource->IsEOF() &&
         !rsSource->IsBOF()) {

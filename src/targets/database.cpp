@@ -4,6 +4,7 @@
 #include <fstream>
 
 #include "platform/db/connection.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 #include "targets/rules_link.h"
 
@@ -95,7 +96,7 @@ std::string Bracketed(std::string_view name) {
 }  // namespace
 
 std::string Database::Create(std::string_view CnStr, std::string_view DBName) {
-  return ReportAs("Database.Create(CnStr,DBName)", [&] {
+  return ReportAs("Database.Create(CnStr,DBName)", Args(AsConnectionString(CnStr), DBName), [&] {
     if (CnStr.empty()) ThrowNoConnectionString("Database.Create");
     auto cn = db::Connection::Create();
     cn->SetConnectionString(CnStr);
@@ -130,7 +131,7 @@ std::string Database::Create(std::string_view CnStr, std::string_view DBName) {
 }
 
 void Database::Drop(std::string_view CnStr, std::string_view DBName) {
-  ReportAs("Database.Drop(CnStr,DBName)", [&] {
+  ReportAs("Database.Drop(CnStr,DBName)", Args(AsConnectionString(CnStr), DBName), [&] {
     if (CnStr.empty()) ThrowNoConnectionString("Database.Drop");
     auto cn = db::Connection::Create();
     cn->SetConnectionString(CnStr);
@@ -149,24 +150,25 @@ void Database::Drop(std::string_view CnStr, std::string_view DBName) {
 }
 
 std::string Database::ChangeDefaultDB(std::string_view CnStr, std::string_view DBName) {
-  return ReportAs("Database.ChangeDefaultDB(CnStr,DBName)", [&] {
-    auto cn = db::Connection::Create();
-    cn->SetConnectionString(CnStr);
-    const std::string provider = cn->Provider();
-    if (Contains(provider, "Microsoft.Jet.OLEDB") || Contains(CnStr, "Excel")) {
-      return std::string(CnStr);
-    }
-    // MySQLProv: the catalog that `Create` made the database under.
-    if (Contains(provider, "SQLOLEDB") || provider == "MySQLProv") {
-      cn->SetProperty("Initial Catalog", DBName);
-      return cn->ConnectionString();
-    }
-    return std::string(CnStr);
-  });
+  return ReportAs("Database.ChangeDefaultDB(CnStr,DBName)", Args(AsConnectionString(CnStr), DBName),
+                  [&] {
+                    auto cn = db::Connection::Create();
+                    cn->SetConnectionString(CnStr);
+                    const std::string provider = cn->Provider();
+                    if (Contains(provider, "Microsoft.Jet.OLEDB") || Contains(CnStr, "Excel")) {
+                      return std::string(CnStr);
+                    }
+                    // MySQLProv: the catalog that `Create` made the database under.
+                    if (Contains(provider, "SQLOLEDB") || provider == "MySQLProv") {
+                      cn->SetProperty("Initial Catalog", DBName);
+                      return cn->ConnectionString();
+                    }
+                    return std::string(CnStr);
+                  });
 }
 
 void Database::DropJet(std::string_view CnStr) {
-  ReportAs("Database.DropJet(CnStr)", [&] {
+  ReportAs("Database.DropJet(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     // A file store that is not there cannot be opened (here opening would make it).
     const std::string named = db::ConnectionProperties::Parse(CnStr).Get("Data Source");
     if (!IsFile(named)) {
@@ -181,7 +183,7 @@ void Database::DropJet(std::string_view CnStr) {
 }
 
 void Database::DropSQL(std::string_view CnStr) {
-  ReportAs("Database.DropSQL(CnStr)", [&] {
+  ReportAs("Database.DropSQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     auto cn = db::Connection::Create();
     cn->SetConnectionString(CnStr);
     const std::string name = cn->Property("Initial Catalog");
@@ -192,7 +194,7 @@ void Database::DropSQL(std::string_view CnStr) {
 }
 
 void Database::DropMySQL(std::string_view CnStr) {
-  ReportAs("Database.DropMySQL(CnStr)", [&] {
+  ReportAs("Database.DropMySQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     const std::string name = MySqlDatabaseName(CnStr);
     auto cn = db::Connection::Create();
     cn->Open(MySqlServerOnly(CnStr));
@@ -201,7 +203,7 @@ void Database::DropMySQL(std::string_view CnStr) {
 }
 
 void Database::CreateSQL(std::string_view CnStr) {
-  ReportAs("Database.CreateSQL(CnStr)", [&] {
+  ReportAs("Database.CreateSQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     auto cn = db::Connection::Create();
     cn->SetConnectionString(CnStr);
     const std::string name = cn->Property("Initial Catalog");
@@ -217,7 +219,7 @@ void Database::CreateSQL(std::string_view CnStr) {
 }
 
 void Database::CreateMySQL(std::string_view CnStr) {
-  ReportAs("Database.CreateMySQL(CnStr)", [&] {
+  ReportAs("Database.CreateMySQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     const std::string name = MySqlDatabaseName(CnStr);
     auto cn = db::Connection::Create();
     cn->Open(MySqlServerOnly(CnStr));
@@ -233,7 +235,7 @@ void Database::CreateMySQL(std::string_view CnStr) {
 }
 
 bool Database::CreateJet(std::string_view CnStr) {
-  return ReportAs("Database.CreateJet(CnStr)", [&] {
+  return ReportAs("Database.CreateJet(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     auto props = db::ConnectionProperties::Parse(CnStr);
     const std::string file = props.Get("Data Source");
     const std::string catalog =
@@ -255,12 +257,12 @@ bool Database::CreateJet(std::string_view CnStr) {
 }
 
 db::RecordsetPtr Database::GetProviderProperties(std::string_view Provider) {
-  return ReportAs("Database.GetProviderProperties(Provider)",
+  return ReportAs("Database.GetProviderProperties(Provider)", Args(Provider),
                   [&] { return targets_internal::QueryProviderProperties(Provider); });
 }
 
 std::string Database::MakeName(std::string_view Name, std::string_view CnStr) {
-  return ReportAs("Database.MakeName(Name,CnStr)", [&] {
+  return ReportAs("Database.MakeName(Name,CnStr)", Args(Name, AsConnectionString(CnStr)), [&] {
     std::string name;
     name.reserve(Name.size() + 8);
     for (const char c : Name) {

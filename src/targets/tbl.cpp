@@ -4,6 +4,7 @@
 
 #include "platform/db/recordset.h"
 #include "platform/db/sqlite_schema.h"
+#include "platform/report_connection_string.h"
 #include "platform/text.h"
 #include "targets/database.h"
 #include "targets/rules_link.h"
@@ -191,132 +192,141 @@ std::string Bracketed(std::string_view name) {
 
 bool Tbl::Create(std::string_view CnStr, const TableDescription& ent, bool UseTmpTbls,
                  std::string_view UniqueTblPrefix) {
-  return ReportAs("Tbl.Create(CnStr,ent,UseTmpTbls,UniqueTblPrefix)", [&] {
-    if (UseTmpTbls) {
-      // Temporary tables live in the process's temporary store, whatever the target.
-      CreateSQLite(CnStr, ent, true, UniqueTblPrefix);
-      return true;
-    }
-    auto cn = db::Connection::Create();
-    cn->SetConnectionString(CnStr);
-    const std::string provider = cn->Provider();
-    if (text::FindNoCase(provider, "MICROSOFT.JET.OLEDB") != text::npos) {
-      CreateExcel(CnStr, ent);
-    } else if (text::FindNoCase(provider, "SQLOLEDB") != text::npos) {
-      CreateSQL(CnStr, ent, false, UniqueTblPrefix);
-    } else if (text::StartsWithNoCase(provider, "SQLite")) {
-      CreateSQLite(CnStr, ent, false, UniqueTblPrefix);
-    } else if (text::FindNoCase(provider, "MySql") != text::npos ||
-               text::FindNoCase(CnStr, "MySql") != text::npos) {
-      CreateMySQL(CnStr, ent);
-    } else {
-      throw Error(targeterr::kTableNotSupported, "Table.Create",
-                  "The Database provider " + provider +
-                      " not supported for automatic creation.  You may still be able to extract "
-                      "to it, but you must create it yourself.");
-    }
-    return true;
-  });
+  return ReportAs(
+      "Tbl.Create(CnStr,ent,UseTmpTbls,UniqueTblPrefix)",
+      Args(AsConnectionString(CnStr), ent, UseTmpTbls, UniqueTblPrefix), [&] {
+        if (UseTmpTbls) {
+          // Temporary tables live in the process's temporary store, whatever the target.
+          CreateSQLite(CnStr, ent, true, UniqueTblPrefix);
+          return true;
+        }
+        auto cn = db::Connection::Create();
+        cn->SetConnectionString(CnStr);
+        const std::string provider = cn->Provider();
+        if (text::FindNoCase(provider, "MICROSOFT.JET.OLEDB") != text::npos) {
+          CreateExcel(CnStr, ent);
+        } else if (text::FindNoCase(provider, "SQLOLEDB") != text::npos) {
+          CreateSQL(CnStr, ent, false, UniqueTblPrefix);
+        } else if (text::StartsWithNoCase(provider, "SQLite")) {
+          CreateSQLite(CnStr, ent, false, UniqueTblPrefix);
+        } else if (text::FindNoCase(provider, "MySql") != text::npos ||
+                   text::FindNoCase(CnStr, "MySql") != text::npos) {
+          CreateMySQL(CnStr, ent);
+        } else {
+          throw Error(
+              targeterr::kTableNotSupported, "Table.Create",
+              "The Database provider " + provider +
+                  " not supported for automatic creation.  You may still be able to extract "
+                  "to it, but you must create it yourself.");
+        }
+        return true;
+      });
 }
 
 void Tbl::CreateSQL(std::string_view CnStr, const TableDescription& Ent, bool UseTmpTbls,
                     std::string_view UniqueTblPrefix) {
-  ReportAs("Tbl.CreateSQL(CnStr,Ent,UseTmpTbls,UniqueTblPrefix)", [&] {
-    const std::string t = TableFor(Ent, UseTmpTbls, UniqueTblPrefix);
-    const std::string c(kPlaceholderColumn);
-    auto cn = db::Connection::Create();
-    cn->Open(CnStr);
-    RefuseUnusableNames(*cn, t, Ent);
-    Try([&] { cn->Execute("CREATE TABLE " + Bracketed(t) + "(" + Bracketed(c) + " [int])"); });
-    const std::string a = "ALTER TABLE " + Bracketed(t) + " ";
-    const auto add_or_alter = [&](const std::string& s) {
-      try {
-        cn->Execute(a + "ADD " + s);
-      } catch (const Error&) {
-        cn->Execute(a + "ALTER COLUMN " + s);
-      }
-    };
-    std::string s;
-    for (const auto& f : Ent.fields) {
-      s = f.size < 0 ? Bracketed(f.name) + " VARCHAR(Max) NULL"
-                     : Bracketed(f.name) + " VARCHAR(" + std::to_string(f.size) + ") NULL";
-      add_or_alter(s);
-    }
-    Try([&] { cn->Execute(a + "DROP COLUMN " + Bracketed(c)); });
-    for (const auto& col : Ent.custom_columns) {
-      s = Bracketed(col.name) + " VARCHAR(" + std::to_string(col.size) + ") NULL";
-      add_or_alter(s);
-    }
-    if (Ent.is_pk_surrogate && !Ent.pk_column.empty()) {
-      Try([&] { cn->Execute(a + "ADD " + Bracketed(Ent.pk_column) + " INT IDENTITY"); });
-    }
-    if (!Ent.pk_column.empty()) {
-      Try([&] {
-        cn->Execute(a + "ADD CONSTRAINT " + Bracketed("PK_" + t) + " PRIMARY KEY (" +
-                    Bracketed(Ent.pk_column) + ")");
+  ReportAs(
+      "Tbl.CreateSQL(CnStr,Ent,UseTmpTbls,UniqueTblPrefix)",
+      Args(AsConnectionString(CnStr), Ent, UseTmpTbls, UniqueTblPrefix), [&] {
+        const std::string t = TableFor(Ent, UseTmpTbls, UniqueTblPrefix);
+        const std::string c(kPlaceholderColumn);
+        auto cn = db::Connection::Create();
+        cn->Open(CnStr);
+        RefuseUnusableNames(*cn, t, Ent);
+        Try([&] { cn->Execute("CREATE TABLE " + Bracketed(t) + "(" + Bracketed(c) + " [int])"); });
+        const std::string a = "ALTER TABLE " + Bracketed(t) + " ";
+        const auto add_or_alter = [&](const std::string& s) {
+          try {
+            cn->Execute(a + "ADD " + s);
+          } catch (const Error&) {
+            cn->Execute(a + "ALTER COLUMN " + s);
+          }
+        };
+        std::string s;
+        for (const auto& f : Ent.fields) {
+          s = f.size < 0 ? Bracketed(f.name) + " VARCHAR(Max) NULL"
+                         : Bracketed(f.name) + " VARCHAR(" + std::to_string(f.size) + ") NULL";
+          add_or_alter(s);
+        }
+        Try([&] { cn->Execute(a + "DROP COLUMN " + Bracketed(c)); });
+        for (const auto& col : Ent.custom_columns) {
+          s = Bracketed(col.name) + " VARCHAR(" + std::to_string(col.size) + ") NULL";
+          add_or_alter(s);
+        }
+        if (Ent.is_pk_surrogate && !Ent.pk_column.empty()) {
+          Try([&] { cn->Execute(a + "ADD " + Bracketed(Ent.pk_column) + " INT IDENTITY"); });
+        }
+        if (!Ent.pk_column.empty()) {
+          Try([&] {
+            cn->Execute(a + "ADD CONSTRAINT " + Bracketed("PK_" + t) + " PRIMARY KEY (" +
+                        Bracketed(Ent.pk_column) + ")");
+          });
+        }
+        if (Ent.parent) {
+          const ParentKey& p = *Ent.parent;
+          // Without a key on the parent the last column definition is applied again, to no effect.
+          if (p.is_pk_surrogate) {
+            s = Bracketed(p.pk_column) + " INT NOT NULL";
+          } else if (!p.pk_column.empty()) {
+            s = Bracketed(p.pk_column) + " VARCHAR(" + std::to_string(p.pk_size) + ") NOT NULL";
+          }
+          if (!s.empty()) add_or_alter(s);
+          const std::string fk = Bracketed("FK_" + p.table_name + "_" + t);
+          Try([&] { cn->Execute(a + "DROP CONSTRAINT " + fk); });
+          // Built as it always was: no blank before FOREIGN and the table itself after REFERENCES,
+          // so it fails and the key column above is what a child table gets.
+          Try([&] {
+            cn->Execute(a + "ADD CONSTRAINT " + fk + "FOREIGN KEY (" + Bracketed(p.pk_column) +
+                        ") REFERENCES " + Bracketed(t) + "(" + Bracketed(p.pk_column) + ")");
+          });
+        }
+        // A global temporary table lasts as long as the connection that made it.
+        if (UseTmpTbls) connection_ = cn;
       });
-    }
-    if (Ent.parent) {
-      const ParentKey& p = *Ent.parent;
-      // Without a key on the parent the last column definition is applied again, to no effect.
-      if (p.is_pk_surrogate) {
-        s = Bracketed(p.pk_column) + " INT NOT NULL";
-      } else if (!p.pk_column.empty()) {
-        s = Bracketed(p.pk_column) + " VARCHAR(" + std::to_string(p.pk_size) + ") NOT NULL";
-      }
-      if (!s.empty()) add_or_alter(s);
-      const std::string fk = Bracketed("FK_" + p.table_name + "_" + t);
-      Try([&] { cn->Execute(a + "DROP CONSTRAINT " + fk); });
-      // Built as it always was: no blank before FOREIGN and the table itself after REFERENCES, so
-      // it fails and the key column above is what a child table gets.
-      Try([&] {
-        cn->Execute(a + "ADD CONSTRAINT " + fk + "FOREIGN KEY (" + Bracketed(p.pk_column) +
-                    ") REFERENCES " + Bracketed(t) + "(" + Bracketed(p.pk_column) + ")");
-      });
-    }
-    // A global temporary table lasts as long as the connection that made it.
-    if (UseTmpTbls) connection_ = cn;
-  });
 }
 
 void Tbl::CreateSQLite(std::string_view CnStr, const TableDescription& Ent, bool UseTmpTbls,
                        std::string_view UniqueTblPrefix) {
-  ReportAs("Tbl.CreateSQLite(CnStr,Ent,UseTmpTbls,UniqueTblPrefix)", [&] {
-    const std::string t = TableFor(Ent, UseTmpTbls, UniqueTblPrefix);
-    db::ConnectionPtr cn;
-    if (UseTmpTbls) {
-      auto temporary = TemporaryTable::Acquire(t);
-      cn = temporary->Connection();
-      temporary_.push_back(std::move(temporary));
-    } else {
-      cn = db::Connection::Create();
-      cn->Open(CnStr);
-    }
-    RefuseUnusableNames(*cn, t, Ent);
-    SqliteTable table(*cn, t);
-    table.Create();
-    for (const auto& f : Ent.fields) table.AddOrAlter(f.name, SqliteTextType(f.size), "NULL");
-    table.DropPlaceholder();
-    for (const auto& col : Ent.custom_columns) {
-      table.AddOrAlter(col.name, SqliteTextType(std::max(col.size, std::int32_t{0})), "NULL");
-    }
-    if (Ent.is_pk_surrogate && !Ent.pk_column.empty()) table.AddSurrogateKey(Ent.pk_column);
-    if (!Ent.pk_column.empty()) table.AddPrimaryKey(Ent.pk_column);
-    if (Ent.parent) {
-      const ParentKey& p = *Ent.parent;
-      if (p.is_pk_surrogate) {
-        table.AddOrAlter(p.pk_column, "INT", "NOT NULL");
-      } else if (!p.pk_column.empty()) {
-        table.AddOrAlter(p.pk_column, SqliteTextType(p.pk_size), "NOT NULL");
-      }
-      // SQLite cannot add a foreign-key constraint to a table; the key column is what a child
-      // table gets, as it is on a server.
-    }
-  });
+  ReportAs("Tbl.CreateSQLite(CnStr,Ent,UseTmpTbls,UniqueTblPrefix)",
+           Args(AsConnectionString(CnStr), Ent, UseTmpTbls, UniqueTblPrefix), [&] {
+             const std::string t = TableFor(Ent, UseTmpTbls, UniqueTblPrefix);
+             db::ConnectionPtr cn;
+             if (UseTmpTbls) {
+               auto temporary = TemporaryTable::Acquire(t);
+               cn = temporary->Connection();
+               temporary_.push_back(std::move(temporary));
+             } else {
+               cn = db::Connection::Create();
+               cn->Open(CnStr);
+             }
+             RefuseUnusableNames(*cn, t, Ent);
+             SqliteTable table(*cn, t);
+             table.Create();
+             for (const auto& f : Ent.fields)
+               table.AddOrAlter(f.name, SqliteTextType(f.size), "NULL");
+             table.DropPlaceholder();
+             for (const auto& col : Ent.custom_columns) {
+               table.AddOrAlter(col.name, SqliteTextType(std::max(col.size, std::int32_t{0})),
+                                "NULL");
+             }
+             if (Ent.is_pk_surrogate && !Ent.pk_column.empty())
+               table.AddSurrogateKey(Ent.pk_column);
+             if (!Ent.pk_column.empty()) table.AddPrimaryKey(Ent.pk_column);
+             if (Ent.parent) {
+               const ParentKey& p = *Ent.parent;
+               if (p.is_pk_surrogate) {
+                 table.AddOrAlter(p.pk_column, "INT", "NOT NULL");
+               } else if (!p.pk_column.empty()) {
+                 table.AddOrAlter(p.pk_column, SqliteTextType(p.pk_size), "NOT NULL");
+               }
+               // SQLite cannot add a foreign-key constraint to a table; the key column is what a
+               // child table gets, as it is on a server.
+             }
+           });
 }
 
 void Tbl::CreateMySQL(std::string_view CnStr, const TableDescription& Ent) {
-  ReportAs("Tbl.CreateMySQL(CnStr,Ent)", [&] {
+  ReportAs("Tbl.CreateMySQL(CnStr,Ent)", Args(AsConnectionString(CnStr), Ent), [&] {
     auto cn = db::Connection::Create();
     cn->Open(CnStr);
     RefuseUnusableNames(*cn, Ent.table_name, Ent);
@@ -349,15 +359,17 @@ void Tbl::CreateMySQL(std::string_view CnStr, const TableDescription& Ent) {
 }
 
 bool Tbl::CreateExcel(std::string_view CnStr, const TableDescription& Ent) {
-  return ReportAs("Tbl.CreateExcel(CnStr,Ent)", [&] { return RunJetCreate(CnStr, Ent); });
+  return ReportAs("Tbl.CreateExcel(CnStr,Ent)", Args(AsConnectionString(CnStr), Ent),
+                  [&] { return RunJetCreate(CnStr, Ent); });
 }
 
 bool Tbl::CreateJet(std::string_view CnStr, const TableDescription& Ent) {
-  return ReportAs("Tbl.CreateJet(CnStr,Ent)", [&] { return RunJetCreate(CnStr, Ent); });
+  return ReportAs("Tbl.CreateJet(CnStr,Ent)", Args(AsConnectionString(CnStr), Ent),
+                  [&] { return RunJetCreate(CnStr, Ent); });
 }
 
 void Tbl::DeleteAllRows(std::string_view CnStr, const TableDescription& Ent) {
-  ReportAs("Tbl.DeleteAllRows(CnStr,Ent)", [&] {
+  ReportAs("Tbl.DeleteAllRows(CnStr,Ent)", Args(AsConnectionString(CnStr), Ent), [&] {
     if (CnStr.find("Excel") != std::string_view::npos) {
       // A sheet's rows cannot be deleted by statement.
       DeleteExcelFile(CnStr);
@@ -377,7 +389,7 @@ void Tbl::DeleteAllRows(std::string_view CnStr, const TableDescription& Ent) {
 }
 
 void Tbl::DeleteExcelFile(std::string_view CnStr) {
-  ReportAs("Tbl.DeleteExcelFile(CnStr)", [&] {
+  ReportAs("Tbl.DeleteExcelFile(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     const std::string file = targets_internal::GetParameter("Data Source", CnStr, ";");
     std::error_code ec;
     if (!std::filesystem::remove(file, ec)) {

@@ -70,11 +70,12 @@ long BString::Length() const {
 }
 
 bool BString::EqualTo(std::string_view other_string, bool case_sensitive) const {
-  return ReportAs("BString.EqualTo(OtherString,CaseSensitive)", [&] {
-    std::string scratch;
-    const std::string_view s = TextView(scratch);
-    return case_sensitive ? s == other_string : text::EqualsNoCase(s, other_string);
-  });
+  return ReportAs("BString.EqualTo(OtherString,CaseSensitive)", Args(other_string, case_sensitive),
+                  [&] {
+                    std::string scratch;
+                    const std::string_view s = TextView(scratch);
+                    return case_sensitive ? s == other_string : text::EqualsNoCase(s, other_string);
+                  });
 }
 
 BString BString::ToLower() const {
@@ -99,14 +100,14 @@ BString BString::Trim() const {
 }
 
 long BString::IndexOf(std::string_view str, bool case_sensitive) const {
-  return ReportAs("BString.IndexOf(Str,CaseSensitive)", [&] {
+  return ReportAs("BString.IndexOf(Str,CaseSensitive)", Args(str, case_sensitive), [&] {
     std::string scratch;
     return InStrFrom1(TextView(scratch), str, case_sensitive);
   });
 }
 
 long BString::LastIndexOf(std::string_view str, bool case_sensitive) const {
-  return ReportAs("BString.LastIndexOf(Str,CaseSensitive)", [&] {
+  return ReportAs("BString.LastIndexOf(Str,CaseSensitive)", Args(str, case_sensitive), [&] {
     std::string scratch;
     const std::string_view s = TextView(scratch);
     if (s.empty()) return 0L;
@@ -118,10 +119,12 @@ long BString::LastIndexOf(std::string_view str, bool case_sensitive) const {
 
 BString BString::ReplaceStr(std::string_view old_value, std::string_view new_value,
                             bool case_sensitive) const {
-  return ReportAs("BString.ReplaceStr(OldValue,NewValue,CaseSensitive)", [&] {
-    std::string scratch;
-    return BString(text::ReplaceAll(TextView(scratch), old_value, new_value, !case_sensitive));
-  });
+  return ReportAs(
+      "BString.ReplaceStr(OldValue,NewValue,CaseSensitive)",
+      Args(old_value, new_value, case_sensitive), [&] {
+        std::string scratch;
+        return BString(text::ReplaceAll(TextView(scratch), old_value, new_value, !case_sensitive));
+      });
 }
 
 BString BString::SubString(long start, long length) const {
@@ -132,7 +135,7 @@ BString BString::SubString(long start, long length) const {
 }
 
 BString BString::Remove(long start_idx, long count) const {
-  return ReportAs("BString.Remove(startIdx,Count)", [&] {
+  return ReportAs("BString.Remove(startIdx,Count)", Args(start_idx, count), [&] {
     std::string scratch;
     const std::string_view s = TextView(scratch);
     const std::string_view head = SubView(s, 1, start_idx - 1);
@@ -145,32 +148,34 @@ BString BString::Remove(long start_idx, long count) const {
 }
 
 BString BString::CharAt(long position) const {
-  return ReportAs("BString.CharAt(Position)", [&] {
+  return ReportAs("BString.CharAt(Position)", Args(position), [&] {
     std::string scratch;
     return BString(SubView(TextView(scratch), position, 1));
   });
 }
 
 bool BString::CompSubStr(std::string_view str, long position, bool case_sensitive) const {
-  return ReportAs("BString.CompSubStr(Str,Position,CaseSensitive)", [&] {
-    std::string scratch;
-    const std::string_view part = SubView(TextView(scratch), position, ToLong(str.size()));
-    return case_sensitive ? part == str : text::EqualsNoCase(part, str);
-  });
+  return ReportAs(
+      "BString.CompSubStr(Str,Position,CaseSensitive)", Args(str, position, case_sensitive), [&] {
+        std::string scratch;
+        const std::string_view part = SubView(TextView(scratch), position, ToLong(str.size()));
+        return case_sensitive ? part == str : text::EqualsNoCase(part, str);
+      });
 }
 
 BString BString::ValueBetweenTokens(std::string_view start_token, std::string_view end_token,
                                     long start_position, bool case_sensitive) const {
-  return ReportAs("BString.ValueBetweenTokens(StartToken,EndToken,StartPos,CaseSensitive)", [&] {
-    std::string scratch;
-    std::string_view search = SubView(TextView(scratch), start_position);
-    const long p = InStrFrom1(search, start_token, case_sensitive);
-    if (p < 1) return BString(std::string());
-    search = search.substr(static_cast<std::size_t>(p - 1) + start_token.size());
-    const long p2 = InStrFrom1(search, end_token, case_sensitive);
-    if (p2 < 1) return BString(std::string());
-    return BString(search.substr(0, static_cast<std::size_t>(p2 - 1)));
-  });
+  return ReportAs("BString.ValueBetweenTokens(StartToken,EndToken,StartPos,CaseSensitive)",
+                  Args(start_token, end_token), [&] {
+                    std::string scratch;
+                    std::string_view search = SubView(TextView(scratch), start_position);
+                    const long p = InStrFrom1(search, start_token, case_sensitive);
+                    if (p < 1) return BString(std::string());
+                    search = search.substr(static_cast<std::size_t>(p - 1) + start_token.size());
+                    const long p2 = InStrFrom1(search, end_token, case_sensitive);
+                    if (p2 < 1) return BString(std::string());
+                    return BString(search.substr(0, static_cast<std::size_t>(p2 - 1)));
+                  });
 }
 
 BString BString::ValueBetweenTokensAdvanced(std::string_view start_token,
@@ -182,7 +187,7 @@ BString BString::ValueBetweenTokensAdvanced(std::string_view start_token,
   return ReportAs(
       "BString.ValueBetweenTokensAdvanced(StartToken,EndToken,StartPos,CaseSensitive,"
       "ReturnEmptyWhenTokenNotFound,StringBeforeOut,StringAfterOut)",
-      [&] {
+      Args(start_token, end_token), [&] {
         std::string scratch;
         const std::string_view s = TextView(scratch);
         const std::string_view search = SubView(s, start_position);
@@ -225,31 +230,38 @@ BString BString::ValueBetweenTokensAdvanced(std::string_view start_token,
 BString BString::ReplaceInsideTokens(std::string_view start_token, std::string_view end_token,
                                      std::string_view pattern,
                                      std::string_view replace_string) const {
-  return ReportAs("BString.ReplaceInsideTokens(StartToken,EndToken,Pattern,ReplaceString)", [&] {
-    BString working(ToString());
-    // An empty start token is found at every start position, so the walk would never end.
-    if (start_token.empty()) return working;
-    std::string before, after;
-    std::string stretch =
-        working.ValueBetweenTokensAdvanced(start_token, end_token, 1, false, true, &before, &after)
-            .ToString();
-    while (!stretch.empty()) {
-      const std::string replaced = text::ReplaceAll(stretch, pattern, replace_string, true);
-      const long next = ToLong(before.size() + start_token.size() + replaced.size());
-      std::string joined;
-      joined.reserve(before.size() + start_token.size() + replaced.size() + end_token.size() +
-                     after.size());
-      joined.append(before).append(start_token).append(replaced).append(end_token).append(after);
-      working.SetValue(std::move(joined));
-      before.clear();
-      after.clear();
-      stretch = working
-                    .ValueBetweenTokensAdvanced(start_token, end_token, next, false, true, &before,
-                                                &after)
-                    .ToString();
-    }
-    return working;
-  });
+  return ReportAs(
+      "BString.ReplaceInsideTokens(StartToken,EndToken,Pattern,ReplaceString)",
+      Args(start_token, end_token, pattern, replace_string), [&] {
+        BString working(ToString());
+        // An empty start token is found at every start position, so the walk would never end.
+        if (start_token.empty()) return working;
+        std::string before, after;
+        std::string stretch =
+            working
+                .ValueBetweenTokensAdvanced(start_token, end_token, 1, false, true, &before, &after)
+                .ToString();
+        while (!stretch.empty()) {
+          const std::string replaced = text::ReplaceAll(stretch, pattern, replace_string, true);
+          const long next = ToLong(before.size() + start_token.size() + replaced.size());
+          std::string joined;
+          joined.reserve(before.size() + start_token.size() + replaced.size() + end_token.size() +
+                         after.size());
+          joined.append(before)
+              .append(start_token)
+              .append(replaced)
+              .append(end_token)
+              .append(after);
+          working.SetValue(std::move(joined));
+          before.clear();
+          after.clear();
+          stretch = working
+                        .ValueBetweenTokensAdvanced(start_token, end_token, next, false, true,
+                                                    &before, &after)
+                        .ToString();
+        }
+        return working;
+      });
 }
 
 }  // namespace gw

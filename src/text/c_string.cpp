@@ -82,7 +82,7 @@ CString::CString(std::string_view value) {
 }
 
 void CString::SetBufferSize(long new_size, bool clear_it) {
-  ReportAs("CString.SetBufferSize(newSize,clearIt)", [&] {
+  ReportAs("CString.SetBufferSize(newSize,clearIt)", Args(new_size, clear_it), [&] {
     if (new_size < 0) ThrowInvalidArgument();
     if (clear_it && length_ == 0) {
       buffer_.assign(Size(new_size), '\0');
@@ -133,7 +133,7 @@ CString CString::Right(long num_chars) const {
 
 CString CString::Mid(long start_pos, std::optional<long> num_chars) const {
   if (num_chars && *num_chars < 0) ThrowInvalidLength();
-  return ReportAs("CString.Mid(startPos,NumChars)", [&] {
+  return ReportAs("CString.Mid(startPos,NumChars)", Args(start_pos, num_chars), [&] {
     if (start_pos < 1) ThrowInvalidArgument();
     const std::size_t from = Size(start_pos - 1);
     if (from >= Size(length_)) return CString();
@@ -156,7 +156,7 @@ void CString::SetRight(long num_chars, std::string_view value) {
 
 void CString::SetMid(long start_pos, std::optional<long> num_chars, std::string_view value) {
   if (num_chars && *num_chars < 0) ThrowInvalidLength();
-  ReportAs("CString.Mid(startPos,NumChars)", [&] {
+  ReportAs("CString.Mid(startPos,NumChars)", Args(start_pos, num_chars), [&] {
     if (start_pos < 1) ThrowInvalidArgument();
     const std::size_t from = Size(start_pos - 1);
     if (from >= Size(length_)) return;
@@ -175,7 +175,7 @@ std::int16_t CString::Asc() const {
 }
 
 unsigned char CString::Char(long index) const {
-  return ReportAs("CString.char(index)", [&] {
+  return ReportAs("CString.char(index)", Args(index), [&] {
     if (index < 1 || index > length_) {
       throw Error(errnum::kSubscriptOutOfRange, std::string(kSource), "Subscript out of range");
     }
@@ -184,7 +184,7 @@ unsigned char CString::Char(long index) const {
 }
 
 void CString::SetChar(long index, unsigned char value) {
-  ReportAs("CString.char(index)", [&] {
+  ReportAs("CString.char(index)", Args(index), [&] {
     if (index < 1 || index > length_) {
       throw Error(errnum::kSubscriptOutOfRange, std::string(kSource), "Subscript out of range");
     }
@@ -241,7 +241,7 @@ CString& CString::Append(std::string_view text) {
 CString& CString::Replace(std::string_view search_str, std::string_view replace_str, long start_pos,
                           bool is_case_sensitive) {
   return ReportAs("CString.Replace(SearchStr,ReplaceStr,startPos,IsCaseSensitive)",
-                  [&]() -> CString& {
+                  Args(search_str, replace_str, start_pos, is_case_sensitive), [&]() -> CString& {
                     if (start_pos < 1) start_pos = 1;
                     const std::string_view whole = View();
                     std::string out;
@@ -322,7 +322,7 @@ long CString::TrimToNull() noexcept {
 }
 
 long CString::GetFindCount(std::string_view searchstring, long max_count) const {
-  return ReportAs("CString.GetFindCount(searchstring,MaxCount)",
+  return ReportAs("CString.GetFindCount(searchstring,MaxCount)", Args(searchstring, max_count),
                   [&] { return CountNoCase(View(), searchstring, max_count); });
 }
 

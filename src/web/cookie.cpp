@@ -63,7 +63,7 @@ std::shared_ptr<Cookie> CookieContainer::GetCookie(std::string_view name) const 
 }
 
 void CookieContainer::LoadFromResponseHeaders(const HttpHeaders& headers) {
-  ReportAs("CookieContainer.LoadFromResponseHeaders(Headers)", [&] {
+  ReportAs("CookieContainer.LoadFromResponseHeaders(Headers)", Args(headers), [&] {
     if (const auto* header = headers.Find("Set-Cookie"); header != nullptr && *header) {
       ParseCookies((*header)->Value());
     }
@@ -82,7 +82,7 @@ std::string CookieContainer::GetRequestHeader() const {
 }
 
 void CookieContainer::LoadFromRequestHeader(std::string_view header) {
-  ReportAs("CookieContainer.LoadFromRequestHeader(Header)", [&] {
+  ReportAs("CookieContainer.LoadFromRequestHeader(Header)", Args(header), [&] {
     for (const std::string& piece : text::Split(header, ";")) ParseCookies(piece);
   });
 }

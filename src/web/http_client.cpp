@@ -29,14 +29,14 @@ const PropertyTable* HttpClient::GetPropertyTable() const {
 bool HttpClient::PostFormBlindly(const std::string&, const Dictionary<Variant>&) { return false; }
 
 void HttpClient::GetPage(const std::string& url, bool Asynch) {
-  ReportAs("HttpClient.GetPage(url,Asynch)", [&] {
+  ReportAs("HttpClient.GetPage(url,Asynch)", Args(url, Asynch), [&] {
     async_ = Asynch;
     DoWebRequest(url, "GET", "");
   });
 }
 
 void HttpClient::SubmitForm(const WebForm& form, bool Asynch) {
-  ReportAs("HttpClient.SubmitForm(form,Asynch)", [&] {
+  ReportAs("HttpClient.SubmitForm(form,Asynch)", Args(form, Asynch), [&] {
     async_ = Asynch;
     DoWebRequest(form.Action(), form.Method(), form.GetFormVariables());
   });
@@ -64,7 +64,7 @@ const std::shared_ptr<CookieContainer>& HttpClient::Cookies() {
 }
 
 void HttpClient::InheritFrom(HttpClient& AncestralClient) {
-  ReportAs("HttpClient.InheritFrom(AncestralClient)", [&] {
+  ReportAs("HttpClient.InheritFrom(AncestralClient)", Args(AncestralClient), [&] {
     Cookies()->MergeFrom(*AncestralClient.Cookies());
     if (user_agent_.empty()) user_agent_ = AncestralClient.user_agent_;
     if (user_name_.empty()) {
@@ -118,49 +118,52 @@ void HttpClient::Deserialize(std::string_view text) {
 
 void HttpClient::DoWebRequest(const std::string& Url, const std::string& Method,
                               const std::string& FormVariables) {
-  ReportAs("HttpClient.DoWebRequest(Url,Method,FormVariables)", [&] {
-    const bool is_post = text::ToUpper(Method) == "POST";
-    UpdateCurrentUrl(Url, is_post, FormVariables);
-    // Replacing the request abandons one still in flight; it raises nothing after this.
-    complete_connection_.Disconnect();
-    error_connection_.Disconnect();
-    request_ = CreateRequest(Method, FormVariables);
-    if (is_post) WriteRequestBody(*request_, FormVariables);
-    if (async_) {
-      is_ready_ = false;
-      complete_connection_ = request_->AsynchResponseComplete.Connect(
-          [this](std::shared_ptr<HttpWebResponse> r) { OnResponseComplete(r); });
-      error_connection_ = request_->AsynchResponseError.Connect(
-          [this](ErrorNumber n, const std::string& d) { OnResponseError(n, d); });
-      request_->SendAsynchRequest();
-    } else {
-      is_ready_ = true;
-      HandleResponse(SendRequest(*request_));
-    }
-  });
+  ReportAs("HttpClient.DoWebRequest(Url,Method,FormVariables)", Args(Url, Method, FormVariables),
+           [&] {
+             const bool is_post = text::ToUpper(Method) == "POST";
+             UpdateCurrentUrl(Url, is_post, FormVariables);
+             // Replacing the request abandons one still in flight; it raises nothing after this.
+             complete_connection_.Disconnect();
+             error_connection_.Disconnect();
+             request_ = CreateRequest(Method, FormVariables);
+             if (is_post) WriteRequestBody(*request_, FormVariables);
+             if (async_) {
+               is_ready_ = false;
+               complete_connection_ = request_->AsynchResponseComplete.Connect(
+                   [this](std::shared_ptr<HttpWebResponse> r) { OnResponseComplete(r); });
+               error_connection_ = request_->AsynchResponseError.Connect(
+                   [this](ErrorNumber n, const std::string& d) { OnResponseError(n, d); });
+               request_->SendAsynchRequest();
+             } else {
+               is_ready_ = true;
+               HandleResponse(SendRequest(*request_));
+             }
+           });
 }
 
 void HttpClient::UpdateCurrentUrl(const std::string& Url, bool IsPost,
                                   const std::string& FormVariables) {
-  ReportAs("HttpClient.UpdateCurrentUrl(Url,IsPost,FormVariables)", [&] {
-    if (!current_url_) {
-      current_url_ = std::make_shared<Uri>();
-      try {
-        current_url_->Parse(Url);
-      } catch (const Error& e) {
-        if (e.Number() == errnum::kNoScheme) current_url_->Parse("http://" + Url);
-      }
-    } else {
-      // The address is its own base: `Parse` clears it first, so only absolute text resolves.
-      current_url_->Parse(Url, current_url_.get());
-    }
-    if (!IsPost && !FormVariables.empty()) current_url_->SetQueryString(FormVariables);
-  });
+  ReportAs("HttpClient.UpdateCurrentUrl(Url,IsPost,FormVariables)",
+           Args(Url, IsPost, FormVariables), [&] {
+             if (!current_url_) {
+               current_url_ = std::make_shared<Uri>();
+               try {
+                 current_url_->Parse(Url);
+               } catch (const Error& e) {
+                 if (e.Number() == errnum::kNoScheme) current_url_->Parse("http://" + Url);
+               }
+             } else {
+               // The address is its own base: `Parse` clears it first, so only absolute text
+               // resolves.
+               current_url_->Parse(Url, current_url_.get());
+             }
+             if (!IsPost && !FormVariables.empty()) current_url_->SetQueryString(FormVariables);
+           });
 }
 
 std::shared_ptr<HttpWebRequest> HttpClient::CreateRequest(const std::string& Method,
                                                           const std::string&) {
-  return ReportAs("HttpClient.CreateRequest(Method,FormVariables)", [&] {
+  return ReportAs("HttpClient.CreateRequest(Method,FormVariables)", Args(Method), [&] {
     auto request = HttpWebRequest::Create();
     request->SetRequestUri(current_url_->Clone());
     request->SetMethod(text::ToUpper(Method));
@@ -177,7 +180,7 @@ std::shared_ptr<HttpWebRequest> HttpClient::CreateRequest(const std::string& Met
 }
 
 void HttpClient::WriteRequestBody(HttpWebRequest& request, const std::string& FormVariables) {
-  ReportAs("HttpClient.WriteRequestBody(request,FormVariables)", [&] {
+  ReportAs("HttpClient.WriteRequestBody(request,FormVariables)", Args(request, FormVariables), [&] {
     request.SetContentType("application/x-www-form-urlencoded");
     request.SetContentLength(static_cast<long>(text::CountCodePoints(FormVariables)));
     request.SetBody(FormVariables);
@@ -185,11 +188,12 @@ void HttpClient::WriteRequestBody(HttpWebRequest& request, const std::string& Fo
 }
 
 std::shared_ptr<HttpWebResponse> HttpClient::SendRequest(HttpWebRequest& request) {
-  return ReportAs("HttpClient.SendRequest(request)", [&] { return request.GetResponse(); });
+  return ReportAs("HttpClient.SendRequest(request)", Args(request),
+                  [&] { return request.GetResponse(); });
 }
 
 void HttpClient::HandleResponse(const std::shared_ptr<HttpWebResponse>& response) {
-  ReportAs("HttpClient.HandleResponse(response)", [&] {
+  ReportAs("HttpClient.HandleResponse(response)", Args(response), [&] {
     response_ = response;
     current_url_ = GetUrlFromResponse(response);
     ReadHttpResponse(response);

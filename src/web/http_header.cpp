@@ -19,13 +19,15 @@ const HttpHeaderElements& HttpHeader::Elements() const {
 }
 
 std::shared_ptr<HttpHeaderElement> HttpHeader::GetElementByName(std::string_view name) const {
-  return ReportAs("HttpHeader.GetElementByName(Name)", [&]() -> std::shared_ptr<HttpHeaderElement> {
-    const std::string wanted = text::ToUpper(text::TrimSpaces(name));
-    for (const auto& element : Elements()) {
-      if (text::ToUpper(text::TrimSpaces(element->Name())) == wanted) return element;
-    }
-    return nullptr;
-  });
+  return ReportAs("HttpHeader.GetElementByName(Name)", Args(name),
+                  [&]() -> std::shared_ptr<HttpHeaderElement> {
+                    const std::string wanted = text::ToUpper(text::TrimSpaces(name));
+                    for (const auto& element : Elements()) {
+                      if (text::ToUpper(text::TrimSpaces(element->Name())) == wanted)
+                        return element;
+                    }
+                    return nullptr;
+                  });
 }
 
 }  // namespace gw::web

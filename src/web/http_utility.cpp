@@ -195,7 +195,7 @@ std::string UrlEncode(std::string_view text) {
 }
 
 std::string UrlDecode(std::string_view text) {
-  return ReportAs("HttpUtility.UrlDecode(text)",
+  return ReportAs("HttpUtility.UrlDecode(text)", Args(text),
                   [&] { return detail::PercentDecode(text, nullptr, "HttpUtility.UrlDecode"); });
 }
 
@@ -207,7 +207,7 @@ std::string UrlEncodeForHtml(std::string_view text) {
 }
 
 HttpHeaderElements ParseHttpHeader(std::string_view header, bool /*dequote*/) {
-  return ReportAs("HttpUtility.ParseHttpHeader(Header,dequote)", [&] {
+  return ReportAs("HttpUtility.ParseHttpHeader(Header,dequote)", Args(header), [&] {
     HttpHeaderElements elements;
     if (header.empty()) return elements;
     const long len = static_cast<long>(header.size());

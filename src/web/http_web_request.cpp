@@ -53,7 +53,7 @@ std::string HttpWebResponse::HeadersToString() const {
 
 void HttpWebResponse::Load(std::string_view headerText, HttpTransport* http,
                            const HttpWebRequest& request) {
-  ReportAs("HttpWebResponse.Load(headerText,http,request)", [&] {
+  ReportAs("HttpWebResponse.Load(headerText,http,request)", Args(headerText, http, request), [&] {
     response_uri_ = request.RequestUri();
     method_ = request.Method();
     ParseHeaders(headerText);
@@ -68,7 +68,7 @@ void HttpWebResponse::Load(std::string_view headerText, HttpTransport* http,
 }
 
 void HttpWebResponse::ParseHeaders(std::string_view headerText) {
-  ReportAs("HttpWebResponse.ParseHeaders(headerText)", [&] {
+  ReportAs("HttpWebResponse.ParseHeaders(headerText)", Args(headerText), [&] {
     std::size_t pos = 0;
     while (pos <= headerText.size()) {
       std::size_t end = headerText.find('\n', pos);
@@ -240,7 +240,7 @@ std::shared_ptr<HttpWebResponse> HttpWebRequest::HandleResponse() {
 }
 
 void HttpWebRequest::UpdateRequestUriFromRedirect(const HttpWebResponse& response) {
-  ReportAs("HttpWebRequest.UpdateRequestUriFromRedirect(response)", [&] {
+  ReportAs("HttpWebRequest.UpdateRequestUriFromRedirect(response)", Args(response), [&] {
     std::string location;
     if (const auto* header = response.Headers().Find("Location")) location = (*header)->Value();
     if (!request_uri_->ToString().empty()) {

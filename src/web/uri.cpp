@@ -181,7 +181,7 @@ std::shared_ptr<Uri> Uri::Clone() const {
 // ---- Parse -----------------------------------------------------------------------------------
 
 void Uri::Parse(std::string_view relUri, const Uri* base) {
-  ReportAs("Uri.Parse(relUri,base)", [&] { ParseImpl(relUri, base); });
+  ReportAs("Uri.Parse(relUri,base)", Args(relUri, base), [&] { ParseImpl(relUri, base); });
 }
 
 void Uri::ParseImpl(std::string_view rel, const Uri* base) {
@@ -301,7 +301,7 @@ void Uri::ParseImpl(std::string_view rel, const Uri* base) {
 }
 
 void Uri::ParseAuthority(std::string_view auth, std::string_view scheme) {
-  ReportAs("Uri.ParseAuthority(auth,scheme)", [&] {
+  ReportAs("Uri.ParseAuthority(auth,scheme)", Args(auth, scheme), [&] {
     const StaticURIVariables& t = Tables();
     const std::size_t len = auth.size();
     std::size_t host_start = 0;

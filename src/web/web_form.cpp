@@ -68,7 +68,7 @@ const std::vector<std::pair<std::string, std::string>>& WebForm::AliasTable() {
 }
 
 std::string WebForm::ReplaceAliases(std::string_view str, bool FormVarTagOnly) {
-  return ReportAs("WebForm.ReplaceAliases(str,FormVarTagOnly)", [&] {
+  return ReportAs("WebForm.ReplaceAliases(str,FormVarTagOnly)", Args(str, FormVarTagOnly), [&] {
     std::string out(str);
     for (const auto& [alias, canonical] : AliasTable()) {
       if (FormVarTagOnly && canonical != "form_variables>") continue;
@@ -79,7 +79,7 @@ std::string WebForm::ReplaceAliases(std::string_view str, bool FormVarTagOnly) {
 }
 
 std::string WebForm::GetFormVarXMLFromString(std::string_view str, std::string& RestOfStr) {
-  return ReportAs("WebForm.GetFormVarXMLFromString(str,RestOfStr)", [&] {
+  return ReportAs("WebForm.GetFormVarXMLFromString(str,RestOfStr)", Args(str, RestOfStr), [&] {
     const std::string normal = ReplaceAliases(str, true);
     const std::size_t open = text::FindNoCase(normal, "<form_variables>");
     const std::size_t close = text::RFindNoCase(normal, "</form_variables>");
@@ -111,7 +111,7 @@ std::string WebForm::GetFormVariables() const {
 }
 
 void WebForm::LoadFormVariablesFromQueryString(std::string_view vars, bool Append) {
-  ReportAs("WebForm.LoadFormVariablesFromQueryString(vars,Append)", [&] {
+  ReportAs("WebForm.LoadFormVariablesFromQueryString(vars,Append)", Args(vars, Append), [&] {
     std::string_view v = text::TrimSpaces(vars);
     if (!v.empty() && v.front() == '?') v.remove_prefix(1);
     const std::string decoded = HttpUtility::UrlDecode(v);
@@ -137,7 +137,7 @@ void WebForm::LoadFormVariablesFromQueryString(std::string_view vars, bool Appen
 }
 
 std::string WebForm::LoadFormVariablesFromXML(std::string_view Str, bool Append) {
-  return ReportAs("WebForm.LoadFormVariablesFromXML(Str,Append)", [&] {
+  return ReportAs("WebForm.LoadFormVariablesFromXML(Str,Append)", Args(Str, Append), [&] {
     std::string rest;
     const std::string xml = GetFormVarXMLFromString(Str, rest);
     if (xml.empty()) return rest;

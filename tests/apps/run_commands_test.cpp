@@ -408,8 +408,12 @@ TEST_F(RunCommandsTest, AFinishedRunPrintsItsCodeAndAFailedOneItsError) {
   EXPECT_NE(failed.output.find("0x8552A95B"), std::string::npos) << failed.output;
   EXPECT_NE(failed.output.find("Package Hollow does not have any tasks associated with it."),
             std::string::npos);
-  // The report's call stack names the method the failure passed.
-  EXPECT_NE(failed.output.find("\n    Job.Execute(URI,SourceText)\n"), std::string::npos)
+  // The report's call stack names the methods the failure passed, with their arguments.
+  const std::string dashes(100, '-');
+  EXPECT_NE(failed.output.find("\n    Job.Validate(flgCancel)\n    Value Of flgCancel:False\n" +
+                               dashes + "\n    Job.Execute(URI,SourceText)\n    Value Of URI:''\n" +
+                               "    Value Of SourceText:''\n" + dashes + "\n"),
+            std::string::npos)
       << failed.output;
 
   const CliResult unknown = RunCli(home_.Path(), {"run", "No such package"});

@@ -3,15 +3,22 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "infra/computer_name.h"
 #include "infra/log_files.h"
 #include "platform/db/connection.h"
 #include "platform/db/report_capture.h"
+#include "platform/document_file.h"
+#include "platform/report_connection_string.h"
+#include "platform/stream.h"
 #include "support/test_support.h"
 
 namespace gw {
@@ -269,6 +276,60 @@ TEST(ErrorReport, TheDatabaseBlockShowsTheMaskedStringStateErrorsAndRelease) {
   EXPECT_NE(r.find("    Transaction: Attempt to call RollbackTrans succeeded\n"),
             std::string::npos);
   EXPECT_FALSE(cn->InTransaction());
+}
+
+TEST(ErrorReport, AFailedSystemCallGivesTheApiErrorLine) {
+  ReportHarness h;
+  // A path below a regular file fails with ENOTDIR whoever runs the test.
+  const auto file = h.home.Path() / "plain.txt";
+  { std::ofstream(file) << "x"; }
+  const std::string below = (file / "doc.html").string();
+  const std::pair<const char*, std::function<void()>> calls[] = {
+      {"saving a stream",
+       [&] {
+         Stream s;
+         s.Open();
+         s.Write("<p>page</p>");
+         ReportAs("Tests.Save(Path)", Args(below), [&] { s.SaveToFile(below); });
+       }},
+      {"reading a document",
+       [&] {
+         ReportAs("Tests.Read(Path)", Args(below), [&] { ReadFileBytes(below, "Tests.Read"); });
+       }},
+  };
+  for (const auto& [what, call] : calls) {
+    SCOPED_TRACE(what);
+    const Error e = RunHost(call);
+    EXPECT_EQ(e.SystemError(), ENOTDIR);
+    const std::string line =
+        "  API Error: (" + std::to_string(ENOTDIR) + ") " + std::strerror(ENOTDIR) + "\n";
+    // Beneath the header, before the call stack.
+    const std::size_t at = e.Report().find(line);
+    ASSERT_NE(at, std::string::npos) << e.Report();
+    EXPECT_LT(e.Report().find("  Additional Info: "), at);
+    EXPECT_GT(e.Report().find("  Call Stack: "), at);
+    EXPECT_NE(e.Report().find("    Value Of Path:'" + below + "'\n"), std::string::npos);
+  }
+  // A failure that is no system call's has no such line.
+  const Error plain = RunHost([] { throw Error(0x80040E14, "Tests", "bad statement"); });
+  EXPECT_EQ(plain.Report().find("  API Error: "), std::string::npos);
+}
+
+TEST(ErrorReport, AConnectionStringArgumentIsShownWithoutItsPassword) {
+  ReportHarness h;
+  const std::string cs = "Provider=MariaDB;Server=127.0.0.1;User ID=gw;Password=topsecret";
+  const Variant as_variant(std::string("Provider=SQLite;PWD='more secret';Data Source=x"));
+  const Error e = RunHost([&] {
+    ReportAs("Tests.Open(CnStr,Other)",
+             Args(AsConnectionString(cs), AsConnectionString(as_variant)),
+             [] { throw Error(0x80004005, "Tests", "cannot open"); });
+  });
+  const std::string& r = e.Report();
+  EXPECT_EQ(r.find("topsecret"), std::string::npos) << r;
+  EXPECT_EQ(r.find("more secret"), std::string::npos) << r;
+  EXPECT_NE(r.find("    Value Of CnStr:'" + db::MaskPasswords(cs) + "'\n"), std::string::npos) << r;
+  EXPECT_NE(r.find("    Value Of Other:'Provider=SQLite;PWD="), std::string::npos) << r;
+  EXPECT_NE(r.find("Server=127.0.0.1;User ID=gw"), std::string::npos) << r;
 }
 
 TEST(LogFiles, TheLogRotatesBySizeAndKeepsOnlyTheNewestFiles) {

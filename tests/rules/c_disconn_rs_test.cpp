@@ -2,6 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "infra/error_report.h"
+#include "platform/db/report_capture.h"
+#include "rules/package_data_access.h"
+#include "rules/rules_transaction.h"
 #include "rules_fixture.h"
 
 namespace gw {
@@ -90,6 +94,61 @@ TEST_F(CDisconnRSTest, FailuresCarryTheStoresNumberAndTheLogName) {
   EXPECT_EQ(FailureNumber([&] { q.RunQuery("Exec usp_DoesNotExist", true); }), 0x80040E14u);
   EXPECT_EQ(FailureNumber([&] { CDisconnRS("Provider=Nothing").RunQuery("SELECT 1", true); }),
             db::dberr::kProviderNotFound);
+}
+
+TEST_F(CDisconnRSTest, AFailedQueryThreeCallsDeepReportsEveryCallersValuesAndTheStore) {
+  // The package's tasks are gone from the store: removing one fails in the query its row is
+  // looked up with, two calls below.
+  Exec("DROP TABLE tasks");
+  const Error e = testing::CaughtError([] { DTask().Delete("t-9"); });
+  EXPECT_EQ(e.Number(), db::dberr::kNoSuchTable);
+  const std::string r = BuildErrorReport(e);
+  EXPECT_EQ(r.rfind(e.Description(), 0), 0u) << r;
+  EXPECT_NE(r.find("  Method: CDisconnRS.RunQuery \n"), std::string::npos) << r;
+  // The store, and the connection the query opened for itself is closed as the failure passes.
+  EXPECT_NE(r.find("  ADO Info: \n    ADO Version:   " + db::DatabaseLayerVersion() +
+                   "\n    DbObject:      Connection\n    Conn. String: '" + cn_str_),
+            std::string::npos)
+      << r;
+  EXPECT_NE(r.find("'\n    Conn. State:   adStateOpen\n  Call Stack: \n"), std::string::npos) << r;
+  EXPECT_NE(r.find("no such table: tasks"), std::string::npos) << r;
+  // The three frames, innermost first, each with its own values.
+  const std::string dashes(100, '-');
+  const std::size_t query = r.find(
+      "  Call Stack: \n    CDisconnRS.RunQuery(SQLStatement,ReadOnly)\n"
+      "    Value Of SQLStatement:'SELECT task_id as TaskId, job_id AS JobId");
+  ASSERT_NE(query, std::string::npos) << r;
+  const std::size_t read_only =
+      r.find("From tasks Where task_id = ?'\n    Value Of ReadOnly:False\n" + dashes +
+                 "\n    Connection: Attempt to call Close succeeded\n",
+             query);
+  ASSERT_NE(read_only, std::string::npos) << r;
+  const std::size_t selectx = r.find(
+      "    DTask.Selectx(TaskId,ReadOnly)\n    Value Of TaskId:'t-9'\n"
+      "    Value Of ReadOnly:False\n" +
+          dashes + "\n",
+      read_only);
+  ASSERT_NE(selectx, std::string::npos) << r;
+  EXPECT_NE(
+      r.find("    DTask.Delete(TaskId)\n    Value Of TaskId:'t-9'\n" + dashes + "\n", selectx),
+      std::string::npos)
+      << r;
+}
+
+TEST_F(CDisconnRSTest, AFailedQueryInsideATransactionLeavesTheTransactionToItsOwner) {
+  const CDisconnRS q(cn_str_);
+  RulesTransaction t(cn_str_);
+  q.RunQuery("INSERT INTO jobs (job_id, job_name) VALUES ('j4', 'd')", false);
+  const Error e = testing::CaughtError([&] { q.RunQuery("SELECT * FROM nowhere", true); });
+  const std::string r = BuildErrorReport(e);
+  // The transaction's connection is described, neither rolled back nor closed.
+  EXPECT_NE(r.find("    Conn. State:   adStateOpen\n"), std::string::npos) << r;
+  EXPECT_NE(r.find("no such table: nowhere"), std::string::npos) << r;
+  EXPECT_EQ(r.find("RollbackTrans"), std::string::npos) << r;
+  EXPECT_EQ(r.find("Attempt to call Close"), std::string::npos) << r;
+  // The caller took the failure in its stride: what the transaction wrote is committed.
+  t.Commit();
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_id = 'j4'"), 1);
 }
 
 }  // namespace

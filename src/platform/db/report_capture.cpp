@@ -80,6 +80,33 @@ void CaptureForReport(const DbObjectRef& ref, bool describe, ErrorFrame& frame) 
   }
 }
 
+ErrorFrame BorrowedConnectionFrame(std::string_view log_name, const ArgValues& args,
+                                   ErrorNumber number, Connection* cn) noexcept {
+  ErrorFrame frame;
+  try {
+    frame.method = std::string(log_name);
+    if (IsApplicationError(number)) return frame;
+    try {
+      args.Format(frame.values);
+    } catch (const std::exception& e) {
+      frame.values.clear();
+      frame.values_failure = e.what();
+    }
+    if (cn) {
+      DbFacts facts;
+      facts.object_type = "Connection";
+      facts.connection_string = MaskPasswords(cn->ConnectionString());
+      facts.state = StateText(*cn);
+      facts.errors = cn->Errors();
+      facts.driver = DriverNameFor(cn->Properties());
+      frame.db = std::move(facts);
+    }
+  } catch (...) {
+    // A report must never replace the failure it reports.
+  }
+  return frame;
+}
+
 std::string DatabaseLayerVersion() {
   std::string out = "SQLite ";
   out += sqlite3_libversion();
