@@ -27,6 +27,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Set once a file written without a name could not be named for a reason of the system (no
+// /proc, a file system that refuses the link): the process's later files take a temporary name.
+std::atomic<bool> unnamed_files_unusable{false};
+
 // A path component may hold at most this many bytes; a whole path (as the templates count it)
 // this many characters; a folder path is cut to leave room for a name.
 constexpr std::size_t kMaxComponentBytes = 255;
@@ -453,7 +457,10 @@ std::string FileSaver::WriteNewFile(std::string_view bytes) {
   // A file without a name is written first and named when whole: a process killed meanwhile
   // leaves nothing behind, and no temporary name is made and removed for each file (ext4 makes
   // every new file after many removals look through the removed ones).
-  if (const int fd = ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644); fd >= 0) {
+  const int fd = unnamed_files_unusable.load(std::memory_order_relaxed)
+                     ? -1
+                     : ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+  if (fd >= 0) {
     try {
       WriteAll(fd, bytes, path);
     } catch (...) {
@@ -476,23 +483,25 @@ std::string FileSaver::WriteNewFile(std::string_view bytes) {
     }
     ::close(fd);
     if (named) return path;
-    // Without /proc the file cannot be named: written again below, the old way.
+    // Without /proc the file cannot be named: written again below, the old way, and every later
+    // file takes the old way at once rather than being written twice.
     if (error != ENOENT && error != EPERM && error != EOPNOTSUPP && error != EXDEV) {
       WriteFailed("FileSaver.SaveToFile", path, std::strerror(error));
     }
+    unnamed_files_unusable.store(true, std::memory_order_relaxed);
   }
   const std::string temporary = TemporaryName(folder);
-  const int fd =
+  const int named_fd =
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
-  if (fd < 0) WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
+  if (named_fd < 0) WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
   try {
-    WriteAll(fd, bytes, path);
+    WriteAll(named_fd, bytes, path);
   } catch (...) {
-    ::close(fd);
+    ::close(named_fd);
     ::unlink(temporary.c_str());
     throw;
   }
-  if (::close(fd) != 0) {
+  if (::close(named_fd) != 0) {
     const std::string why = std::strerror(errno);
     ::unlink(temporary.c_str());
     WriteFailed("FileSaver.SaveToFile", path, why);
