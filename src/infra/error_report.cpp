@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "infra/computer_name.h"
+#include "infra/failures.h"
 #include "infra/log_files.h"
 #include "platform/db/report_capture.h"
 #include "platform/event_loop.h"
@@ -43,7 +44,6 @@ constexpr const char* kHeaderTemplate =
     "ERRMAP_APP_FIRST %ErrNumRel2% %ErrStd%%nl%  Source: %Source% %nl%  Description: "
     "%Descr%%nl%   Additional Info: %ModSpecific% %nl%";
 
-constexpr ErrorNumber kVbObjectError = 0x80040000;
 // Stands for a "%" of a value while the template is filled; a report never holds this byte.
 constexpr char kProtectedPercent = '\x1A';
 
@@ -285,7 +285,7 @@ std::string BuildErrorReport(const Error& error) {
          {"MethodName", frames.empty() ? std::string() : MethodOnly(frames.front().method)},
          {"ErrNum", std::to_string(AsLong(n))},
          {"ErrHex", Hex(n)},
-         {"ErrNumRel1", Relative(n, kVbObjectError)},
+         {"ErrNumRel1", Relative(n, infraerr::kVbObjectError)},
          {"ErrNumRel2", Relative(n, errnum::kErrGeneral)},
          {"ErrStd", n == errnum::kErrGeneral ? "= ERR_GENERAL" : ""},
          {"Source", error.Source()},

@@ -10,5 +10,7 @@ namespace gw::infraerr {
 inline constexpr ErrorNumber kNotACiphertext = 0x80090005;
 // `ObjectXmlReader`: a document it refuses; the description names the source and line.
 inline constexpr ErrorNumber kBadDocument = 0x80044F01;
+// The base the error report measures a number from ("vbObjectError"): not a failure of its own.
+inline constexpr ErrorNumber kVbObjectError = 0x80040000;
 
 }  // namespace gw::infraerr

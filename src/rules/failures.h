@@ -19,5 +19,7 @@ inline constexpr ErrorNumber kDatapageInUse = 0xB68E1CDB;
 inline constexpr ErrorNumber kPackageRunning = 0x8612533D;
 // `CEnvConfig.StartSQL`: the rules store did not answer (within 120 seconds for a server).
 inline constexpr ErrorNumber kStoreDoesNotAnswer = 0x8D7CF731;
+// `RulesSchema`: a store of a newer schema version than this program knows; it is left alone.
+inline constexpr ErrorNumber kNewerSchema = 0x80044F10;
 
 }  // namespace gw::ruleserr

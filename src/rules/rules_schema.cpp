@@ -12,6 +12,7 @@
 #include "platform/error.h"
 #include "platform/text.h"
 #include "rules/embedded_scripts.h"
+#include "rules/failures.h"
 
 namespace gw {
 
@@ -196,7 +197,7 @@ void RulesSchema::RefuseNewer(db::Connection& cn) {
   if (stored <= kVersion) return;
   std::string store = cn.Property("Data Source");
   if (store.empty()) store = cn.Property("Database");
-  throw Error(kErrNewerSchema, "RulesSchema",
+  throw Error(ruleserr::kNewerSchema, "RulesSchema",
               "The rules database " + store + " has schema version " + std::to_string(stored) +
                   ", newer than version " + std::to_string(kVersion) +
                   " that this program knows; it was left as it is. Use the newer program with "

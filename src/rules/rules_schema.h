@@ -16,14 +16,12 @@ class RulesSchema {
   // `PRAGMA user_version` (0: made before versions were recorded).
   // 2: the crawl queue's column and indexes.
   static constexpr int kVersion = 2;
-  // A store of a newer version than `kVersion`: this program leaves it alone.
-  static constexpr ErrorNumber kErrNewerSchema = 0x80044F10;
 
   // The version the store records; 0 when it records none (or its dialect has no such notion).
   static int StoredVersion(db::Connection& cn);
   // Records `kVersion` as the store's version.
   static void RecordVersion(db::Connection& cn);
-  // Fails with `kErrNewerSchema`, naming the store and both versions, when the store is of a
+  // Fails with `ruleserr::kNewerSchema`, naming the store and both versions, when the store is of a
   // newer version than this program knows; nothing in it is touched.
   static void RefuseNewer(db::Connection& cn);
   // Brings a store to `kVersion`: a store without the rules tables is given them (as `Ensure`);

@@ -2,6 +2,7 @@
 
 #include "rules/c_disconn_rs.h"
 #include "rules/embedded_scripts.h"
+#include "rules/failures.h"
 #include "rules/procedures.h"
 #include "rules/rules_schema.h"
 #include "rules_fixture.h"
@@ -200,7 +201,7 @@ TEST_F(RulesStoreTest, ANewerStoreIsRefusedAndLeftAsItIs) {
   const std::string before = Snapshot(*cn);
   bool created = false;
   const Error e = testing::CaughtError([&] { RulesSchema::BringUpToDate(*cn, created); });
-  EXPECT_EQ(e.Number(), RulesSchema::kErrNewerSchema);
+  EXPECT_EQ(e.Number(), ruleserr::kNewerSchema);
   EXPECT_NE(e.Description().find(path_.string()), std::string::npos) << e.Description();
   EXPECT_NE(e.Description().find("version " + std::to_string(RulesSchema::kVersion + 1)),
             std::string::npos)
