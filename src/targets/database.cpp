@@ -6,13 +6,20 @@
 #include "platform/db/connection.h"
 #include "platform/report_connection_string.h"
 #include "platform/text.h"
+#include "targets/database_internal.h"
 #include "targets/rules_link.h"
 
 namespace gw {
 
 namespace {
 
+using targets_internal::CreateJet;
+using targets_internal::CreateMySQL;
+using targets_internal::CreateSQL;
+using targets_internal::DropJet;
+using targets_internal::DropSQL;
 using targets_internal::GetParameter;
+using targets_internal::GetProviderProperties;
 
 [[noreturn]] void ThrowNotSupported(const std::string& provider, const char* source) {
   throw Error(targeterr::kDatabaseNotSupported, source,
@@ -167,7 +174,7 @@ std::string Database::ChangeDefaultDB(std::string_view CnStr, std::string_view D
                   });
 }
 
-void Database::DropJet(std::string_view CnStr) {
+void targets_internal::DropJet(std::string_view CnStr) {
   ReportAs("Database.DropJet(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     // A file store that is not there cannot be opened (here opening would make it).
     const std::string named = db::ConnectionProperties::Parse(CnStr).Get("Data Source");
@@ -182,7 +189,7 @@ void Database::DropJet(std::string_view CnStr) {
   });
 }
 
-void Database::DropSQL(std::string_view CnStr) {
+void targets_internal::DropSQL(std::string_view CnStr) {
   ReportAs("Database.DropSQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     auto cn = db::Connection::Create();
     cn->SetConnectionString(CnStr);
@@ -193,7 +200,7 @@ void Database::DropSQL(std::string_view CnStr) {
   });
 }
 
-void Database::DropMySQL(std::string_view CnStr) {
+void targets_internal::DropMySQL(std::string_view CnStr) {
   ReportAs("Database.DropMySQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     const std::string name = MySqlDatabaseName(CnStr);
     auto cn = db::Connection::Create();
@@ -202,7 +209,7 @@ void Database::DropMySQL(std::string_view CnStr) {
   });
 }
 
-void Database::CreateSQL(std::string_view CnStr) {
+void targets_internal::CreateSQL(std::string_view CnStr) {
   ReportAs("Database.CreateSQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     auto cn = db::Connection::Create();
     cn->SetConnectionString(CnStr);
@@ -218,7 +225,7 @@ void Database::CreateSQL(std::string_view CnStr) {
   });
 }
 
-void Database::CreateMySQL(std::string_view CnStr) {
+void targets_internal::CreateMySQL(std::string_view CnStr) {
   ReportAs("Database.CreateMySQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     const std::string name = MySqlDatabaseName(CnStr);
     auto cn = db::Connection::Create();
@@ -234,7 +241,7 @@ void Database::CreateMySQL(std::string_view CnStr) {
   });
 }
 
-bool Database::CreateJet(std::string_view CnStr) {
+bool targets_internal::CreateJet(std::string_view CnStr) {
   return ReportAs("Database.CreateJet(CnStr)", Args(AsConnectionString(CnStr)), [&] {
     auto props = db::ConnectionProperties::Parse(CnStr);
     const std::string file = props.Get("Data Source");
@@ -256,7 +263,7 @@ bool Database::CreateJet(std::string_view CnStr) {
   });
 }
 
-db::RecordsetPtr Database::GetProviderProperties(std::string_view Provider) {
+db::RecordsetPtr targets_internal::GetProviderProperties(std::string_view Provider) {
   return ReportAs("Database.GetProviderProperties(Provider)", Args(Provider),
                   [&] { return targets_internal::QueryProviderProperties(Provider); });
 }

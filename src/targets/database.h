@@ -9,7 +9,7 @@
 //   Provider=SQLOLEDB...                                    SQL Server: cannot be reached here
 //
 // Every method reports failures under its log name ("Database.Create(CnStr,DBName)") and
-// rethrows them with their numbers.
+// rethrows them with their numbers. The per-provider steps are in database_internal.h.
 #pragma once
 
 #include <string>
@@ -35,19 +35,9 @@ class Database {
   // case, cut to the provider's name length (the rules store's `providers` row, or "Default").
   static std::string MakeName(std::string_view Name, std::string_view CnStr = {});
 
-  // ---- inside the library ----
   // The connection string for the database `DBName`: unchanged for Access, Excel and SQLite
   // targets; with `DBName` as "Initial Catalog" for SQL Server and MySQLProv.
   static std::string ChangeDefaultDB(std::string_view CnStr, std::string_view DBName);
-  static void DropJet(std::string_view CnStr);
-  static void DropSQL(std::string_view CnStr);
-  static void DropMySQL(std::string_view CnStr);
-  static void CreateSQL(std::string_view CnStr);
-  static void CreateMySQL(std::string_view CnStr);
-  static bool CreateJet(std::string_view CnStr);
-  // The `providers` row of `Provider` (ProviderId, PageLength, MaxVarcharSize, MaxNameLength);
-  // an empty recordset when the rules store does not know it.
-  static db::RecordsetPtr GetProviderProperties(std::string_view Provider);
 };
 
 }  // namespace gw

@@ -363,11 +363,6 @@ bool Tbl::CreateExcel(std::string_view CnStr, const TableDescription& Ent) {
                   [&] { return RunJetCreate(CnStr, Ent); });
 }
 
-bool Tbl::CreateJet(std::string_view CnStr, const TableDescription& Ent) {
-  return ReportAs("Tbl.CreateJet(CnStr,Ent)", Args(AsConnectionString(CnStr), Ent),
-                  [&] { return RunJetCreate(CnStr, Ent); });
-}
-
 void Tbl::DeleteAllRows(std::string_view CnStr, const TableDescription& Ent) {
   ReportAs("Tbl.DeleteAllRows(CnStr,Ent)", Args(AsConnectionString(CnStr), Ent), [&] {
     if (CnStr.find("Excel") != std::string_view::npos) {

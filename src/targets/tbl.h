@@ -37,24 +37,23 @@ class Tbl {
   bool Create(std::string_view CnStr, const TableDescription& ent, bool UseTmpTbls,
               std::string_view UniqueTblPrefix = {});
 
-  // ---- inside the library ----
+  // Empties the table: a workbook's file is deleted and the sheet made again (deleting the other
+  // sheets of the workbook with it); other stores run a DELETE.
+  void DeleteAllRows(std::string_view CnStr, const TableDescription& Ent);
+
+  // The temporary tables this object keeps alive.
+  const std::vector<std::shared_ptr<TemporaryTable>>& TemporaryTables() const { return temporary_; }
+
+ private:
+  // The paths of `Create`, one per provider.
   void CreateSQL(std::string_view CnStr, const TableDescription& Ent, bool UseTmpTbls,
                  std::string_view UniqueTblPrefix);
   void CreateSQLite(std::string_view CnStr, const TableDescription& Ent, bool UseTmpTbls,
                     std::string_view UniqueTblPrefix);
   void CreateMySQL(std::string_view CnStr, const TableDescription& Ent);
   bool CreateExcel(std::string_view CnStr, const TableDescription& Ent);
-  // Builds and runs the same statement as `CreateExcel`; nothing calls it.
-  bool CreateJet(std::string_view CnStr, const TableDescription& Ent);
-  // Empties the table: a workbook's file is deleted and the sheet made again (deleting the other
-  // sheets of the workbook with it); other stores run a DELETE.
-  void DeleteAllRows(std::string_view CnStr, const TableDescription& Ent);
   void DeleteExcelFile(std::string_view CnStr);
 
-  // The temporary tables this object keeps alive.
-  const std::vector<std::shared_ptr<TemporaryTable>>& TemporaryTables() const { return temporary_; }
-
- private:
   // The connection `CreateSQL` keeps with temporary tables.
   db::ConnectionPtr connection_;
   std::vector<std::shared_ptr<TemporaryTable>> temporary_;

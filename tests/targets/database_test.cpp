@@ -8,6 +8,7 @@
 #include "platform/db/driver.h"
 #include "rules/rules_fixture.h"
 #include "support/mariadb_server.h"
+#include "targets/database_internal.h"
 #include "targets_fixture.h"
 
 namespace gw::targets_test {
@@ -78,13 +79,13 @@ TEST_F(MakeNameTest, AProviderTheStoreDoesNotKnowTakesTheDefaultRow) {
 }
 
 TEST_F(MakeNameTest, ProviderPropertiesAreTheRowOfTheProvider) {
-  auto rs = Database::GetProviderProperties("Microsoft.Jet.OLEDB.4.0");
+  auto rs = targets_internal::GetProviderProperties("Microsoft.Jet.OLEDB.4.0");
   ASSERT_EQ(rs->RecordCount(), 1);
   EXPECT_EQ((*rs)["ProviderId"].Value().ToText(), "Microsoft.Jet.OLEDB.4.0");
   EXPECT_EQ((*rs)["PageLength"].Value().ToLong(), 4000);
   EXPECT_EQ((*rs)["MaxVarcharSize"].Value().ToLong(), 255);
   EXPECT_EQ((*rs)["MaxNameLength"].Value().ToLong(), 64);
-  EXPECT_EQ(Database::GetProviderProperties("Unknown")->RecordCount(), 0);
+  EXPECT_EQ(targets_internal::GetProviderProperties("Unknown")->RecordCount(), 0);
 }
 
 // ---- Create and Drop -------------------------------------------------------------------------
@@ -239,7 +240,7 @@ TEST(MySqlDatabase, MySqlProvMakesTheNamedDatabaseAndAddressesIt) {
   // It exists now: made again without complaint, and reachable through the string returned.
   Database::Create(made);
   Exec(made, "CREATE TABLE t (a INT)");
-  Database::DropMySQL(made);
+  targets_internal::DropMySQL(made);
   EXPECT_FALSE(DatabaseExists(name));
 }
 

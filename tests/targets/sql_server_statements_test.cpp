@@ -91,7 +91,7 @@ TEST_F(SqlServerStatements, ATableIsBuiltByAddingOrAlteringEveryColumn) {
 }
 
 TEST_F(SqlServerStatements, ABracketInANameIsDoubled) {
-  Tbl().CreateSQL(kServer, Describe("a]b; DROP TABLE x --", {{"c]d", 4}}), false, "");
+  Tbl().Create(kServer, Describe("a]b; DROP TABLE x --", {{"c]d", 4}}), false);
   EXPECT_EQ(Sent().at(0),
             "CREATE TABLE [a]]b; DROP TABLE x --]([xxx_temp_column_delete_later_xxx] [int])");
   EXPECT_EQ(Sent().at(1), "ALTER TABLE [a]]b; DROP TABLE x --] ADD [c]]d] VARCHAR(4) NULL");
@@ -100,7 +100,7 @@ TEST_F(SqlServerStatements, ABracketInANameIsDoubled) {
 TEST_F(SqlServerStatements, ASurrogateParentKeyIsAnInteger) {
   TableDescription d = Describe("Lines", {{"qty", 5}});
   d.parent = ParentKey{"Orders", "order_id", true, 0};
-  Tbl().CreateSQL(kServer, d, false, "");
+  Tbl().Create(kServer, d, false);
   EXPECT_NE(
       std::find(Sent().begin(), Sent().end(), "ALTER TABLE [Lines] ADD [order_id] INT NOT NULL"),
       Sent().end());
