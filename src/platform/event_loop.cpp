@@ -1,9 +1,11 @@
 #include "platform/event_loop.h"
 
-#include <poll.h>
+#include <sys/epoll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <thread>
 
 namespace gw {
@@ -22,9 +24,15 @@ EventLoop::Id EventLoop::StartTimer(Millis interval, Callback callback, bool rep
 
 void EventLoop::StopTimer(Id id) { timers_.erase(id); }
 
+EventLoop::~EventLoop() {
+  if (epoll_fd_ >= 0) ::close(epoll_fd_);
+}
+
 EventLoop::Id EventLoop::WatchFd(int fd, bool want_read, bool want_write, FdCallback callback) {
   const Id id = next_id_++;
-  watches_.emplace(id, Watch{fd, want_read, want_write, std::move(callback)});
+  auto& w =
+      watches_.emplace(id, Watch{fd, want_read, want_write, std::move(callback)}).first->second;
+  Register(id, w);
   return id;
 }
 
@@ -33,9 +41,48 @@ void EventLoop::UpdateFd(Id id, bool want_read, bool want_write) {
   if (it == watches_.end()) return;
   it->second.want_read = want_read;
   it->second.want_write = want_write;
+  Register(id, it->second);
 }
 
-void EventLoop::UnwatchFd(Id id) { watches_.erase(id); }
+void EventLoop::UnwatchFd(Id id) {
+  const auto it = watches_.find(id);
+  if (it == watches_.end()) return;
+  it->second.want_read = it->second.want_write = false;
+  Register(id, it->second);
+  watches_.erase(it);
+}
+
+void EventLoop::Register(Id id, Watch& w) {
+  const std::uint32_t wanted = (w.want_read ? EPOLLIN : 0u) | (w.want_write ? EPOLLOUT : 0u);
+  if (wanted == w.registered) return;
+  if (wanted == 0) {
+    // Fails harmlessly when the descriptor was closed already (the set dropped it then).
+    ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, w.fd, nullptr);
+    w.registered = 0;
+    --registered_count_;
+    return;
+  }
+  if (epoll_fd_ < 0) {
+    epoll_fd_ = ::epoll_create1(EPOLL_CLOEXEC);
+    if (epoll_fd_ < 0) return;  // out of descriptors: the watch never fires, like a bad one
+  }
+  epoll_event ev{};
+  ev.events = wanted;
+  ev.data.u64 = id;
+  int rc = ::epoll_ctl(epoll_fd_, w.registered ? EPOLL_CTL_MOD : EPOLL_CTL_ADD, w.fd, &ev);
+  if (rc != 0 && w.registered && errno == ENOENT) {
+    // Closed and opened again under the same number while registered: a new registration.
+    rc = ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, w.fd, &ev);
+  }
+  if (rc != 0) {
+    // Not a descriptor epoll can watch (or no longer open): it never becomes ready.
+    if (w.registered) --registered_count_;
+    w.registered = 0;
+    return;
+  }
+  if (!w.registered) ++registered_count_;
+  w.registered = wanted;
+}
 
 EventLoop::Id EventLoop::AddPoller(Callback callback) {
   const Id id = next_id_++;
@@ -47,30 +94,35 @@ void EventLoop::RemovePoller(Id id) { pollers_.erase(id); }
 
 void EventLoop::Post(Callback callback) { posted_.push_back(std::move(callback)); }
 
-void EventLoop::PollFds() {
-  if (watches_.empty()) return;
-  std::vector<pollfd> fds;
-  std::vector<Id> ids;
-  for (const auto& [id, w] : watches_) {
-    const short events =
-        static_cast<short>((w.want_read ? POLLIN : 0) | (w.want_write ? POLLOUT : 0));
-    if (events == 0) continue;
-    fds.push_back(pollfd{w.fd, events, 0});
-    ids.push_back(id);
-  }
-  if (fds.empty()) return;
-  int rc;
+void EventLoop::Collect(int timeout_ms) {
+  if (ready_count_ > 0 || registered_count_ == 0) return;
+  epoll_event events[kMaxReady];
+  int n;
   do {
-    rc = ::poll(fds.data(), fds.size(), 0);
-  } while (rc < 0 && errno == EINTR);
-  if (rc <= 0) return;
-  for (std::size_t k = 0; k < fds.size(); ++k) {
-    if (fds[k].revents == 0) continue;
-    const auto it = watches_.find(ids[k]);
-    if (it == watches_.end()) continue;  // removed by an earlier callback of this pass
-    const bool readable = (fds[k].revents & (POLLIN | POLLHUP | POLLERR)) != 0;
-    const bool writable = (fds[k].revents & (POLLOUT | POLLERR)) != 0;
-    FdCallback cb = it->second.callback;  // the callback may unwatch itself
+    n = ::epoll_wait(epoll_fd_, events, kMaxReady, timeout_ms);
+  } while (n < 0 && errno == EINTR && timeout_ms == 0);
+  for (int k = 0; k < n; ++k) ready_[k] = Ready{events[k].data.u64, events[k].events};
+  ready_count_ = std::max(n, 0);
+}
+
+void EventLoop::DispatchReady() {
+  if (ready_count_ == 0) return;
+  // Taken out first: a callback may pump the loop again.
+  std::array<Ready, kMaxReady> ready;
+  const int count = ready_count_;
+  std::copy_n(ready_.begin(), count, ready.begin());
+  ready_count_ = 0;
+  for (int k = 0; k < count; ++k) {
+    const auto it = watches_.find(ready[k].id);
+    if (it == watches_.end()) continue;  // unwatched since
+    const Watch& w = it->second;
+    if (w.registered == 0) continue;  // wants nothing now
+    const std::uint32_t ev = ready[k].events;
+    const bool failed = (ev & (EPOLLHUP | EPOLLERR)) != 0;
+    const bool readable = failed || (w.want_read && (ev & EPOLLIN) != 0);
+    const bool writable = (ev & EPOLLERR) != 0 || (w.want_write && (ev & EPOLLOUT) != 0);
+    if (!readable && !writable) continue;
+    FdCallback cb = w.callback;  // the callback may unwatch itself
     cb(readable, writable);
   }
 }
@@ -100,7 +152,8 @@ void EventLoop::RunDueTimers() {
 }
 
 void EventLoop::DoEvents() {
-  PollFds();
+  Collect(0);
+  DispatchReady();
   RunDueTimers();
   if (!posted_.empty()) {
     std::vector<Callback> work;
@@ -130,29 +183,21 @@ void EventLoop::Sleep(Millis ms) {
 
 void EventLoop::WaitForActivity(Millis ms) {
   if (ms <= Millis(0)) return;
+  if (ready_count_ > 0 || !posted_.empty()) return;
+  if (ready_count_ > 0 || !posted_.empty()) return;
   // Timers are due by `Now()`; the wait itself is real time.
-  auto deadline = Now() + ms;
+  const auto now = Now();
+  auto deadline = now + ms;
   for (const auto& [id, t] : timers_) {
     if (!t.running) deadline = std::min(deadline, t.due);
   }
-  if (!posted_.empty()) return;
-  std::vector<pollfd> fds;
-  for (const auto& [id, w] : watches_) {
-    const short events =
-        static_cast<short>((w.want_read ? POLLIN : 0) | (w.want_write ? POLLOUT : 0));
-    if (events != 0) fds.push_back(pollfd{w.fd, events, 0});
-  }
-  const auto now = Now();
   if (deadline <= now) return;
-  const auto wait = std::chrono::duration_cast<Millis>(deadline - now) + Millis(1);
-  if (fds.empty()) {
+  if (registered_count_ == 0) {
     std::this_thread::sleep_for(deadline - now);
     return;
   }
-  int rc;
-  do {
-    rc = ::poll(fds.data(), fds.size(), static_cast<int>(wait.count()));
-  } while (rc < 0 && errno == EINTR);
+  const auto wait = std::chrono::duration_cast<Millis>(deadline - now) + Millis(1);
+  Collect(static_cast<int>(std::min<Millis::rep>(wait.count(), INT_MAX)));
 }
 
 bool EventLoop::RunUntil(const std::function<bool()>& done, Millis timeout, Millis step) {

@@ -8,8 +8,14 @@
 // `DoEvents` never blocks. A polling loop waits between passes with `WaitForActivity(ms)`, which
 // returns as soon as watched I/O is ready or a timer is due; `Sleep(ms)` always waits the full time
 // (throttling), without dispatching anything.
+//
+// Watched descriptors sit in one epoll set. The readiness that `WaitForActivity` waited for is
+// kept and handed out by the next `DoEvents` (one system call for both), so a pass serves every
+// descriptor that was ready at the wait. A callback may therefore hear of readiness that an
+// earlier callback of the same pass used up: watched descriptors are read without blocking.
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -28,6 +34,7 @@ class EventLoop {
   static EventLoop& Current();
 
   EventLoop() = default;
+  ~EventLoop();
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
 
@@ -38,7 +45,7 @@ class EventLoop {
   bool IsTimerRunning(Id id) const { return timers_.count(id) != 0; }
 
   // Watches a file descriptor; `callback(readable, writable)` runs from `DoEvents` when it is
-  // ready.
+  // ready. A descriptor is watched once at a time, and unwatched before it is closed.
   using FdCallback = std::function<void(bool readable, bool writable)>;
   Id WatchFd(int fd, bool want_read, bool want_write, FdCallback callback);
   void UpdateFd(Id id, bool want_read, bool want_write);
@@ -84,12 +91,27 @@ class EventLoop {
     bool want_read;
     bool want_write;
     FdCallback callback;
+    std::uint32_t registered = 0;  // the events the epoll set holds for it; 0: not in the set
   };
+  struct Ready {
+    Id id;
+    std::uint32_t events;
+  };
+  static constexpr int kMaxReady = 128;
 
   void RunDueTimers();
-  void PollFds();
+  // Brings the epoll set in line with what `w` wants.
+  void Register(Id id, Watch& w);
+  // Waits up to `timeout_ms` (0: not at all) and keeps what is ready in `ready_`.
+  void Collect(int timeout_ms);
+  void DispatchReady();
 
   Id next_id_ = 1;
+  int epoll_fd_ = -1;
+  int registered_count_ = 0;  // watches in the epoll set
+  // Readiness collected by a wait and not yet dispatched.
+  std::array<Ready, kMaxReady> ready_{};
+  int ready_count_ = 0;
   std::map<Id, Timer> timers_;
   std::map<Id, Watch> watches_;
   std::map<Id, Callback> pollers_;

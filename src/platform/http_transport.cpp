@@ -191,7 +191,8 @@ struct HttpTransport::Impl {
   EasyHandle easy;
   Slist header_list;
   char error_buffer[CURL_ERROR_SIZE] = {};
-  bool pending = false;  // asynchronous, in the multi handle
+  bool handle_clean = false;  // `easy` holds no options (new, or reset when it was given back)
+  bool pending = false;       // asynchronous, in the multi handle
   bool in_driver = false;
   bool complete = false;  // a response is in
   bool uploading = false;
@@ -458,7 +459,10 @@ void HttpTransport::Start() {
         httperr::kUnrecognizedScheme, "HttpTransport",
         "The request to " + m.url + " failed: only http and https addresses can be fetched.");
   }
-  if (!m.easy) m.easy = State().pool.Take();
+  if (!m.easy) {
+    m.easy = State().pool.Take();
+    m.handle_clean = true;
+  }
   m.Configure();
   if (!m.async) {
     const CURLcode rc = curl_easy_perform(m.easy.get());
@@ -510,6 +514,11 @@ std::string HttpTransport::ResponseText() const {
   return DecodeToUtf8(impl_->response_body, CharsetFromContentType(impl_->content_type)).text;
 }
 
+std::string HttpTransport::ContentType() const {
+  impl_->RequireResponse("ContentType");
+  return impl_->content_type;
+}
+
 const std::string& HttpTransport::ResponseBody() const {
   impl_->RequireResponse("ResponseBody");
   return impl_->response_body;
@@ -524,7 +533,8 @@ std::string HttpTransport::TakeResponseBody() {
 
 void HttpTransport::Impl::Configure() {
   CURL* h = easy.get();
-  curl_easy_reset(h);
+  if (!handle_clean) curl_easy_reset(h);
+  handle_clean = false;
   error_buffer[0] = '\0';
   stalled = uploading = connected = false;
   last_up = last_down = 0;

@@ -84,6 +84,8 @@ class HttpTransport : public std::enable_shared_from_this<HttpTransport> {
   // The body decoded to UTF-8: by the charset of "Content-Type", else the page's own
   // declaration in its first bytes, else valid UTF-8, else detection.
   std::string ResponseText() const;
+  // The value of the final response's "Content-Type" ("" without one).
+  std::string ContentType() const;
   const std::string& ResponseBody() const;
   // Moves the body out (later reads of the body give ""): for a reader that keeps its own copy.
   std::string TakeResponseBody();

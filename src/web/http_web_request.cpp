@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "platform/charset.h"
 #include "platform/error.h"
 #include "platform/text.h"
 #include "web/web_settings.h"
@@ -40,6 +41,14 @@ std::shared_ptr<Stream> HttpWebResponse::BodyStream() const {
   });
 }
 
+const BString& HttpWebResponse::BodyText() const {
+  if (!body_decoded_) {
+    body_text_ = BString(DecodeToUtf8(raw_body_, CharsetFromContentType(content_type_)).text);
+    body_decoded_ = true;
+  }
+  return body_text_;
+}
+
 std::string HttpWebResponse::HeadersToString() const {
   std::string out;
   for (const auto& [name, header] : headers_) {
@@ -59,8 +68,10 @@ void HttpWebResponse::Load(std::string_view headerText, HttpTransport* http,
     ParseHeaders(headerText);
     cookies_->LoadFromResponseHeaders(headers_);
     if (http) {
-      body_text_ = BString(http->ResponseText());
+      content_type_ = http->ContentType();
       raw_body_ = http->TakeResponseBody();  // read once per hop
+      body_text_ = BString();
+      body_decoded_ = false;
       status_code_ = http->Status();
       status_text_ = http->StatusText();
     }

@@ -72,8 +72,9 @@ class HttpWebResponse : public Object {
   // A new open binary stream holding the raw body, made at every read; its `Charset` is the
   // "charset" of "Content-Type" when there is one (quotes kept).
   std::shared_ptr<Stream> BodyStream() const;
-  // The body decoded to UTF-8 by its character set.
-  const BString& BodyText() const noexcept { return body_text_; }
+  // The body decoded to UTF-8 by its character set (decoded at the first read: a reader that
+  // wants only the bytes pays nothing for the text).
+  const BString& BodyText() const;
   // The raw body, as bytes.
   const std::string& ResponseBody() const noexcept { return raw_body_; }
   // The request's own `RequestUri` object: the address after redirects.
@@ -97,7 +98,9 @@ class HttpWebResponse : public Object {
   HttpHeaders headers_ = MakeHttpHeaders();
   std::shared_ptr<CookieContainer> cookies_ = std::make_shared<CookieContainer>();
   std::string raw_body_;
-  BString body_text_;
+  std::string content_type_;  // the transport's, for the character set of the text
+  mutable BString body_text_;
+  mutable bool body_decoded_ = true;
   std::shared_ptr<Uri> response_uri_;
 };
 

@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 #include "platform/event_loop.h"
 #include "platform/signal.h"
@@ -118,6 +119,166 @@ TEST(EventLoop, WatchedDescriptorWakesTheWaitAndRunsItsCallback) {
   loop.UnwatchFd(id);
   ::close(fds[0]);
   ::close(fds[1]);
+}
+
+// A pipe whose read end is watched for reading; both ends closed when it goes.
+struct WatchedPipe {
+  int fds[2] = {-1, -1};
+  EventLoop::Id id = 0;
+  int calls = 0;
+  WatchedPipe() { EXPECT_EQ(::pipe(fds), 0); }
+  WatchedPipe(const WatchedPipe&) = delete;
+  WatchedPipe& operator=(const WatchedPipe&) = delete;
+  ~WatchedPipe() {
+    for (int fd : fds) {
+      if (fd >= 0) ::close(fd);
+    }
+  }
+  void Fill() { EXPECT_EQ(::write(fds[1], "x", 1), 1); }
+  void Drain() {
+    char c;
+    EXPECT_EQ(::read(fds[0], &c, 1), 1);
+  }
+};
+
+TEST(EventLoop, OnePassServesEveryDescriptorReadyAtTheWait) {
+  EventLoop loop;
+  std::vector<WatchedPipe> pipes(40);
+  for (auto& p : pipes) {
+    p.id = loop.WatchFd(p.fds[0], true, false, [&p](bool readable, bool) {
+      if (readable) ++p.calls;
+    });
+    p.Fill();
+  }
+  loop.WaitForActivity(2000ms);
+  loop.DoEvents();
+  for (std::size_t k = 0; k < pipes.size(); ++k) {
+    SCOPED_TRACE(k);
+    EXPECT_EQ(pipes[k].calls, 1);
+  }
+  // Still readable: heard of again at the next pass; once drained, no more.
+  loop.DoEvents();
+  for (auto& p : pipes) {
+    EXPECT_EQ(p.calls, 2);
+    p.Drain();
+  }
+  loop.DoEvents();
+  for (auto& p : pipes) EXPECT_EQ(p.calls, 2);
+  for (auto& p : pipes) loop.UnwatchFd(p.id);
+}
+
+TEST(EventLoop, MoreReadyDescriptorsThanOnePassTakesAreAllServedByLaterPasses) {
+  EventLoop loop;
+  std::vector<WatchedPipe> pipes(300);
+  for (auto& p : pipes) {
+    p.id = loop.WatchFd(p.fds[0], true, false, [&p](bool readable, bool) {
+      if (readable && p.calls++ == 0) p.Drain();
+    });
+    p.Fill();
+  }
+  for (int pass = 0; pass < 10; ++pass) {
+    loop.WaitForActivity(100ms);
+    loop.DoEvents();
+  }
+  for (std::size_t k = 0; k < pipes.size(); ++k) {
+    SCOPED_TRACE(k);
+    EXPECT_EQ(pipes[k].calls, 1);
+    loop.UnwatchFd(pipes[k].id);
+  }
+}
+
+TEST(EventLoop, ADescriptorUnwatchedByAnEarlierCallbackOfThePassIsNotCalled) {
+  EventLoop loop;
+  WatchedPipe a, b;
+  int calls = 0;
+  a.id = loop.WatchFd(a.fds[0], true, false, [&](bool, bool) {
+    ++calls;
+    a.Drain();
+    loop.UnwatchFd(b.id);
+  });
+  b.id = loop.WatchFd(b.fds[0], true, false, [&](bool, bool) {
+    ++calls;
+    b.Drain();
+    loop.UnwatchFd(a.id);
+  });
+  a.Fill();
+  b.Fill();
+  loop.WaitForActivity(2000ms);
+  loop.DoEvents();
+  EXPECT_EQ(calls, 1);
+  loop.DoEvents();
+  EXPECT_EQ(calls, 1);
+  loop.UnwatchFd(a.id);
+  loop.UnwatchFd(b.id);
+}
+
+TEST(EventLoop, ADescriptorThatWantsNothingIsNotCalledUntilItWantsAgain) {
+  EventLoop loop;
+  WatchedPipe p;
+  p.id = loop.WatchFd(p.fds[0], true, false, [&](bool, bool) { ++p.calls; });
+  p.Fill();
+  loop.WaitForActivity(2000ms);  // ready now, handed out by the next pass
+  loop.UpdateFd(p.id, false, false);
+  loop.DoEvents();
+  EXPECT_EQ(p.calls, 0);
+  loop.UpdateFd(p.id, true, false);
+  loop.DoEvents();
+  EXPECT_EQ(p.calls, 1);
+  loop.UnwatchFd(p.id);
+}
+
+TEST(EventLoop, ANumberClosedBeforeItWasUnwatchedCanBeWatchedAgain) {
+  EventLoop loop;
+  WatchedPipe first;
+  const int number = first.fds[0];
+  first.id = loop.WatchFd(number, true, false, [&](bool, bool) { ++first.calls; });
+  ::close(first.fds[0]);
+  first.fds[0] = -1;
+  loop.UnwatchFd(first.id);
+  WatchedPipe second;  // takes the lowest free number: the one just closed
+  EXPECT_EQ(second.fds[0], number);
+  second.id = loop.WatchFd(second.fds[0], true, false, [&](bool, bool) { ++second.calls; });
+  second.Fill();
+  const auto start = std::chrono::steady_clock::now();
+  loop.WaitForActivity(2000ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 1000ms);
+  loop.DoEvents();
+  EXPECT_EQ(second.calls, 1);
+  EXPECT_EQ(first.calls, 0);
+  loop.UnwatchFd(second.id);
+}
+
+TEST(EventLoop, ATimerAndADescriptorReadyAtTheSameWaitBothRun) {
+  EventLoop loop;
+  WatchedPipe p;
+  p.id = loop.WatchFd(p.fds[0], true, false, [&](bool, bool) { ++p.calls; });
+  int fired = 0;
+  loop.StartTimer(
+      20ms, [&] { ++fired; }, false);
+  p.Fill();
+  EventLoop::Sleep(40ms);
+  loop.WaitForActivity(2000ms);
+  loop.DoEvents();
+  EXPECT_EQ(p.calls, 1);
+  EXPECT_EQ(fired, 1);
+
+  // A wait that ends for the descriptor leaves the timer to a later wait, which it ends.
+  p.Drain();
+  loop.StartTimer(
+      300ms, [&] { ++fired; }, false);
+  p.Fill();
+  loop.WaitForActivity(3000ms);
+  loop.DoEvents();
+  EXPECT_EQ(p.calls, 2);
+  EXPECT_EQ(fired, 1);
+  p.Drain();
+  const auto start = std::chrono::steady_clock::now();
+  loop.WaitForActivity(5000ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 2500ms);
+  loop.DoEvents();
+  EXPECT_EQ(fired, 2);
+  EXPECT_EQ(p.calls, 2);
+  loop.UnwatchFd(p.id);
 }
 
 TEST(EventLoop, RunUntilStopsWhenDoneOrTimedOut) {

@@ -556,6 +556,67 @@ TEST_F(HttpExchangeTest, FiftyAsynchronousRequestsCompleteOnlyInsideDoEvents) {
   }
 }
 
+TEST_F(HttpExchangeTest, ResponsesThatArriveTogetherAreAllDeliveredByOnePass) {
+  constexpr int kCount = 20;
+  std::mutex mutex;
+  std::condition_variable changed;
+  int arrived = 0;
+  bool open = false;
+  std::atomic<int> answered{0};
+  server_.Http().Get(R"(/gate/(\d+))", [&](const httplib::Request& req, httplib::Response& res) {
+    {
+      std::unique_lock lock(mutex);
+      ++arrived;
+      changed.notify_all();
+      changed.wait_for(lock, std::chrono::seconds(30), [&] { return open; });
+    }
+    res.set_content("page " + req.matches[1].str(), "text/plain");
+    ++answered;
+  });
+
+  int completions = 0;
+  std::vector<std::shared_ptr<HttpClient>> clients;
+  std::vector<ScopedConnection> connections;
+  for (int k = 0; k < kCount; ++k) {
+    auto client = HttpClient::Create();
+    connections.emplace_back(
+        client->AsynchRequestComplete.Connect([&](const std::string&) { ++completions; }));
+    client->GetPage(server_.Url("/gate/" + std::to_string(k)), true);
+    clients.push_back(client);
+  }
+  // Pump until every request is at the server (connecting and sending take passes of their own).
+  EventLoop& loop = EventLoop::Current();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  while (std::chrono::steady_clock::now() < deadline) {
+    {
+      std::lock_guard lock(mutex);
+      if (arrived == kCount) break;
+    }
+    loop.DoEvents();
+    loop.WaitForActivity(std::chrono::milliseconds(20));
+  }
+  {
+    std::lock_guard lock(mutex);
+    ASSERT_EQ(arrived, kCount);
+    open = true;
+  }
+  changed.notify_all();
+  while (answered < kCount && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  std::this_thread::sleep_for(std::chrono::milliseconds(300));  // the answers reach our sockets
+  EXPECT_EQ(completions, 0);
+
+  loop.WaitForActivity(std::chrono::seconds(5));
+  loop.DoEvents();
+  EXPECT_EQ(completions, kCount);
+  for (int k = 0; k < kCount; ++k) {
+    SCOPED_TRACE(k);
+    ASSERT_TRUE(clients[k]->IsReady());
+    EXPECT_EQ(clients[k]->HttpResponse()->BodyText().ToString(), "page " + std::to_string(k));
+  }
+}
+
 TEST_F(HttpExchangeTest, AsynchronousFailuresArriveAsTheCompletionMessage) {
   auto client = HttpClient::Create();
   std::string message = "none";
