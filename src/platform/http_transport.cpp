@@ -86,30 +86,48 @@ class CurlMultiDriver {
 
 namespace {
 
+// What a curl handle keeps from one request to the next: every option but the address, the
+// headers, the body and the pointers to the request's own state.
+struct HandleOptions {
+  std::string method;
+  bool has_body = false;
+  long resolve_ms = 0, connect_ms = 0, send_ms = 0, receive_ms = 0;
+  std::string user_agent;
+  bool server_credentials = false, proxy_credentials = false;
+  std::string user, password, proxy_user, proxy_password;
+  HttpTransportSettings settings;
+};
+
+// An easy handle and the options it was last configured with (none: it holds the defaults).
+struct PooledHandle {
+  EasyHandle handle;
+  std::optional<HandleOptions> options;
+};
+
 // Idle easy handles of the thread, so that a new request reuses the connections, the DNS entries
-// and the TLS sessions of an old one.
+// and the TLS sessions of an old one, and, when it is configured as the old one was, its options.
 class HandlePool {
  public:
   ~HandlePool() = default;
-  EasyHandle Take() {
+  PooledHandle Take() {
     if (!idle_.empty()) {
-      EasyHandle h = std::move(idle_.back());
+      PooledHandle h = std::move(idle_.back());
       idle_.pop_back();
       return h;
     }
     EnsureCurlInitialized();
     EasyHandle h(curl_easy_init());
     if (!h) throw Error(httperr::kOutOfMemory, "HttpTransport", "Out of memory");
-    return h;
+    return PooledHandle{std::move(h), std::nullopt};
   }
-  void Give(EasyHandle h) {
+  void Give(PooledHandle h) {
     if (idle_.size() < kMaxIdle) idle_.push_back(std::move(h));
   }
   void Clear() { idle_.clear(); }
 
  private:
   static constexpr std::size_t kMaxIdle = 16;
-  std::vector<EasyHandle> idle_;
+  std::vector<PooledHandle> idle_;
 };
 
 struct ThreadState {
@@ -191,8 +209,9 @@ struct HttpTransport::Impl {
   EasyHandle easy;
   Slist header_list;
   char error_buffer[CURL_ERROR_SIZE] = {};
-  bool handle_clean = false;  // `easy` holds no options (new, or reset when it was given back)
-  bool pending = false;       // asynchronous, in the multi handle
+  // The options `easy` was last configured with; none: it holds curl's defaults.
+  std::optional<HandleOptions> configured;
+  bool pending = false;  // asynchronous, in the multi handle
   bool in_driver = false;
   bool complete = false;  // a response is in
   bool uploading = false;
@@ -218,7 +237,11 @@ struct HttpTransport::Impl {
   }
   void Touch() { last_activity = CoarseClock::now(); }
 
+  // Sets the request's options on `easy`; those the handle kept from a request configured alike
+  // are left as they are.
   void Configure();
+  bool ConfiguredAsNow() const;
+  void ConfigureHandle();
   // Reads the outcome after curl finished; fills an error or nothing.
   std::optional<Error> Finish(CURLcode rc);
   Error Failure(CURLcode rc) const;
@@ -371,8 +394,12 @@ HttpTransport::~HttpTransport() {
   if (!impl_->easy) return;
   if (g_state_gone) return;  // the thread's handles are gone; ours is freed with it
   if (impl_->in_driver && State().driver) State().driver->Remove(impl_->easy.get());
-  curl_easy_reset(impl_->easy.get());
-  State().pool.Give(std::move(impl_->easy));
+  // The handle keeps its options for the next request configured alike; the pointers into this
+  // request that curl might write through go now (a body is set again before every send).
+  CURL* h = impl_->easy.get();
+  curl_easy_setopt(h, CURLOPT_ERRORBUFFER, nullptr);
+  curl_easy_setopt(h, CURLOPT_HTTPHEADER, nullptr);
+  State().pool.Give(PooledHandle{std::move(impl_->easy), std::move(impl_->configured)});
 }
 
 void HttpTransport::Abort() {
@@ -460,8 +487,9 @@ void HttpTransport::Start() {
         "The request to " + m.url + " failed: only http and https addresses can be fetched.");
   }
   if (!m.easy) {
-    m.easy = State().pool.Take();
-    m.handle_clean = true;
+    PooledHandle pooled = State().pool.Take();
+    m.easy = std::move(pooled.handle);
+    m.configured = std::move(pooled.options);
   }
   m.Configure();
   if (!m.async) {
@@ -531,60 +559,45 @@ std::string HttpTransport::TakeResponseBody() {
 
 // ---- Impl -----------------------------------------------------------------------------------
 
+bool HttpTransport::Impl::ConfiguredAsNow() const {
+  // A handle that authenticated keeps what it negotiated until it is reset: every request with
+  // credentials starts from a reset handle, as a new one would.
+  if (!configured || server_credentials || proxy_credentials) return false;
+  const HandleOptions& o = *configured;
+  return o.method == method && o.has_body == has_body && o.resolve_ms == resolve_ms &&
+         o.connect_ms == connect_ms && o.send_ms == send_ms && o.receive_ms == receive_ms &&
+         o.user_agent == user_agent && o.server_credentials == server_credentials &&
+         o.proxy_credentials == proxy_credentials && o.user == user && o.password == password &&
+         o.proxy_user == proxy_user && o.proxy_password == proxy_password && o.settings == settings;
+}
+
 void HttpTransport::Impl::Configure() {
   CURL* h = easy.get();
-  if (!handle_clean) curl_easy_reset(h);
-  handle_clean = false;
   error_buffer[0] = '\0';
   stalled = uploading = connected = false;
   last_up = last_down = 0;
   Touch();
 
-  curl_easy_setopt(h, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
-  curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 0L);
-  curl_easy_setopt(h, CURLOPT_PATH_AS_IS, 1L);
-  curl_easy_setopt(h, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
-  curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
-  curl_easy_setopt(h, CURLOPT_ERRORBUFFER, error_buffer);
-  curl_easy_setopt(h, CURLOPT_ACCEPT_ENCODING, "");  // every coding curl decodes
-  curl_easy_setopt(h, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  curl_easy_setopt(h, CURLOPT_BUFFERSIZE, 64L * 1024);  // most pages in one read
-
-  curl_easy_setopt(h, CURLOPT_HEADERFUNCTION, &Impl::OnHeader);
-  curl_easy_setopt(h, CURLOPT_HEADERDATA, this);
-  curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, &Impl::OnBody);
-  curl_easy_setopt(h, CURLOPT_WRITEDATA, this);
-  curl_easy_setopt(h, CURLOPT_NOPROGRESS, 0L);
-  curl_easy_setopt(h, CURLOPT_XFERINFOFUNCTION, &Impl::OnProgress);
-  curl_easy_setopt(h, CURLOPT_XFERINFODATA, this);
-  curl_easy_setopt(h, CURLOPT_PREREQFUNCTION, &Impl::OnPrereq);
-  curl_easy_setopt(h, CURLOPT_PREREQDATA, this);
-
-  // Resolving and connecting share one limit.
-  const long connect_limit = connect_ms > 0 ? connect_ms + std::max(resolve_ms, 0L) : 0;
-  curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, ToCurlMillis(connect_limit));
-  // A backstop for the stall limits, and a wake-up at least once a second while one runs.
-  const long stall_ms = std::max(send_ms, receive_ms);
-  if (send_ms > 0 && receive_ms > 0) {
-    curl_easy_setopt(h, CURLOPT_LOW_SPEED_LIMIT, 1L);
-    curl_easy_setopt(h, CURLOPT_LOW_SPEED_TIME, std::max(1L, (stall_ms + 999) / 1000));
+  if (!ConfiguredAsNow()) {
+    if (configured) curl_easy_reset(h);
+    configured.reset();
+    ConfigureHandle();
+    configured =
+        HandleOptions{method,     has_body,   resolve_ms,         connect_ms,        send_ms,
+                      receive_ms, user_agent, server_credentials, proxy_credentials, user,
+                      password,   proxy_user, proxy_password,     settings};
   }
 
-  // Method and body.
-  if (method == "GET") {
-    curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
-  } else if (method == "HEAD") {
-    curl_easy_setopt(h, CURLOPT_NOBODY, 1L);
-  } else {
-    if (method != "POST") curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, method.c_str());
-    if (has_body || method == "POST") {
-      curl_easy_setopt(h, CURLOPT_POST, 1L);
-      curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
-      curl_easy_setopt(h, CURLOPT_POSTFIELDS, body.data());
-    } else {
-      curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
-    }
+  // What belongs to this request alone.
+  curl_easy_setopt(h, CURLOPT_URL, url.c_str());
+  curl_easy_setopt(h, CURLOPT_ERRORBUFFER, error_buffer);
+  curl_easy_setopt(h, CURLOPT_HEADERDATA, this);
+  curl_easy_setopt(h, CURLOPT_WRITEDATA, this);
+  curl_easy_setopt(h, CURLOPT_XFERINFODATA, this);
+  curl_easy_setopt(h, CURLOPT_PREREQDATA, this);
+  if (method != "GET" && method != "HEAD" && (has_body || method == "POST")) {
+    curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    curl_easy_setopt(h, CURLOPT_POSTFIELDS, body.data());
   }
 
   // Headers, in the order they were set. The body's length is always its real length, and no
@@ -605,6 +618,48 @@ void HttpTransport::Impl::Configure() {
   if (!has_expect) list = curl_slist_append(list, "Expect:");
   header_list.reset(list);
   curl_easy_setopt(h, CURLOPT_HTTPHEADER, header_list.get());
+}
+
+void HttpTransport::Impl::ConfigureHandle() {
+  CURL* h = easy.get();
+  curl_easy_setopt(h, CURLOPT_PROTOCOLS_STR, "http,https");
+  curl_easy_setopt(h, CURLOPT_FOLLOWLOCATION, 0L);
+  curl_easy_setopt(h, CURLOPT_PATH_AS_IS, 1L);
+  curl_easy_setopt(h, CURLOPT_HTTP_VERSION, static_cast<long>(CURL_HTTP_VERSION_1_1));
+  curl_easy_setopt(h, CURLOPT_NOSIGNAL, 1L);
+  curl_easy_setopt(h, CURLOPT_ACCEPT_ENCODING, "");  // every coding curl decodes
+  curl_easy_setopt(h, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  curl_easy_setopt(h, CURLOPT_BUFFERSIZE, 64L * 1024);  // most pages in one read
+
+  curl_easy_setopt(h, CURLOPT_HEADERFUNCTION, &Impl::OnHeader);
+  curl_easy_setopt(h, CURLOPT_WRITEFUNCTION, &Impl::OnBody);
+  curl_easy_setopt(h, CURLOPT_NOPROGRESS, 0L);
+  curl_easy_setopt(h, CURLOPT_XFERINFOFUNCTION, &Impl::OnProgress);
+  curl_easy_setopt(h, CURLOPT_PREREQFUNCTION, &Impl::OnPrereq);
+
+  // Resolving and connecting share one limit.
+  const long connect_limit = connect_ms > 0 ? connect_ms + std::max(resolve_ms, 0L) : 0;
+  curl_easy_setopt(h, CURLOPT_CONNECTTIMEOUT_MS, ToCurlMillis(connect_limit));
+  // A backstop for the stall limits, and a wake-up at least once a second while one runs.
+  const long stall_ms = std::max(send_ms, receive_ms);
+  if (send_ms > 0 && receive_ms > 0) {
+    curl_easy_setopt(h, CURLOPT_LOW_SPEED_LIMIT, 1L);
+    curl_easy_setopt(h, CURLOPT_LOW_SPEED_TIME, std::max(1L, (stall_ms + 999) / 1000));
+  }
+
+  // The method; the body itself is set for each request.
+  if (method == "GET") {
+    curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
+  } else if (method == "HEAD") {
+    curl_easy_setopt(h, CURLOPT_NOBODY, 1L);
+  } else {
+    if (method != "POST") curl_easy_setopt(h, CURLOPT_CUSTOMREQUEST, method.c_str());
+    if (has_body || method == "POST") {
+      curl_easy_setopt(h, CURLOPT_POST, 1L);
+    } else {
+      curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
+    }
+  }
   if (!user_agent.empty()) curl_easy_setopt(h, CURLOPT_USERAGENT, user_agent.c_str());
 
   if (server_credentials) {

@@ -43,6 +43,8 @@ struct HttpTransportSettings {
   bool ignore_certificate_errors = false;
   // A PEM file of the certificate authorities to trust instead of the system's.
   std::string trusted_certificates;
+
+  bool operator==(const HttpTransportSettings&) const = default;
 };
 
 enum class CredentialTarget { kServer = 0, kProxy = 1 };
