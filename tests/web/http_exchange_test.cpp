@@ -221,6 +221,67 @@ class HttpExchangeTest : public ::testing::Test {
   bool release_stall_ = false;
 };
 
+// One request after another on the thread: each takes the curl handle the one before gave back,
+// and nothing of the earlier request's method, body, agent or credentials may reach the later.
+TEST_F(HttpExchangeTest, ARequestInheritsNothingFromTheOneBeforeIt) {
+  struct Step {
+    std::string method;
+    std::string path;
+    std::string body;
+    std::string user_agent;
+    bool credentials;
+    long status;              // 0: fails for want of credentials
+    std::string seen_method;  // of the first transmission
+    std::string answer;       // "/echo" answers with the body it got
+  };
+  const std::vector<Step> steps = {
+      {"POST", "/echo", "a=1", "", false, 200, "POST", "a=1"},
+      {"GET", "/page", "", "", false, 200, "GET", "<p>hello</p>"},
+      {"HEAD", "/page", "", "", false, 200, "HEAD", ""},
+      {"GET", "/page", "", "", false, 200, "GET", "<p>hello</p>"},
+      {"GET", "/page", "", "first agent", false, 200, "GET", "<p>hello</p>"},
+      {"GET", "/page", "", "", false, 200, "GET", "<p>hello</p>"},
+      {"GET", "/secret", "", "", true, 200, "GET", "welcome"},
+      {"GET", "/secret", "", "", true, 200, "GET", "welcome"},
+      {"GET", "/secret", "", "", false, 0, "GET", ""},
+      {"POST", "/echo", "b=2", "", false, 200, "POST", "b=2"},
+  };
+  for (std::size_t k = 0; k < steps.size(); ++k) {
+    const Step& step = steps[k];
+    SCOPED_TRACE(std::to_string(k) + ": " + step.method + " " + step.path);
+    const std::size_t before = SeenRequests().size();
+    auto request = Request(step.path, step.method);
+    if (!step.body.empty()) request->SetBody(step.body);
+    if (!step.user_agent.empty()) request->SetUserAgent(step.user_agent);
+    if (step.credentials) {
+      request->SetUserName("user");
+      request->SetPassword("pw");
+    }
+    if (step.status == 0) {
+      try {
+        request->GetResponse();
+        ADD_FAILURE() << "no failure";
+      } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), errnum::kServerNeedsCredentials);
+      }
+    } else {
+      const auto response = request->GetResponse();
+      EXPECT_EQ(response->StatusCode(), step.status);
+      EXPECT_EQ(response->ResponseBody(), step.answer);
+    }
+    const auto seen = SeenRequests();
+    ASSERT_GT(seen.size(), before);
+    EXPECT_EQ(seen[before].method, step.seen_method);
+    if (step.user_agent.empty()) {
+      EXPECT_NE(seen[before].user_agent, "first agent");
+    } else {
+      EXPECT_EQ(seen[before].user_agent, step.user_agent);
+    }
+    // Credentials are given when the server asks for them, never before.
+    EXPECT_EQ(seen[before].authorization, "");
+  }
+}
+
 TEST_F(HttpExchangeTest, EndlessRedirectMakesElevenTransmissionsAndReturnsTheLast3xx) {
   auto request = Request("/loop");
   const auto response = request->GetResponse();
