@@ -77,6 +77,9 @@ class Docs {
   DocPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
   long Count() const { return items_.Count(); }
   void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
+  // Lets go of the document at `index` (1-based) while it keeps its place and key: `Item` then
+  // gives null. A run releases each document once its history is written.
+  void Release(long index) { items_.Item(index).reset(); }
   auto begin() const { return items_.begin(); }
   auto end() const { return items_.end(); }
 

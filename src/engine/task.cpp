@@ -544,9 +544,18 @@ bool Task::ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel) {
       meta->SaveToMetabase();
       if (history) history->Commit();
     }
+    // Done with the document: the end of the task needs only what it writes for it, so the
+    // objects of a run of many documents do not pile up.
+    Metadata()->GetMetaDocs().SettleAll();
+    GetDocs().Release(i);
     RaiseStatus("Datapage Extraction Complete", flgCancel);
-    if (flgCancel) return false;
+    if (flgCancel) {
+      docs_.reset();
+      return false;
+    }
   }
+  // Read again if asked for: the released documents are no use to anyone.
+  docs_.reset();
   return true;
 }
 

@@ -1,5 +1,6 @@
 #include "meta/meta_doc.h"
 
+#include <deque>
 #include <optional>
 
 #include "meta/meta_internal.h"
@@ -32,14 +33,29 @@ std::int16_t MetaDoc::SuccessCodeId() const {
   });
 }
 
+namespace {
+
+// What a document's row holds: the same writes whether the document is an object or settled.
+void SaveDocumentRow(const std::string& doc_id, const std::string& source_uri,
+                     const std::string& local_path, const DateTime& extraction_start,
+                     const DateTime& extraction_complete, std::int16_t success_code_id,
+                     bool with_row_counts, long written, long refused,
+                     const std::string& first_refusal) {
+  D_Doc().SaveDocument(doc_id, "", "", DateTime(), source_uri, local_path, "", extraction_start,
+                       extraction_complete, 0, success_code_id);
+  if (with_row_counts) D_Doc().SaveRowCounts(doc_id, written, refused, first_refusal);
+}
+
+}  // namespace
+
 bool MetaDoc::SaveToMetabase() {
   return ReportAs("MetaDoc.SaveToMetabase", [&] {
-    D_Doc().SaveDocument(doc_id_, "", "", DateTime(), source_uri_, local_path_, "",
-                         extraction_start_, extraction_complete_, 0, SuccessCodeId());
     // A document that was not extracted has no row counts.
-    if (failure_.empty() && !extraction_start_.IsEmpty()) {
-      D_Doc().SaveRowCounts(doc_id_, RowsWritten(), RowsRefused(), FirstRefusal());
-    }
+    const bool with_row_counts = failure_.empty() && !extraction_start_.IsEmpty();
+    SaveDocumentRow(doc_id_, source_uri_, local_path_, extraction_start_, extraction_complete_,
+                    SuccessCodeId(), with_row_counts, with_row_counts ? RowsWritten() : 0,
+                    with_row_counts ? RowsRefused() : 0,
+                    with_row_counts ? FirstRefusal() : std::string());
     return true;
   });
 }
@@ -84,6 +100,131 @@ RowTally MetaDoc::RowsOf(std::string_view entity_id) const {
   return {};
 }
 
+// What SaveAll writes for a settled document. The dataset ids repeat on every document, so each
+// is kept once; the document's three texts share one string.
+struct MetaDocs::Settled {
+  struct Dataset {
+    std::uint32_t entity = 0;  // into `entity_ids`
+    long occur_count = 0;
+    long extract_count = 0;
+    long error_count = 0;
+    long rows_refused = 0;
+    float avg_success_coeff = 0;
+    float avg_errors = 0;
+    float extraction_pct = 0;
+    std::string first_refusal;
+  };
+  struct Doc {
+    std::string texts;  // the id, the source address and the local path, one after the other
+    std::uint32_t id_size = 0;
+    std::uint32_t uri_size = 0;
+    DateTime extraction_start;
+    DateTime extraction_complete;
+    float avg_extraction_pct = 0;
+    bool with_row_counts = false;
+    long rows_written = 0;
+    long rows_refused = 0;
+    std::string first_refusal;
+    std::size_t first_dataset = 0;  // into `datasets`
+    std::uint32_t dataset_count = 0;
+  };
+  std::deque<Doc> docs;
+  std::deque<Dataset> datasets;
+  std::vector<std::string> entity_ids;
+
+  std::uint32_t EntityIndex(const std::string& id) {
+    // A datapage has a handful of datasets: the newest is the likeliest.
+    for (std::size_t i = entity_ids.size(); i-- > 0;) {
+      if (entity_ids[i] == id) return static_cast<std::uint32_t>(i);
+    }
+    entity_ids.push_back(id);
+    return static_cast<std::uint32_t>(entity_ids.size() - 1);
+  }
+
+  void Add(const MetaDoc& doc) {
+    Doc& d = docs.emplace_back();
+    d.id_size = static_cast<std::uint32_t>(doc.DocId().size());
+    d.uri_size = static_cast<std::uint32_t>(doc.SourceUri().size());
+    d.texts.reserve(doc.DocId().size() + doc.SourceUri().size() + doc.LocalPath().size());
+    d.texts.append(doc.DocId()).append(doc.SourceUri()).append(doc.LocalPath());
+    d.extraction_start = doc.ExtractionStart();
+    d.extraction_complete = doc.ExtractionComplete();
+    d.avg_extraction_pct = doc.AvgExtractionPct();
+    d.with_row_counts = doc.Failure().empty() && !doc.ExtractionStart().IsEmpty();
+    if (d.with_row_counts) {
+      d.rows_written = doc.RowsWritten();
+      d.rows_refused = doc.RowsRefused();
+      d.first_refusal = doc.FirstRefusal();
+    }
+    d.first_dataset = datasets.size();
+    for (const MetaEntityPtr& e : doc.GetMetaEntities()) {
+      Dataset& s = datasets.emplace_back();
+      s.entity = EntityIndex(e->EntityId());
+      s.occur_count = e->OccurCount();
+      s.extract_count = e->ExtractCount();
+      s.error_count = e->TotalErrorCount();
+      s.avg_success_coeff = e->AvgSuccessCoefficient();
+      s.avg_errors = e->AvgErrorsPerExtraction();
+      s.extraction_pct = e->ExtractionPct();
+      // Refusals as the document counted them for this dataset: over the whole document.
+      RowTally tally = doc.RowsOf(e->EntityId());
+      s.rows_refused = tally.refused;
+      s.first_refusal = std::move(tally.first_refusal);
+      ++d.dataset_count;
+    }
+  }
+
+  // The same writes as the document's `SaveToMetabase` and then its datasets' `SaveAll`.
+  void Save(const Doc& d) const {
+    const std::string id = d.texts.substr(0, d.id_size);
+    ReportAs("MetaDoc.SaveToMetabase", [&] {
+      const std::int16_t code = ReportAs("MetaDoc.SuccessCodeId", [&] {
+        return meta_internal::SuccessCodeId(D_Metabase().GetDocSuccessCode(d.avg_extraction_pct),
+                                            "doc_success_code_id");
+      });
+      SaveDocumentRow(id, d.texts.substr(d.id_size, d.uri_size),
+                      d.texts.substr(std::size_t{d.id_size} + d.uri_size), d.extraction_start,
+                      d.extraction_complete, code, d.with_row_counts, d.rows_written,
+                      d.rows_refused, d.first_refusal);
+      return true;
+    });
+    ReportAs("MetaEntities.SaveAll", [&] {
+      for (std::size_t k = d.first_dataset; k < d.first_dataset + d.dataset_count; ++k) {
+        const Dataset& s = datasets[k];
+        const std::string& entity_id = entity_ids[s.entity];
+        ReportAs("MetaEntity.SaveToMetabase", [&] {
+          const std::int16_t code = ReportAs("MetaEntity.SuccessCodeId", [&] {
+            return meta_internal::SuccessCodeId(D_Metabase().GetEntitySuccessCode(s.extraction_pct),
+                                                "entity_success_code_id");
+          });
+          return D_Metabase().SaveMetaEnt(id, entity_id, s.occur_count, s.extract_count,
+                                          s.avg_success_coeff, code, s.error_count, s.avg_errors,
+                                          s.rows_refused, s.first_refusal);
+        });
+      }
+    });
+  }
+};
+
+MetaDocs::MetaDocs() = default;
+MetaDocs::~MetaDocs() = default;
+MetaDocs::MetaDocs(MetaDocs&&) noexcept = default;
+MetaDocs& MetaDocs::operator=(MetaDocs&&) noexcept = default;
+
+long MetaDocs::SettledCount() const {
+  return settled_ ? static_cast<long>(settled_->docs.size()) : 0;
+}
+
+void MetaDocs::SettleAll() {
+  if (items_.Empty()) return;
+  if (!settled_) settled_ = std::make_unique<Settled>();
+  for (const MetaDocPtr& doc : items_) {
+    settled_->Add(*doc);
+    settled_pct_sum_ += doc->AvgExtractionPct();
+  }
+  items_.Clear();
+}
+
 void MetaDocs::SaveAll() {
   ReportAs("MetaDocs.SaveAll", [&] {
     const std::string cn_str = modConnectionString::GetCnStr();
@@ -93,15 +234,23 @@ void MetaDocs::SaveAll() {
     constexpr long kDocsPerTransaction = 100;
     std::optional<RulesTransaction> history;
     long saved = 0;
-    for (const MetaDocPtr& doc : items_) {
+    const auto save = [&](const auto& write) {
       if (!history && !RulesTransaction::ActiveConnection(cn_str)) history.emplace(cn_str);
-      doc->SaveToMetabase();
-      doc->GetMetaEntities().SaveAll();
+      write();
       if (++saved % kDocsPerTransaction == 0) {
         if (history) history->Commit();
         history.reset();
         DoEvents();
       }
+    };
+    if (settled_) {
+      for (const Settled::Doc& d : settled_->docs) save([&] { settled_->Save(d); });
+    }
+    for (const MetaDocPtr& doc : items_) {
+      save([&] {
+        doc->SaveToMetabase();
+        doc->GetMetaEntities().SaveAll();
+      });
     }
     if (history) history->Commit();
     history.reset();

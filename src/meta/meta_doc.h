@@ -110,11 +110,28 @@ class MetaDoc : public Object {
 using MetaDocPtr = std::shared_ptr<MetaDoc>;
 
 // The documents of one run of a step, keyed by `DocId`.
+//
+// A run of many documents settles each one once it is done with it: the document's object is let
+// go and only what `SaveAll` writes for it is kept (its row's values and its datasets' results),
+// so the run's memory does not grow with the objects of every document it went through. A settled
+// document is no longer an item (`Count`, `Item`, enumeration), but `SaveAll` writes it, before
+// the items, in the order it was settled, and it counts in `MetaTask.AvgExtractionPct`.
 class MetaDocs {
  public:
-  // For each document in order: `SaveToMetabase` (again), then `SaveAll` of its datasets, then a
-  // yield to the host.
+  MetaDocs();
+  ~MetaDocs();
+  MetaDocs(MetaDocs&&) noexcept;
+  MetaDocs& operator=(MetaDocs&&) noexcept;
+  // For each document in order (the settled ones first): `SaveToMetabase` (again), then `SaveAll`
+  // of its datasets, then a yield to the host.
   void SaveAll();
+  // Settles every item, in order: what `SaveAll` would write for it is kept, the object is let go.
+  // Its success codes are still asked of the rules store when `SaveAll` writes them. A settled
+  // document's id is not looked at by a later `Add`.
+  void SettleAll();
+  // Documents settled so far, and the sum of their `AvgExtractionPct` (in the order settled).
+  long SettledCount() const;
+  double SettledExtractionPctSum() const { return settled_pct_sum_; }
   // Adds under the document's id and sets its step. Fails with 457 when that id is there.
   MetaDocPtr Add(MetaDocPtr NewMetaDoc, const std::shared_ptr<MetaTask>& ParentMetaTask);
   MetaDocPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
@@ -126,7 +143,10 @@ class MetaDocs {
   auto end() const { return items_.end(); }
 
  private:
+  struct Settled;
   Collection<MetaDocPtr> items_;
+  std::unique_ptr<Settled> settled_;
+  double settled_pct_sum_ = 0;
 };
 
 }  // namespace gw

@@ -8,10 +8,12 @@
 namespace gw {
 
 float MetaTask::AvgExtractionPct() const {
-  if (meta_docs_.Count() == 0) return 100;
-  double sum = 0;
+  // Settled documents count as the documents they were, in the order they came.
+  const long count = meta_docs_.SettledCount() + meta_docs_.Count();
+  if (count == 0) return 100;
+  double sum = meta_docs_.SettledExtractionPctSum();
   for (const MetaDocPtr& doc : meta_docs_) sum += doc->AvgExtractionPct();
-  const double mean = sum / static_cast<double>(meta_docs_.Count());
+  const double mean = sum / static_cast<double>(count);
   return mean > 100 ? 100.0f : static_cast<float>(mean);
 }
 

@@ -173,6 +173,88 @@ TEST_F(MetaStoreTest, SavesWriteTheRowsOfTheirLevel) {
   EXPECT_EQ(Value("SELECT task_start_time FROM task_instances"), "NULL");
 }
 
+// Documents settled one by one during a run write, at the end, exactly what their objects would
+// have written, and weigh in the step's mean as they did.
+TEST_F(MetaStoreTest, SettledDocumentsSaveWhatTheirObjectsWould) {
+  DJob().SaveInstance("j1", kRun, Variant(kRun.AddSeconds(60)), Variant(std::int16_t{1}));
+  DTask().SaveInstance("t1", "j1", kRun, kRun);
+  // Four documents unlike each other: datasets found in part, a refusal on one dataset, a child
+  // dataset registered twice, a document that could not be read, and one never extracted.
+  const auto make_docs = [] {
+    std::vector<MetaDocPtr> docs;
+    for (int k = 1; k <= 4; ++k) {
+      auto doc = MetaDoc::Create();
+      doc->SetDocId("d" + std::to_string(k));
+      doc->SetSourceUri("http://x/" + std::to_string(k));
+      doc->SetLocalPath("/tmp/copy " + std::to_string(k) + ".html");
+      if (k != 4) {
+        doc->SetExtractionStart(kRun.AddSeconds(k));
+        doc->SetExtractionComplete(kRun.AddSeconds(k + 1));
+      }
+      docs.push_back(doc);
+    }
+    auto books = docs[0]->GetMetaEntities().Add(Counted("books", 4, 3), docs[0]);
+    books->IncrementErrorCount();
+    books->IncrementSuccessCoeffSum(2.25);
+    auto reviews = docs[0]->GetMetaEntities().Add(Counted("reviews", 5, 5), docs[0]);
+    reviews->RecordRefusal("UNIQUE constraint failed: reviews.id");
+    reviews->RecordRefusal("a second reason");
+    docs[1]->GetMetaEntities().Add(Counted("books", 2, 0), docs[1]);
+    docs[1]->GetMetaEntities().Add(Counted("reviews", 1, 1), docs[1]);
+    docs[1]->GetMetaEntities().TryRemove("reviews");
+    docs[1]->GetMetaEntities().Add(Counted("reviews", 3, 2), docs[1]);
+    docs[2]->SetFailure("The document /tmp/copy 3.html is empty: there is nothing to extract.");
+    return docs;
+  };
+  const auto saved_history = [&] {
+    std::string rows;
+    auto rs = Open()->Execute(
+        "SELECT d.doc_id, d.uri, d.temp_uri, d.doc_start_time, d.doc_completion_time, "
+        "d.extraction_completion_code, d.rows_written, d.rows_refused, d.refusal, r.entity_id, "
+        "r.ent_occur_count, r.ent_extract_count, r.avg_success_coeff, r.success_code, "
+        "r.error_count, r.avg_error_count, r.rows_refused, r.refusal FROM task_instance_docs d "
+        "LEFT JOIN task_inst_doc_results_by_ent r ON r.doc_id = d.doc_id ORDER BY 1, 10");
+    for (; !rs->IsEOF(); rs->MoveNext()) {
+      for (long c = 0; c < rs->GetFields().Count(); ++c) {
+        const Variant& v = rs->GetFields().Item(c).Value();
+        rows += (v.IsNull() ? "NULL" : v.ToText()) + "|";
+      }
+      rows += "\n";
+    }
+    Exec("DELETE FROM task_inst_doc_results_by_ent");
+    Exec("DELETE FROM task_instance_docs");
+    for (int k = 1; k <= 4; ++k) {
+      D_Doc().SaveDocument("d" + std::to_string(k), "t1", "j1", kRun, "", "", "Success");
+    }
+    return rows;
+  };
+  saved_history();  // the documents' rows as the download left them
+
+  auto as_objects = MetaTask::Create();
+  for (const auto& doc : make_docs()) as_objects->GetMetaDocs().Add(doc, as_objects);
+  as_objects->GetMetaDocs().SaveAll();
+  const std::string expected = saved_history();
+  ASSERT_NE(expected.find("UNIQUE constraint failed"), std::string::npos);
+
+  // Settled after each document, as a run does; the last stays an object.
+  auto settled = MetaTask::Create();
+  auto docs = make_docs();
+  for (int k = 1; k <= 3; ++k) {
+    settled->GetMetaDocs().Add(docs[k - 1], settled);
+    const std::weak_ptr<MetaDoc> object = docs[k - 1];
+    docs[k - 1].reset();
+    settled->GetMetaDocs().SettleAll();
+    EXPECT_EQ(settled->GetMetaDocs().SettledCount(), k);
+    EXPECT_TRUE(object.expired()) << "a settled document's object is let go";
+  }
+  settled->GetMetaDocs().Add(docs[3], settled);
+  EXPECT_EQ(settled->GetMetaDocs().Count(), 1);
+  EXPECT_FLOAT_EQ(settled->AvgExtractionPct(), as_objects->AvgExtractionPct());
+  EXPECT_EQ(settled->SuccessCodeId(), as_objects->SuccessCodeId());
+  settled->GetMetaDocs().SaveAll();
+  EXPECT_EQ(saved_history(), expected);
+}
+
 TEST_F(MetaStoreTest, SavingWithoutAnOwnerFailsWith91) {
   EXPECT_EQ(FailureNumber([] { MetaEntity::Create("e")->SaveToMetabase(); }),
             errnum::kObjectNotSet);
