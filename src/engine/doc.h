@@ -78,7 +78,7 @@ class Docs {
   long Count() const { return items_.Count(); }
   void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
   // Lets go of the document at `index` (1-based) while it keeps its place and key: `Item` then
-  // gives null. A run releases each document once its history is written.
+  // gives null. A run lets go of each document once its history is written.
   void Release(long index) { items_.Item(index).reset(); }
   auto begin() const { return items_.begin(); }
   auto end() const { return items_.end(); }

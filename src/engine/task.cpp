@@ -293,18 +293,25 @@ Docs& Task::GetDocs() {
   return *docs_;
 }
 
+namespace {
+
+// Adds the document of a row of the run's downloaded documents, keyed by its id.
+void AddDownloadedDoc(Docs& docs, const std::shared_ptr<Task>& task, db::Recordset& rows) {
+  const std::string id = rows["doc_id"].Value().ToText();
+  const Variant& copied = rows["copy_completion_time"].Value();
+  docs.Add(task, rows["temp_uri"].Value().ToText(), rows["uri"].Value().ToText(),
+           copied.IsNull() || copied.IsEmpty() ? DateTime() : copied.ToDate(), id, id);
+}
+
+}  // namespace
+
 void Task::GetUnextractedDocs() {
   ReportAs("Task.GetUnextractedDocs", [&] {
     auto job = GetJob();
     auto rows = DTask().GetDownloadedDocs(job->JobId(), TaskId(), job->StartTime());
     auto docs = std::make_unique<Docs>();
     const auto self = Self();
-    for (; !rows->IsEOF(); rows->MoveNext()) {
-      const std::string id = (*rows)["doc_id"].Value().ToText();
-      const Variant& copied = (*rows)["copy_completion_time"].Value();
-      docs->Add(self, (*rows)["temp_uri"].Value().ToText(), (*rows)["uri"].Value().ToText(),
-                copied.IsNull() || copied.IsEmpty() ? DateTime() : copied.ToDate(), id, id);
-    }
+    for (; !rows->IsEOF(); rows->MoveNext()) AddDownloadedDoc(*docs, self, *rows);
     docs_ = std::move(docs);
   });
 }
@@ -517,10 +524,31 @@ bool Task::RunSteps(std::string& Uri, const std::string& SourceText,
 }
 
 bool Task::ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel) {
-  const long count = GetDocs().Count();
+  // The documents of `Docs`, in its order and number (counted once, before the first), read a
+  // slice at a time and let go of one by one: the run's memory does not grow with them.
+  constexpr long kDocsPerSlice = 1000;
+  auto job = GetJob();
+  const std::string job_id = job->JobId();
+  const DateTime job_start = job->StartTime();
+  const long count = DTask().CountDownloadedDocs(job_id, TaskId(), job_start);
   const std::string rules_cn_str = modConnectionString::GetCnStr();
+  const auto self = Self();
+  Docs slice;
+  long in_slice = 0;
+  std::int64_t after_row = 0;
   for (long i = 1; i <= count; ++i) {
-    const DocPtr doc = GetDocs().Item(i);
+    if (in_slice == slice.Count()) {
+      slice = Docs();
+      in_slice = 0;
+      auto rows =
+          DTask().GetDownloadedDocsAfter(job_id, TaskId(), job_start, after_row, kDocsPerSlice);
+      for (; !rows->IsEOF(); rows->MoveNext()) {
+        after_row = (*rows)["row_no"].Value().ToLongLong();
+        AddDownloadedDoc(slice, self, *rows);
+      }
+      if (slice.Count() == 0) break;
+    }
+    const DocPtr doc = slice.Item(++in_slice);
     page.SetDoc(doc);
     const MetaDocPtr meta = Metadata()->GetMetaDocs().Add(doc->Metadata(), Metadata());
     DoEvents();
@@ -547,15 +575,10 @@ bool Task::ExtractDocs(DataPage& page, IDocPlugin& plugin, bool& flgCancel) {
     // Done with the document: the end of the task needs only what it writes for it, so the
     // objects of a run of many documents do not pile up.
     Metadata()->GetMetaDocs().SettleAll();
-    GetDocs().Release(i);
+    slice.Release(in_slice);
     RaiseStatus("Datapage Extraction Complete", flgCancel);
-    if (flgCancel) {
-      docs_.reset();
-      return false;
-    }
+    if (flgCancel) return false;
   }
-  // Read again if asked for: the released documents are no use to anyone.
-  docs_.reset();
   return true;
 }
 

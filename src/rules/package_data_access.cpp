@@ -246,6 +246,40 @@ db::RecordsetPtr DTask::GetDownloadedDocs(const std::string& JobId, const std::s
       });
 }
 
+// The conditions of usp_GetDownLoadedDocs, which the partial index of unread rows holds.
+constexpr const char* kDownloadedDocsWhere =
+    " FROM task_instance_docs WHERE job_id = ? AND task_id = ? AND job_start_time = ? AND "
+    "temp_uri IS NOT NULL AND temp_uri <> ''";
+
+db::RecordsetPtr DTask::GetDownloadedDocsAfter(const std::string& JobId, const std::string& TaskId,
+                                               const DateTime& JobStartTime, std::int64_t AfterRow,
+                                               long MaxRows) {
+  return ReportAs("DTask.GetDownloadedDocsAfter(JobId,TaskId,JobStartTime,AfterRow)",
+                  Args(JobId, TaskId, JobStartTime, AfterRow), [&] {
+                    return Query().RunQuery(
+                        std::string("SELECT rowid AS row_no, doc_id, uri, temp_uri, "
+                                    "copy_completion_time") +
+                            kDownloadedDocsWhere + " AND rowid > ? ORDER BY rowid LIMIT ?",
+                        true,
+                        {Variant(JobId), Variant(TaskId), Variant(JobStartTime),
+                         Variant(static_cast<long long>(AfterRow)),
+                         Variant(static_cast<std::int32_t>(MaxRows))});
+                  });
+}
+
+long DTask::CountDownloadedDocs(const std::string& JobId, const std::string& TaskId,
+                                const DateTime& JobStartTime) {
+  return ReportAs("DTask.CountDownloadedDocs(JobId,TaskId,JobStartTime)",
+                  Args(JobId, TaskId, JobStartTime), [&] {
+                    auto rs = Query().RunQuery(
+                        std::string("SELECT COUNT(*) AS n") + kDownloadedDocsWhere, true,
+                        {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
+                    if (rs->IsEOF()) return 0L;
+                    const Variant& v = (*rs)["n"].Value();
+                    return v.IsEmptyOrNull() ? 0L : v.ToLong();
+                  });
+}
+
 void DTask::NewDoc(const std::string&, const std::string&, const DateTime&, const std::string&,
                    const std::string&) {}
 

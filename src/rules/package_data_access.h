@@ -81,6 +81,14 @@ class DTask : public RulesDataAccess {
   // extract (their temp_uri is set).
   db::RecordsetPtr GetDownloadedDocs(const std::string& JobId, const std::string& TaskId,
                                      const DateTime& JobStartTime);
+  // The same rows a slice at a time: at most `MaxRows` of those after the row numbered `AfterRow`
+  // (0 for the first slice), in the same order, each with its number in `row_no`.
+  db::RecordsetPtr GetDownloadedDocsAfter(const std::string& JobId, const std::string& TaskId,
+                                          const DateTime& JobStartTime, std::int64_t AfterRow,
+                                          long MaxRows);
+  // How many rows `GetDownloadedDocs` gives.
+  long CountDownloadedDocs(const std::string& JobId, const std::string& TaskId,
+                           const DateTime& JobStartTime);
   // Does nothing: documents are queued by their sources.
   void NewDoc(const std::string& TaskId, const std::string& JobId, const DateTime& JobStartTime,
               const std::string& DocId, const std::string& URI);

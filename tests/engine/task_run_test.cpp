@@ -509,5 +509,37 @@ TEST_F(TaskRunTest, ARunOpensItsStoresAsOftenForTwoHundredDocumentsAsForTwenty) 
   EXPECT_EQ(rules_opens[200], rules_opens[20]);
 }
 
+// The documents of a run are read and let go of a slice at a time: a run of more documents than a
+// slice (a thousand) extracts each document once, in the order they were queued, and writes each
+// one's history at the end.
+TEST_F(TaskRunTest, ARunOfMoreDocumentsThanASliceExtractsEachOnceInQueueOrder) {
+  constexpr int kCount = 1203;
+  testing::TempDir folder;
+  for (int k = 0; k < kCount; ++k) {
+    WriteFile(folder / ("p" + std::to_string(k) + ".htm"),
+              ListingHtml({{"N" + std::to_string(k), "", {}}}));
+  }
+  ExtractingTask(folder.Path().string());
+  job_->Execute();
+  // Each document's one row, in the order of the documents' rows.
+  std::vector<std::string> expected;
+  for (const std::string& uri : RulesRows("SELECT uri FROM task_instance_docs ORDER BY rowid")) {
+    const std::string name = fs::path(uri).stem().string();
+    expected.push_back("N" + name.substr(1));
+  }
+  ASSERT_EQ(expected.size(), static_cast<std::size_t>(kCount));
+  EXPECT_EQ(TargetRows("SELECT name FROM items ORDER BY rowid"), expected);
+  EXPECT_EQ(RulesRows("SELECT count(*) FROM task_instance_docs WHERE "
+                      "extraction_completion_code = ? AND rows_written = 1 AND "
+                      "doc_completion_time IS NOT NULL",
+                      {Variant(CodeFor("doc", 100))}),
+            (std::vector<std::string>{std::to_string(kCount)}));
+  EXPECT_EQ(RulesRows("SELECT count(DISTINCT doc_id) FROM task_inst_doc_results_by_ent WHERE "
+                      "ent_extract_count = 1"),
+            (std::vector<std::string>{std::to_string(kCount)}));
+  EXPECT_EQ(RulesRows("SELECT completion_code FROM task_instances"),
+            (std::vector<std::string>{CodeFor("task", 100)}));
+}
+
 }  // namespace
 }  // namespace gw::engine_test
