@@ -1,35 +1,63 @@
 #include "filters/transformations.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "platform/event_loop.h"
 #include "platform/text.h"
 #include "text/c_string.h"
 
 namespace gw::filters::Transformations {
 
+namespace {
+
+// Where the next `c` at or after `from` is in the `size` bytes at `data`, or `size`.
+std::size_t FindByte(const char* data, std::size_t size, std::size_t from, char c) {
+  if (from >= size) return size;
+  const void* hit = std::memchr(data + from, c, size - from);
+  return hit ? static_cast<std::size_t>(static_cast<const char*>(hit) - data) : size;
+}
+
+}  // namespace
+
 std::string NormalizeText(std::string_view text) {
   return ReportAs("Transformations.NormalizeText(text)", Args(text), [&] {
     EventLoop& loop = EventLoop::Current();
-    // Every carriage return and line feed goes (alone or as a pair), in one pass over the page.
+    // Every carriage return and line feed goes (alone or as a pair), in one pass over the page
+    // that copies the runs between them.
+    const char* const s = text.data();
+    const std::size_t size = text.size();
     std::string out;
-    out.resize(text.size());
+    out.resize(size);
+    char* const d = out.data();
     std::size_t w = 0;
-    for (const char c : text) {
-      out[w] = c;
-      w += (c != '\r' && c != '\n') ? 1 : 0;
+    std::size_t next_cr = FindByte(s, size, 0, '\r');
+    std::size_t next_lf = FindByte(s, size, 0, '\n');
+    for (std::size_t r = 0; r < size;) {
+      if (next_cr < r) next_cr = FindByte(s, size, r, '\r');
+      if (next_lf < r) next_lf = FindByte(s, size, r, '\n');
+      const std::size_t stop = std::min(next_cr, next_lf);
+      std::memcpy(d + w, s + r, stop - r);
+      w += stop - r;
+      r = stop + 1;
     }
     out.resize(w);
     loop.DoEvents();
     // Then curly double quotation marks become straight ones, also one that a line break split.
-    char* const d = out.data();
+    char* const q = out.data();
     const std::size_t n = out.size();
     w = 0;
     for (std::size_t r = 0; r < n;) {
-      if (d[r] == '\xE2' && r + 2 < n && d[r + 1] == '\x80' &&
-          (d[r + 2] == '\x9C' || d[r + 2] == '\x9D')) {
-        d[w++] = '"';
+      const std::size_t lead = FindByte(q, n, r, '\xE2');
+      if (w != r) std::memmove(q + w, q + r, lead - r);
+      w += lead - r;
+      r = lead;
+      if (r == n) break;
+      if (r + 2 < n && q[r + 1] == '\x80' && (q[r + 2] == '\x9C' || q[r + 2] == '\x9D')) {
+        q[w++] = '"';
         r += 3;
       } else {
-        d[w++] = d[r++];
+        q[w++] = q[r++];
       }
     }
     out.resize(w);

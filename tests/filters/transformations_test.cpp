@@ -21,6 +21,24 @@ TEST(Transformations, NormalizeTextRemovesBreaksAndStraightensQuotes) {
   EXPECT_EQ(NormalizeText("\xE2\r\n\x80\x9Cq\xE2\x80\n\x9D"), "\"q\"");
   // A quote cut off at the end of the text stays as it is.
   EXPECT_EQ(NormalizeText("q\xE2\x80"), "q\xE2\x80");
+  // Breaks and quotes at either end, next to each other, and a lead byte before a quote.
+  const std::pair<std::string, std::string> cases[] = {
+      {"\r\n", ""},
+      {"\n\n\r\r", ""},
+      {"\nab\r", "ab"},
+      {"\xE2\x80\x9C", "\""},
+      {"\xE2\x80\x9C\xE2\x80\x9D\r\n\xE2\x80\x9D", "\"\"\""},
+      {"\xE2\xE2\x80\x9Dz", "\xE2\"z"},
+      {"x\xE2", "x\xE2"},
+      {"\xE2\x80\r", "\xE2\x80"},
+      {"a\xE2\n\x80\r\x9D\nb\r\nc", "a\"bc"},
+      {std::string(5000, 'a') + "\r\n" + std::string(5000, 'b') + "\xE2\x80\x9C",
+       std::string(5000, 'a') + std::string(5000, 'b') + "\""},
+  };
+  for (const auto& [text, want] : cases) {
+    SCOPED_TRACE(text.substr(0, 20));
+    EXPECT_EQ(NormalizeText(text), want);
+  }
 }
 
 TEST(Transformations, NormalizeTextYieldsToTheHost) {
