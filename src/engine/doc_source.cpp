@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -100,61 +101,82 @@ db::RecordsetPtr DocSource::UriList() {
   });
 }
 
+bool DocSource::ForEachUri(const std::function<void(const Variant&)>& each) {
+  return ReportAs("DocSource.UriList", [&] {
+    if (source_type_ == SrcType::sql) {
+      return ReportAs("DocSource.GetURIListFromSQL", [&] {
+        return CDisconnRS(SqlSourceConnection()).ForEachRow(source_, [&](const db::Row& row) {
+          each(row.front());
+        });
+      });
+    }
+    WalkFilePath(kPathNotSpecified, [&](const std::string& uri) { each(Variant(uri)); });
+    return true;
+  });
+}
+
 db::RecordsetPtr DocSource::GetURIListFromFilePath(const std::string& prmPathOverride) {
-  return ReportAs("DocSource.GetURIListFromFilePath(prmPathOverride)", Args(prmPathOverride), [&] {
+  auto list = NewUriList();
+  WalkFilePath(prmPathOverride, [&](const std::string& uri) { AddUri(*list, uri); });
+  return list;
+}
+
+void DocSource::WalkFilePath(const std::string& prmPathOverride,
+                             const std::function<void(const std::string&)>& each) {
+  ReportAs("DocSource.GetURIListFromFilePath(prmPathOverride)", Args(prmPathOverride), [&] {
     const std::string path = prmPathOverride == kPathNotSpecified ? source_ : prmPathOverride;
-    auto list = NewUriList();
     std::error_code ec;
     const fs::file_status st = path.empty() ? fs::file_status() : fs::status(path, ec);
     if (fs::is_directory(st)) {
       std::vector<fs::path> files, subfolders;
       // A folder that may not be listed is taken as empty.
       ListFolder(path, files, subfolders);
-      for (const auto& file : files) AddUri(*list, FullPath(file));
+      for (const auto& file : files) each(FullPath(file));
+      files.clear();
+      files.shrink_to_fit();
       if (include_sub_folders_) {
         for (const auto& folder : subfolders) {
           // A subfolder that may not be listed is recorded as a document that says so.
           if (::faccessat(AT_FDCWD, folder.c_str(), R_OK | X_OK, AT_EACCESS) != 0) {
-            AddUri(*list, FullPath(folder));
+            each(FullPath(folder));
             continue;
           }
-          // The subfolder's own list, joined to this one.
-          auto sub = GetURIListFromFilePath(folder.string());
-          if (sub->RecordCount() > 0) sub->MoveFirst();
-          for (; !sub->IsEOF(); sub->MoveNext())
-            AddUri(*list, sub->GetFields()[0L].Value().ToText());
+          // The subfolder's own list, after this folder's files.
+          WalkFilePath(folder.string(), each);
         }
       }
     } else if (fs::exists(st) || fs::is_symlink(fs::symlink_status(path, ec))) {
       // A file, also one that cannot be read: its document says why.
-      AddUri(*list, FullPath(path));
+      each(FullPath(path));
     } else {
       // Neither a folder nor a file: an address, fetched as it stands.
-      AddUri(*list, path);
+      each(path);
     }
-    return list;
   });
 }
 
+std::string DocSource::SqlSourceConnection() {
+  if (conn_str_.empty()) {
+    throw Error(engineerr::kNoConnectionString, "DocSource.GetURIListFromSQL",
+                "Connection String empty.  Please enter a valid connection string.");
+  }
+  auto cn = db::Connection::Create();
+  cn->SetConnectionString(conn_str_);
+  if (!db_name_.empty()) cn->SetProperty("Initial Catalog", db_name_);
+  cn->Open();
+  const std::string cn_str = cn->ConnectionString();
+  cn->Close();
+  if (source_.empty()) {
+    throw Error(engineerr::kNoStatement, "DocSource.GetURIListFromSQL",
+                "No SQL statement was specified.  Please specify as valid SQL Select "
+                "Statement.");
+  }
+  return cn_str;
+}
+
 db::RecordsetPtr DocSource::GetURIListFromSQL() {
-  return ReportAs("DocSource.GetURIListFromSQL", [&] {
-    if (conn_str_.empty()) {
-      throw Error(engineerr::kNoConnectionString, "DocSource.GetURIListFromSQL",
-                  "Connection String empty.  Please enter a valid connection string.");
-    }
-    auto cn = db::Connection::Create();
-    cn->SetConnectionString(conn_str_);
-    if (!db_name_.empty()) cn->SetProperty("Initial Catalog", db_name_);
-    cn->Open();
-    const std::string cn_str = cn->ConnectionString();
-    cn->Close();
-    if (source_.empty()) {
-      throw Error(engineerr::kNoStatement, "DocSource.GetURIListFromSQL",
-                  "No SQL statement was specified.  Please specify as valid SQL Select "
-                  "Statement.");
-    }
-    return CDisconnRS(cn_str).RunQuery(source_, true);
-  });
+  return ReportAs("DocSource.GetURIListFromSQL",
+                  [&] { return CDisconnRS(SqlSourceConnection()).RunQuery(source_, true); });
 }
 
 void DocSource::BuildDocTableFromURIList() {
@@ -165,22 +187,22 @@ void DocSource::BuildDocTableFromURIList() {
     const DateTime job_start = job->StartTime();
     const std::string job_id = job->JobId();
     const std::string task_id = task->TaskId();
-    auto list = UriList();
-    if (list->RecordCount() > 0) list->MoveFirst();
-    // The source's documents are queued in one transaction, whatever their number.
+    // The source's documents are queued in one transaction, whatever their number, as its
+    // addresses are read: none of them is kept.
     const std::string cn_str = modConnectionString::GetCnStr();
     std::optional<RulesTransaction> transaction;
     if (!RulesTransaction::ActiveConnection(cn_str)) transaction.emplace(cn_str);
     D_Doc docs;
-    for (; !list->IsEOF(); list->MoveNext()) {
+    const bool listed = ForEachUri([&](const Variant& uri) {
       DoEvents();
-      const std::string doc_id = CGUIDGen::NewGUID();
-      const Variant& uri = list->GetFields()[0L].Value();
-      if (uri.IsNull() || uri.IsEmpty()) continue;
+      if (uri.IsNull() || uri.IsEmpty()) return;
       const std::string text = uri.ToText();
-      if (text.empty()) continue;
-      docs.SaveDocument(doc_id, task_id, job_id, job_start, text, "", "Queued");
-    }
+      if (text.empty()) return;
+      docs.SaveDocument(CGUIDGen::NewGUID(), task_id, job_id, job_start, text, "", "Queued");
+    });
+    // A statement that yields no rows gives a closed list, which cannot be read: nothing is
+    // queued.
+    if (!listed) db::Recordset::Create()->RecordCount();
     if (transaction) transaction->Commit();
   });
 }

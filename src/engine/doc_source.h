@@ -6,6 +6,7 @@
 // (`Source` holds a step number, a statement or a command line).
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -45,6 +46,12 @@ class DocSource : public Object {
   // first column. A `path` source gives `GetURIListFromFilePath(kPathNotSpecified)`, an `sql`
   // source `GetURIListFromSQL()`.
   db::RecordsetPtr UriList();
+  // The same addresses handed to `each` one at a time, in the same order (the first column's
+  // value of each row, null and empty ones included), with the same failures: a query's rows as
+  // the store reads them, a folder's files folder by folder, none of them kept. False when the
+  // statement of an `sql` source yields no rows (it has run then; `UriList` gives a closed
+  // recordset for it).
+  bool ForEachUri(const std::function<void(const Variant&)>& each);
 
   // Not stored: after `Load` it is always false.
   bool IncludeSubFolders() const { return include_sub_folders_; }
@@ -85,9 +92,15 @@ class DocSource : public Object {
   // name), files that cannot be read for want of permission left out, and with `IncludeSubFolders`
   // its subfolders after its files, each walked the same way. Other failures of the walk unwind.
   db::RecordsetPtr GetURIListFromFilePath(const std::string& prmPathOverride);
+  // That list's addresses handed to `each` as the walk finds them.
+  void WalkFilePath(const std::string& prmPathOverride,
+                    const std::function<void(const std::string&)>& each);
   // The rows of the query `Source` on `ConnStr` (with `DBName` as the default database when set).
   // Fails with 0xA5915D8F without a connection string and 0xA5915D98 without a statement.
   db::RecordsetPtr GetURIListFromSQL();
+  // The connection string the query of an `sql` source runs on, with `DBName` as its default
+  // database; the checks and failures of `GetURIListFromSQL`.
+  std::string SqlSourceConnection();
   // Queues this source's documents for the running task: one "Queued" row of
   // `task_instance_docs` per address that is neither null nor empty, with a new document id, in
   // list order, yielding to the host before each. An address listed twice is queued twice.

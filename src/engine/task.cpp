@@ -631,7 +631,8 @@ void Task::Validate() {
       RaiseStatus("Validating files or file sources for the task " + task_name_ + "...", ignored);
       DoEvents();
       try {
-        source->UriList();
+        // Every address is read (a query can fail on a later row) but none is kept.
+        source->ForEachUri([](const Variant&) {});
       } catch (const Error& e) {
         if (source->SourceType() == SrcType::path) throw;
         throw Error(

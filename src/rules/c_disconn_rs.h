@@ -1,6 +1,7 @@
 // CDisconnRS: the one way the data-access classes run a statement on the rules database.
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,6 +32,14 @@ class CDisconnRS {
   // Failures of the store unwind with the store's number.
   db::RecordsetPtr RunQuery(std::string_view SQLStatement, bool ReadOnly = false,
                             const std::vector<Variant>& params = {}) const;
+  // Runs `SQLStatement` as `RunQuery(SQLStatement, true, params)` does, but hands its rows to
+  // `each` one at a time as the store reads them instead of keeping them, so the memory is the
+  // same whatever their number. Returns false for a statement that yields no rows (it has run).
+  // A failure of `each` stops the reading and unwinds as it stands; a failure of the store
+  // unwinds with the store's number. Inside a rules transaction or session (whose connection the
+  // caller may write through meanwhile) the rows are read whole first.
+  bool ForEachRow(std::string_view SQLStatement, const std::function<void(const db::Row&)>& each,
+                  const std::vector<Variant>& params = {}) const;
 
  private:
   std::string rules_db_conn_str_;

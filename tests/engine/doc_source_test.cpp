@@ -35,8 +35,32 @@ class DocSourceTest : public RunTest {
     return uris;
   }
   std::string Doc(const std::string& name) { return (docs_ / name).string(); }
+  // A table "pages" of 3000 addresses in the target store, and a query of them, by n, that fails
+  // at row `row` (`overflow_`) after handing on the rows before it.
+  std::string QueryFailingAtRow(int row) {
+    auto cn = db::Connection::Create();
+    cn->Open(target_cn_);
+    cn->ExecuteScript(
+        "CREATE TABLE pages (uri TEXT, n INTEGER PRIMARY KEY);"
+        "WITH RECURSIVE k(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM k WHERE n < 3000) "
+        "INSERT INTO pages SELECT 'http://a.test/' || n, n FROM k");
+    overflow_ = CaughtError([&] { cn->Execute("SELECT abs(-9223372036854775807 - 1)"); });
+    return "SELECT CASE WHEN n < " + std::to_string(row) +
+           " THEN uri ELSE abs(n - n - 9223372036854775807 - 1) END FROM pages ORDER BY n";
+  }
+  // The package saved, and the job and task made a running instance.
+  void StartInstance() {
+    job_->SaveAll();
+    job_->SetIsInstance(true);
+    job_->SetStartTime(DateTime::Now());
+    job_->Save();
+    task_->SetIsInstance(true);
+    task_->SetStartTime(job_->StartTime());
+    task_->Save();
+  }
 
   JobPtr job_ = NewJob("Sources");
+  Error overflow_{0, "", ""};
   TaskPtr task_ = AddTask(job_, "Read", 1, TaskTypes::DownloadOnly);
 };
 
@@ -130,13 +154,7 @@ TEST_F(DocSourceTest, QueuingWritesOneQueuedRowPerAddress) {
       "INSERT INTO pages VALUES ('http://a.test/1'), (NULL), ('http://a.test/1');");
   PathSource(docs_.Path().string());
   AddSource(task_, "SELECT uri FROM pages", SrcType::sql, target_cn_);
-  job_->SaveAll();
-  job_->SetIsInstance(true);
-  job_->SetStartTime(DateTime::Now());
-  job_->Save();
-  task_->SetIsInstance(true);
-  task_->SetStartTime(job_->StartTime());
-  task_->Save();
+  StartInstance();
 
   task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(), job_->StartTime());
   // Nulls are passed over; an address listed twice is queued twice.
@@ -147,6 +165,122 @@ TEST_F(DocSourceTest, QueuingWritesOneQueuedRowPerAddress) {
                                       "http://a.test/1||Queued|0"}));
   EXPECT_EQ(RulesRows("SELECT COUNT(DISTINCT doc_id) FROM task_instance_docs"),
             (std::vector<std::string>{"3"}));
+}
+
+// Queuing reads a source's addresses as it writes their rows: thousands of them, from a query
+// whose order is not the table's, each become one row, in the query's order.
+TEST_F(DocSourceTest, AQueryOfThousandsOfAddressesQueuesEachOnceInItsOrder) {
+  constexpr int kAddresses = 4000;
+  auto cn = db::Connection::Create();
+  cn->Open(target_cn_);
+  cn->ExecuteScript(
+      "CREATE TABLE pages (uri TEXT, n INT);"
+      "WITH RECURSIVE k(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM k WHERE n < 4000) "
+      "INSERT INTO pages SELECT CASE WHEN n % 500 = 0 THEN NULL ELSE 'http://a.test/' || n END, "
+      "n FROM k ORDER BY (n * 7919) % 4001");
+  cn->Close();
+  AddSource(task_, "SELECT uri FROM pages ORDER BY n DESC", SrcType::sql, target_cn_);
+  StartInstance();
+
+  task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(), job_->StartTime());
+  std::vector<std::string> expected;
+  for (int n = kAddresses; n >= 1; --n) {
+    if (n % 500 != 0) expected.push_back("http://a.test/" + std::to_string(n) + "|Queued");
+  }
+  EXPECT_EQ(RulesRows("SELECT uri, copy_completion_code FROM task_instance_docs WHERE task_id = ? "
+                      "ORDER BY rowid",
+                      {Variant(task_->TaskId())}),
+            expected);
+  EXPECT_EQ(RulesRows("SELECT COUNT(DISTINCT doc_id) FROM task_instance_docs"),
+            (std::vector<std::string>{std::to_string(expected.size())}));
+}
+
+// A source whose query fails part of the way, or runs but yields no rows, queues nothing.
+TEST_F(DocSourceTest, ASourceThatCannotBeReadToTheEndQueuesNothing) {
+  auto source = AddSource(task_, QueryFailingAtRow(2500), SrcType::sql, target_cn_);
+  StartInstance();
+  const auto queued = [&] {
+    return RulesRows("SELECT COUNT(*) FROM task_instance_docs WHERE task_id = ?",
+                     {Variant(task_->TaskId())});
+  };
+  EXPECT_EQ(CaughtError([&] {
+              task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(),
+                                                   job_->StartTime());
+            }).Number(),
+            overflow_.Number());
+  EXPECT_EQ(queued(), (std::vector<std::string>{"0"}));
+
+  // A statement without rows runs, and its list cannot be read.
+  source->SetSource("UPDATE pages SET n = n + 10000");
+  EXPECT_EQ(CaughtError([&] {
+              task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(),
+                                                   job_->StartTime());
+            }).Number(),
+            db::dberr::kObjectClosed);
+  EXPECT_EQ(queued(), (std::vector<std::string>{"0"}));
+  auto cn = db::Connection::Create();
+  cn->Open(target_cn_);
+  EXPECT_EQ((*cn->Execute("SELECT MIN(n) FROM pages"))[0L].Value().ToLong(), 10001);
+  EXPECT_FALSE(source->UriList()->State() == db::ObjectState::Open);
+}
+
+// A query that fails only at a later row is as bad a source as one that does not run: validation
+// reads it to the end and says so in the same words, with the store's message.
+TEST_F(DocSourceTest, ValidationReadsASourcesQueryToItsEnd) {
+  auto source = AddSource(task_, QueryFailingAtRow(2900), SrcType::sql, target_cn_);
+  job_->SaveAll();
+  const Error e = CaughtError([&] { task_->Validate(); });
+  EXPECT_EQ(e.Number(), engineerr::kSqlSourceUnreachable);
+  EXPECT_EQ(e.Description(),
+            "There was an issue connecting to the database or file that you specified as the "
+            "source of a file or url list for the task Read.  Ensure that the database and table "
+            "or file exists and that the user name and password (if necessary) are correct.  A "
+            "database that requires a password needs it in the connection string, which is "
+            "stored enciphered.  The connection string that you are using is (passwords "
+            "hidden): " +
+                db::MaskPasswords(target_cn_) +
+                " Additional Error Info: " + overflow_.Description());
+  source->SetSource("SELECT uri FROM pages ORDER BY n");
+  EXPECT_NO_THROW(task_->Validate());
+}
+
+// Reading a source one address at a time gives what its list holds, in the same order.
+TEST_F(DocSourceTest, AddressesHandedOnOneByOneAreTheListsAddresses) {
+  WriteFile(docs_ / "b.htm", "b");
+  WriteFile(docs_ / "a.htm", "a");
+  WriteFile(docs_ / "sub" / "c.htm", "c");
+  WriteFile(docs_ / "sub" / "deeper" / "d.htm", "d");
+  auto cn = db::Connection::Create();
+  cn->Open(target_cn_);
+  cn->ExecuteScript(
+      "CREATE TABLE pages (uri TEXT, n INT);"
+      "INSERT INTO pages VALUES ('http://a.test/2', 2), (NULL, 3), ('', 4), ('http://a.test/1', "
+      "1);");
+  cn->Close();
+  const auto each = [](DocSource& source) {
+    std::vector<std::string> uris;
+    source.ForEachUri([&](const Variant& v) { uris.push_back(v.IsNull() ? "NULL" : v.ToText()); });
+    return uris;
+  };
+  const struct {
+    const char* name;
+    DocSourcePtr source;
+  } cases[] = {
+      {"folder", PathSource(docs_.Path().string())},
+      {"folder and subfolders", PathSource(docs_.Path().string(), true)},
+      {"file", PathSource(Doc("a.htm"))},
+      {"address", PathSource("http://a.test/page")},
+      {"query", AddSource(task_, "SELECT uri FROM pages ORDER BY n", SrcType::sql, target_cn_)},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::vector<std::string> listed = Uris(c.source->UriList());
+    EXPECT_FALSE(listed.empty());
+    EXPECT_EQ(each(*c.source), listed);
+  }
+  EXPECT_EQ(each(*cases[1].source),
+            (std::vector<std::string>{Doc("a.htm"), Doc("b.htm"), Doc("sub/c.htm"),
+                                      Doc("sub/deeper/d.htm")}));
 }
 
 }  // namespace

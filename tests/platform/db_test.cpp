@@ -2,6 +2,7 @@
 
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
+#include "platform/rows_one_by_one.h"
 #include "support/test_support.h"
 
 namespace gw::db {
@@ -215,6 +216,40 @@ TEST_F(SqliteTest, TransactionsRollBackOnClose) {
   cn->Execute("INSERT INTO log VALUES ('pending')");
   cn->Close();
   EXPECT_EQ((*Open()->Execute("SELECT COUNT(*) FROM log"))[0L].Value().ToLong(), 0);
+}
+
+TEST_F(SqliteTest, RowsHandedOnOneByOneComeInOrderAndFreeTheFileWhereverTheReadingStops) {
+  auto cn = Open();
+  cn->ExecuteScript(
+      "CREATE TABLE numbers (n INTEGER PRIMARY KEY);"
+      "WITH RECURSIVE k(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM k WHERE n < 3000) "
+      "INSERT INTO numbers SELECT n FROM k ORDER BY (n * 7919) % 3001");
+  // However the reading ends, the statement lets go of the file: another connection can write.
+  int written = 0;
+  const auto writable = [&](const char* line) {
+    auto other = Open();
+    other->BeginTrans();
+    other->ExecuteNonQuery("INSERT INTO log VALUES (?)", std::vector<Variant>{Variant(line)});
+    other->CommitTrans();
+    ++written;
+  };
+  // A failure of the store after some rows unwinds with the store's number, after those rows.
+  const ErrorNumber overflow =
+      FailureNumber([&] { cn->Execute("SELECT abs(-9223372036854775807 - 1)"); });
+  int calls = 0;
+  EXPECT_EQ(FailureNumber([&] {
+              cn->ExecuteEach(
+                  "SELECT CASE WHEN n < 2000 THEN n ELSE abs(n - n - 9223372036854775807 - 1) END "
+                  "FROM numbers ORDER BY n",
+                  {}, [&](Row&) { return ++calls > 0; });
+            }),
+            overflow);
+  EXPECT_EQ(calls, 1999);
+  writable("failed");
+
+  test::CheckRowsHandedOnOneByOne(*cn, "SELECT n, 'p' || n FROM numbers ORDER BY n", writable);
+  EXPECT_EQ((*Open()->Execute("SELECT COUNT(*) FROM log"))[0L].Value().ToLong(), written);
+  EXPECT_EQ(written, 3);
 }
 
 TEST(FabricatedRecordset, FindBookmarkAndChildRecordsets) {

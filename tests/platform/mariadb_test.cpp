@@ -4,6 +4,7 @@
 
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
+#include "platform/rows_one_by_one.h"
 #include "support/mariadb_server.h"
 
 namespace gw::db {
@@ -98,6 +99,24 @@ TEST(MariaDbDriver, RefusedConnectionIsANumberedFailure) {
   EXPECT_EQ(
       FailureNumber([&] { cn->Open("Provider=MySQLProv;Server=127.0.0.1;Port=1;User ID=x"); }),
       dberr::kProvider);
+}
+
+TEST_F(MariaDbTest, RowsReadFromTheServerOneByOneLeaveTheConnectionReadyWhereverTheyStop) {
+  auto cn = Open();
+  cn->ExecuteScript(
+      "CREATE TABLE numbers (n INT PRIMARY KEY);"
+      "SET SESSION max_recursive_iterations = 5000;"
+      "INSERT INTO numbers WITH RECURSIVE k(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM k "
+      "WHERE n < 3000) SELECT n FROM k");
+  // Rows left unread are dropped, so the connection's next statement runs.
+  test::CheckRowsHandedOnOneByOne(
+      *cn, "SELECT n, CONCAT('p', n) FROM numbers ORDER BY n", [&](const char* what) {
+        SCOPED_TRACE(what);
+        EXPECT_EQ((*cn->Execute("SELECT COUNT(*) FROM numbers"))[0L].Value().ToLong(), 3000);
+      });
+  EXPECT_EQ(FailureNumber(
+                [&] { cn->ExecuteEach("SELECT * FROM nowhere", {}, [](Row&) { return true; }); }),
+            FailureNumber([&] { cn->Execute("SELECT * FROM nowhere"); }));
 }
 
 }  // namespace

@@ -30,6 +30,15 @@ void EnsureBuiltins() {
 
 }  // namespace
 
+bool Driver::ExecuteEach(std::string_view sql, std::span<const Variant> params,
+                         const RowVisitor& each) {
+  ResultSet result = Execute(sql, params);
+  for (Row& row : result.rows) {
+    if (!each(row)) break;
+  }
+  return result.has_columns;
+}
+
 std::string Driver::IdentifierProblem(IdentifierKind, std::string_view name) const {
   if (name.empty()) return "it is empty";
   if (!text::IsValidUtf8(name)) return "it is not valid UTF-8 text";
@@ -197,6 +206,11 @@ std::shared_ptr<Recordset> Connection::Execute(std::string_view sql,
   if (records_affected) *records_affected = static_cast<long>(result.rows_affected);
   if (!result.has_columns) return Recordset::Create();
   return Recordset::FromResult(std::move(result));
+}
+
+bool Connection::ExecuteEach(std::string_view sql, std::span<const Variant> params,
+                             const Driver::RowVisitor& each) {
+  return Recording([&] { return GetDriver().ExecuteEach(sql, params, each); });
 }
 
 long long Connection::ExecuteNonQuery(std::string_view sql, std::span<const Variant> params) {

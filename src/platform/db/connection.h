@@ -65,6 +65,10 @@ class Connection : public Object {
   std::shared_ptr<Recordset> Execute(std::string_view sql, long* records_affected = nullptr);
   std::shared_ptr<Recordset> Execute(std::string_view sql, std::span<const Variant> params,
                                      long* records_affected = nullptr);
+  // Runs a statement and hands its rows to `each` as the store reads them (`Driver::ExecuteEach`):
+  // false when it yields no rows. A failure of `each` is recorded in `Errors` like the store's.
+  bool ExecuteEach(std::string_view sql, std::span<const Variant> params,
+                   const Driver::RowVisitor& each);
   // Runs a statement that yields no rows; returns the changed row count.
   long long ExecuteNonQuery(std::string_view sql, std::span<const Variant> params = {});
   // Runs a script of several statements.

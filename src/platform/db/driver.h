@@ -30,6 +30,14 @@ class Driver {
   // Runs one statement with "?" parameters. Reads at most `max_rows` rows (0: all).
   virtual ResultSet Execute(std::string_view sql, std::span<const Variant> params,
                             long max_rows = 0) = 0;
+  // Runs one statement with "?" parameters and hands its rows to `each` one at a time, in the
+  // order the store gives them; `each` returning false stops the reading. Returns false when the
+  // statement yields no rows (it has run then). A store that reads row by row keeps none of them,
+  // so the memory is the same whatever their number; the base reads them all with `Execute`
+  // first. A failure of `each` unwinds as it stands and leaves the connection usable.
+  using RowVisitor = std::function<bool(Row&)>;
+  virtual bool ExecuteEach(std::string_view sql, std::span<const Variant> params,
+                           const RowVisitor& each);
   // Runs a script of statements separated by ";" with no parameters.
   virtual void ExecuteScript(std::string_view sql) = 0;
   // The value the store generated for the last inserted row's auto-increment column.

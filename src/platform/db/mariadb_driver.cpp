@@ -14,6 +14,7 @@
 #include <mysql.h>
 
 #include <list>
+#include <memory>
 #include <unordered_map>
 
 #include "platform/db/driver.h"
@@ -216,6 +217,38 @@ class MariaDbDriver final : public Driver {
     LimitSelectedRows(sql, max_rows);
     if (params.empty()) return ExecuteText(sql, max_rows);
     return ExecutePrepared(sql, params, max_rows);
+  }
+
+  // A statement without parameters is read row by row from the server (`mysql_use_result`);
+  // with parameters the rows are read whole first, as `Execute` does. Rows left unread when the
+  // reading stops are fetched and dropped, so the connection can run its next statement.
+  bool ExecuteEach(std::string_view sql, std::span<const Variant> params,
+                   const RowVisitor& each) override {
+    if (!params.empty()) return Driver::ExecuteEach(sql, params, each);
+    LimitSelectedRows(sql, 0);
+    if (mysql_real_query(db_, sql.data(), static_cast<unsigned long>(sql.size())) != 0) Fail();
+    const std::unique_ptr<MYSQL_RES, void (*)(MYSQL_RES*)> res(mysql_use_result(db_),
+                                                               mysql_free_result);
+    if (!res) {
+      if (mysql_field_count(db_) != 0) Fail();
+      last_insert_id_ = mysql_insert_id(db_);
+      return false;
+    }
+    const unsigned int n = mysql_num_fields(res.get());
+    MYSQL_FIELD* fields = mysql_fetch_fields(res.get());
+    std::vector<DataType> types;
+    for (unsigned int k = 0; k < n; ++k) types.push_back(Describe(fields[k]).type);
+    Row r;
+    while (MYSQL_ROW row = mysql_fetch_row(res.get())) {
+      const unsigned long* lengths = mysql_fetch_lengths(res.get());
+      r.clear();
+      r.reserve(n);
+      for (unsigned int k = 0; k < n; ++k)
+        r.push_back(row[k] ? Convert(row[k], lengths[k], types[k]) : Variant(kNull));
+      if (!each(r)) return true;
+    }
+    if (mysql_errno(db_) != 0) Fail();
+    return true;
   }
 
   void ExecuteScript(std::string_view sql) override {

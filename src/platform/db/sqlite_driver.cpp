@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <list>
 #include <map>
+#include <memory>
 #include <unordered_map>
 
 #include "platform/db/driver.h"
@@ -244,14 +245,7 @@ class SqliteDriver final : public Driver {
   ResultSet Execute(std::string_view sql, std::span<const Variant> params, long max_rows) override {
     Prepared& p = Prepare(sql);
     sqlite3_stmt* st = p.stmt;
-    const int expected = sqlite3_bind_parameter_count(st);
-    if (expected != static_cast<int>(params.size())) {
-      throw Error(dberr::kBadArgument, "SQLite",
-                  "The statement takes " + std::to_string(expected) + " parameters but " +
-                      std::to_string(params.size()) + " were given.");
-    }
-    for (std::size_t k = 0; k < params.size(); ++k)
-      Bind(db_, st, static_cast<int>(k + 1), params[k]);
+    BindAll(st, params);
 
     ResultSet result;
     const int ncol = sqlite3_column_count(st);
@@ -295,6 +289,28 @@ class SqliteDriver final : public Driver {
       }
     }
     return result;
+  }
+
+  // Steps a statement of its own (not the cached one, which the caller's `each` may run again),
+  // so the rows are read from the file as they are handed on.
+  bool ExecuteEach(std::string_view sql, std::span<const Variant> params,
+                   const RowVisitor& each) override {
+    Prepared p = Compile(std::string(sql));
+    const std::unique_ptr<sqlite3_stmt, int (*)(sqlite3_stmt*)> owner(p.stmt, sqlite3_finalize);
+    sqlite3_stmt* st = p.stmt;
+    BindAll(st, params);
+    const int ncol = sqlite3_column_count(st);
+    Row row;
+    int rc;
+    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+      row.clear();
+      row.reserve(static_cast<std::size_t>(ncol));
+      for (int c = 0; c < ncol; ++c)
+        row.push_back(ReadValue(st, c, p.types[static_cast<std::size_t>(c)]));
+      if (!each(row)) return true;
+    }
+    if (rc != SQLITE_DONE) ThrowSqlite(db_, rc);
+    return ncol > 0;
   }
 
   void ExecuteScript(std::string_view sql) override {
@@ -424,12 +440,19 @@ class SqliteDriver final : public Driver {
     std::list<std::string>::iterator lru;
   };
 
-  Prepared& Prepare(std::string_view sql) {
-    const std::string key(sql);
-    if (auto it = cache_.find(key); it != cache_.end()) {
-      lru_.splice(lru_.begin(), lru_, it->second.lru);
-      return it->second;
+  void BindAll(sqlite3_stmt* st, std::span<const Variant> params) {
+    const int expected = sqlite3_bind_parameter_count(st);
+    if (expected != static_cast<int>(params.size())) {
+      throw Error(dberr::kBadArgument, "SQLite",
+                  "The statement takes " + std::to_string(expected) + " parameters but " +
+                      std::to_string(params.size()) + " were given.");
     }
+    for (std::size_t k = 0; k < params.size(); ++k)
+      Bind(db_, st, static_cast<int>(k + 1), params[k]);
+  }
+
+  // A statement of its own, not kept in the cache; its columns described.
+  Prepared Compile(const std::string& key) {
     sqlite3_stmt* st = nullptr;
     const char* tail = nullptr;
     const int rc = sqlite3_prepare_v2(db_, key.data(), static_cast<int>(key.size()), &st, &tail);
@@ -471,6 +494,16 @@ class SqliteDriver final : public Driver {
       p.types.push_back(info.type);
       p.columns.push_back(std::move(info));
     }
+    return p;
+  }
+
+  Prepared& Prepare(std::string_view sql) {
+    const std::string key(sql);
+    if (auto it = cache_.find(key); it != cache_.end()) {
+      lru_.splice(lru_.begin(), lru_, it->second.lru);
+      return it->second;
+    }
+    Prepared p = Compile(key);
     lru_.push_front(key);
     p.lru = lru_.begin();
     if (cache_.size() >= kStatementCacheSize) {
