@@ -166,6 +166,32 @@ void RecoverSavedRows(const SaveJournal& journal, const std::string& job_id,
   transaction.Commit();
 }
 
+// The addresses of an e-mail file that an earlier process of the same run wrote (one
+// "address, page" line each, as `UriList::WriteToFile` writes them), added to `emails` in the
+// file's order. No file is no addresses; a line that does not read as an address is passed over.
+void ReadEmailFile(const std::string& path, UriList& emails) {
+  std::error_code ec;
+  if (!std::filesystem::is_regular_file(path, ec)) return;
+  const DocumentFile file = DecodeDocumentBytes(ReadFileBytes(path, "Crawler.Crawl"));
+  std::string_view rest = file.text;
+  while (!rest.empty()) {
+    const std::size_t end = rest.find('\n');
+    std::string_view line = rest.substr(0, end);
+    rest = end == std::string_view::npos ? std::string_view{} : rest.substr(end + 1);
+    if (line.ends_with('\r')) line.remove_suffix(1);
+    const std::size_t comma = line.find(", ");
+    const std::string_view address = line.substr(0, comma);
+    const std::string_view page =
+        comma == std::string_view::npos ? std::string_view{} : line.substr(comma + 2);
+    if (address.empty()) continue;
+    try {
+      emails.Add(web::Uri("mailto:" + std::string(address)), std::string(page));
+    } catch (const Error&) {
+      // Not an address this list could have written: left out.
+    }
+  }
+}
+
 }  // namespace
 
 const PropertyTable* Crawler::GetPropertyTable() const {
@@ -215,6 +241,13 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
     const CrawlRunState state = queue.GetRunState(job_id, task_id, job_start);
     depth_ = state.depth;
     const long read_before = state.processed;
+    // The e-mail file of a run that has read pages already holds what they gave: it is the
+    // start of the list, so the file written next still has them.
+    long emails_written = 0;
+    if (!email_output_path_.empty() && (read_before > 0 || depth_ > 0)) {
+      ReadEmailFile(email_output_path_, emails);
+      emails_written = emails.Count();
+    }
     queue.ForEachRunAddress(job_id, task_id, job_start, [&](const std::string& address) {
       try {
         links.Insert(web::Uri(address).HashCode());
@@ -318,6 +351,12 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
         }
         if (cancel_) more = false;
         docs.reset();
+        // The addresses are in the file before their pages are marked read: a process killed
+        // in between reads those pages again rather than losing what they gave.
+        if (!email_output_path_.empty() && emails.Count() != emails_written) {
+          emails.WriteToFile(email_output_path_, true, true);
+          emails_written = emails.Count();
+        }
         queue.SaveRound(job_id, task_id, job_start, read_ids, found);
       }
       if (!email_output_path_.empty()) emails.WriteToFile(email_output_path_, true, true);

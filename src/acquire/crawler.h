@@ -22,7 +22,9 @@
 // tried again in the next round, until its tenth try.
 //
 // Starting again: `Crawl` on a run that has rows goes on from them: the depth is the deepest
-// level stored, the pages read count toward `MaxDocCount`, and every address of the run is known.
+// level stored, the pages read count toward `MaxDocCount`, and every address of the run is known;
+// with `EmailOutputPath`, the addresses its file holds already start the list, and the file is
+// written before each slice of pages is marked read, so no address found is lost from it.
 //
 // Events: the download manager's progress as it is, its statuses with "  Crawl Depth:  <n>"
 // added; an answer of flgCancel to any status stops the crawl at the next page or status (the

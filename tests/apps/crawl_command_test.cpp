@@ -57,8 +57,8 @@ bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit) {
 }
 
 // `kPages` pages /p0.htm ... each linking to itself, its successor (so that all are reachable
-// from /p0.htm), two others, one of them by another spelling, and an e-mail address; each answer
-// takes a little while, so a crawl is still under way when the test kills it.
+// from /p0.htm), two others, one of them by another spelling, and an e-mail address of its own;
+// each answer takes a little while, so a crawl is still under way when the test kills it.
 class Site {
  public:
   static constexpr int kPages = 240;
@@ -81,9 +81,11 @@ class Site {
       return "<a href=\"/p" + std::to_string(to % kPages) + ".htm" + suffix + "\">page</a>\n";
     };
     return "<html><body><h1>Page " + std::to_string(n) + "</h1>\n" + link(n) + link(n + 1) +
-           link(n * 7 + 3) + link(n * 13 + 5, "#part") + "<a href=\"mailto:desk" +
-           std::to_string(n % 3) + "@example.test\">mail</a>\n</body></html>\n";
+           link(n * 7 + 3) + link(n * 13 + 5, "#part") + "<a href=\"mailto:" + Email(n) +
+           "\">mail</a>\n</body></html>\n";
   }
+  // Each page gives an e-mail address of its own.
+  static std::string Email(int n) { return "desk" + std::to_string(n) + "@example.test"; }
   std::string Url(const std::string& path) const { return server_.Url(path); }
   std::map<int, int> Hits() {
     std::lock_guard lock(mutex_);
@@ -179,6 +181,18 @@ TEST_F(CrawlCommandTest, AKilledCrawlResumesAndSavesEveryPageOnce) {
   }
   EXPECT_LE(again, 10);
   EXPECT_EQ(static_cast<int>(site_.Hits().size()), Site::kPages);
+
+  // The e-mail file holds the address of every page once, also of those whose links the killed
+  // process read.
+  const std::string raw = ReadFile(out_ / "emails.txt");
+  std::string list;
+  for (std::size_t i = 2; i < raw.size(); i += 2) list += raw[i];
+  std::map<std::string, int> listed;
+  for (const std::string& line : text::Split(list, "\r\n")) {
+    if (!line.empty()) ++listed[line.substr(0, line.find(", "))];
+  }
+  EXPECT_EQ(static_cast<int>(listed.size()), Site::kPages);
+  for (int n = 0; n < Site::kPages; ++n) EXPECT_EQ(listed[Site::Email(n)], 1) << "page " << n;
 
   // The history shows the one run, completed.
   const Result history = RunCli(out_.Path(), {"history", "Site"});
