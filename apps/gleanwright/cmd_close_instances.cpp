@@ -11,15 +11,10 @@
 namespace gw::app {
 namespace {
 
-const CommandRegistration kCloseInstances(52, [](CLI::App& app, const GlobalOptions&,
-                                                 const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "close-instances",
-      "Mark the runs of a package (or of every package) as completed now, for runs whose process "
-      "ended without finishing them; use it only when nothing runs");
+CommandAction SetUpCloseInstances(CLI::App& cmd) {
   auto package = std::make_shared<std::string>();
-  cmd->add_option("package", *package, "The package's id or name (default: every package)");
-  cmd->callback([=] {
+  cmd.add_option("package", *package, "The package's id or name (default: every package)");
+  return [=] {
     DJob jobs;
     if (package->empty()) {
       jobs.CloseInstances();
@@ -29,9 +24,14 @@ const CommandRegistration kCloseInstances(52, [](CLI::App& app, const GlobalOpti
       jobs.CloseInstances(id);
       std::cout << "Closed the runs of " << *package << ".\n";
     }
-    set_exit(0);
-  });
-});
+    return 0;
+  };
+}
+
+const CommandRegistration kCloseInstances(
+    52, "close-instances", SetUpCloseInstances,
+    "Mark the runs of a package (or of every package) as completed now, for runs whose process "
+    "ended without finishing them; use it only when nothing runs");
 
 }  // namespace
 }  // namespace gw::app

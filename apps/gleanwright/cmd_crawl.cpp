@@ -228,38 +228,38 @@ int Crawl(const CrawlOptions& o) {
   return status;
 }
 
-const CommandRegistration kCrawl(55, [](CLI::App& app, const GlobalOptions&,
-                                        const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "crawl",
-      "Crawl from start addresses, level by level, saving the pages below a folder; stores a "
-      "package with one crawling task, runs it (Ctrl-C stops it cleanly) and prints the pages "
-      "saved, failed and refused");
+CommandAction SetUpCrawl(CLI::App& cmd) {
   auto o = std::make_shared<CrawlOptions>();
-  cmd->add_option("start", o->starts, "Start addresses")->required();
-  cmd->add_option("--to", o->folder, "The folder the pages are saved below")->required();
-  cmd->add_option("--depth", o->depth,
-                  "Rounds of link reading (1: the start pages and the pages they link to); 0 "
-                  "for no limit (the default)");
-  cmd->add_option("--max-pages", o->max_pages,
-                  "Stop reading links once this many pages have been read (the pages already "
-                  "queued are still fetched); 0 for no limit (the default)");
-  cmd->add_option("--follow", o->follow,
-                  "Follow only links matching a rule 'PART OPERATOR VALUE', such as "
-                  "'[HOST] [EQUALS] example.org' (any of several; with --skip, all of them)");
-  cmd->add_option("--skip", o->skip, "Do not follow links matching a rule (any of several)");
-  cmd->add_flag("--any-host", o->any_host,
-                "Without --follow or --skip, follow links to any host (by default a crawl stays "
-                "on the hosts of its start addresses)");
-  cmd->add_option("--emails", o->emails,
-                  "Write the e-mail addresses found to this file, each with its page");
-  cmd->add_option("--package", o->package,
-                  "The package's name (default: the first start address); a package of that "
-                  "name is replaced");
-  cmd->add_flag("--resume", o->resume,
-                "Go on with the package's unfinished run (the other options are those stored)");
-  cmd->callback([=] { set_exit(Crawl(*o)); });
-});
+  cmd.add_option("start", o->starts, "Start addresses")->required();
+  cmd.add_option("--to", o->folder, "The folder the pages are saved below")->required();
+  cmd.add_option("--depth", o->depth,
+                 "Rounds of link reading (1: the start pages and the pages they link to); 0 "
+                 "for no limit (the default)");
+  cmd.add_option("--max-pages", o->max_pages,
+                 "Stop reading links once this many pages have been read (the pages already "
+                 "queued are still fetched); 0 for no limit (the default)");
+  cmd.add_option("--follow", o->follow,
+                 "Follow only links matching a rule 'PART OPERATOR VALUE', such as "
+                 "'[HOST] [EQUALS] example.org' (any of several; with --skip, all of them)");
+  cmd.add_option("--skip", o->skip, "Do not follow links matching a rule (any of several)");
+  cmd.add_flag("--any-host", o->any_host,
+               "Without --follow or --skip, follow links to any host (by default a crawl stays "
+               "on the hosts of its start addresses)");
+  cmd.add_option("--emails", o->emails,
+                 "Write the e-mail addresses found to this file, each with its page");
+  cmd.add_option("--package", o->package,
+                 "The package's name (default: the first start address); a package of that "
+                 "name is replaced");
+  cmd.add_flag("--resume", o->resume,
+               "Go on with the package's unfinished run (the other options are those stored)");
+  return [=] { return Crawl(*o); };
+}
+
+const CommandRegistration kCrawl(
+    55, "crawl", SetUpCrawl,
+    "Crawl from start addresses, level by level, saving the pages below a folder; stores a package "
+    "with one crawling task, runs it (Ctrl-C stops it cleanly) and prints the pages saved, failed "
+    "and refused");
 
 }  // namespace
 }  // namespace gw::app

@@ -120,22 +120,22 @@ int RunExport(const ExportOptions& o) {
   return 0;
 }
 
-const CommandRegistration kExport(40, [](CLI::App& app, const GlobalOptions&,
-                                         const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "export",
-      "Write a datapage (template), or a package with the datapages its tasks use, as one XML "
-      "file that 'import' reads back; connection strings stay enciphered");
+CommandAction SetUpExport(CLI::App& cmd) {
   auto options = std::make_shared<ExportOptions>();
-  auto* what = cmd->add_option_group("what", "What to export (one of)");
+  auto* what = cmd.add_option_group("what", "What to export (one of)");
   what->add_option("--datapage", options->datapage, "The id or display name of a datapage");
   what->add_option("--package", options->package, "The id or name of a package");
   what->require_option(1);
-  cmd->add_option("-o,--output", options->output,
-                  "The file to write, through a symbolic link to the file it names; \"-\" or "
-                  "nothing: standard output. The old file stays as it was when writing fails");
-  cmd->callback([options, set_exit] { set_exit(RunExport(*options)); });
-});
+  cmd.add_option("-o,--output", options->output,
+                 "The file to write, through a symbolic link to the file it names; \"-\" or "
+                 "nothing: standard output. The old file stays as it was when writing fails");
+  return [options] { return RunExport(*options); };
+}
+
+const CommandRegistration kExport(
+    40, "export", SetUpExport,
+    "Write a datapage (template), or a package with the datapages its tasks use, as one XML file "
+    "that 'import' reads back; connection strings stay enciphered");
 
 }  // namespace
 }  // namespace gw::app

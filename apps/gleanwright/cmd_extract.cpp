@@ -155,19 +155,19 @@ int RunExtract(const std::string& datapage, const std::vector<std::string>& file
   return totals.failed > 0 || totals.rows_refused > 0 ? kExitFinishedWithLosses : 0;
 }
 
-const CommandRegistration kExtract(40, [](CLI::App& app, const GlobalOptions&,
-                                          const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "extract",
-      "Apply a datapage to local files: make its tables, read each file as a run reads a "
-      "document, write the rows into each dataset's own target, and print the rows written and "
-      "refused per dataset; exit status 3 when a file failed or a row was refused");
+CommandAction SetUpExtract(CLI::App& cmd) {
   auto datapage = std::make_shared<std::string>();
   auto files = std::make_shared<std::vector<std::string>>();
-  cmd->add_option("--datapage", *datapage, "The datapage's id or display name")->required();
-  cmd->add_option("files", *files, "Files to extract (they are only read)")->required();
-  cmd->callback([set_exit, datapage, files] { set_exit(RunExtract(*datapage, *files)); });
-});
+  cmd.add_option("--datapage", *datapage, "The datapage's id or display name")->required();
+  cmd.add_option("files", *files, "Files to extract (they are only read)")->required();
+  return [datapage, files] { return RunExtract(*datapage, *files); };
+}
+
+const CommandRegistration kExtract(
+    40, "extract", SetUpExtract,
+    "Apply a datapage to local files: make its tables, read each file as a run reads a document, "
+    "write the rows into each dataset's own target, and print the rows written and refused per "
+    "dataset; exit status 3 when a file failed or a row was refused");
 
 }  // namespace
 }  // namespace gw::app

@@ -66,26 +66,25 @@ int RunForms(const std::string& address, const std::string& base, bool samples) 
   return 0;
 }
 
-const CommandRegistration kForms(61, [](CLI::App& app, const GlobalOptions&,
-                                        const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "forms",
-      "Print the forms of a page (and of its frames): id, method, absolute action, each control "
-      "with its type, value and options, and the form as XML and query templates of a Form "
-      "Submit Statement");
+CommandAction SetUpForms(CLI::App& cmd) {
   auto address = std::make_shared<std::string>();
   auto base = std::make_shared<std::string>();
   auto samples = std::make_shared<bool>(false);
-  cmd->add_option("page", *address, "A local file, a file:// address, or an http(s) address")
+  cmd.add_option("page", *address, "A local file, a file:// address, or an http(s) address")
       ->required();
-  cmd->add_option("--base", *base,
-                  "The address that the actions resolve against (default: the page's own)");
-  cmd->add_flag("--samples", *samples,
-                "Fill the templates with sample values (\"Sample Text\", a list's first option...) "
-                "instead of the page's own values");
-  cmd->callback(
-      [set_exit, address, base, samples] { set_exit(RunForms(*address, *base, *samples)); });
-});
+  cmd.add_option("--base", *base,
+                 "The address that the actions resolve against (default: the page's own)");
+  cmd.add_flag("--samples", *samples,
+               "Fill the templates with sample values (\"Sample Text\", a list's first option...) "
+               "instead of the page's own values");
+  return [address, base, samples] { return RunForms(*address, *base, *samples); };
+}
+
+const CommandRegistration kForms(
+    61, "forms", SetUpForms,
+    "Print the forms of a page (and of its frames): id, method, absolute action, each control with "
+    "its type, value and options, and the form as XML and query templates of a Form Submit "
+    "Statement");
 
 }  // namespace
 }  // namespace gw::app

@@ -66,29 +66,28 @@ int RunGet(const GetOptions& o) {
   return response->StatusType() == web::HttpStatusType::Successful ? 0 : 1;
 }
 
-const CommandRegistration kGet(45, [](CLI::App& app, const GlobalOptions&,
-                                      const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "get",
-      "Fetch one address through the web client and print the body as the product sees it "
-      "(redirects followed, cookies kept across them, the web settings applied); the final "
-      "address, status and redirect count go to standard error. Exit status 0 for a 2xx "
-      "response, 1 otherwise");
+CommandAction SetUpGet(CLI::App& cmd) {
   auto o = std::make_shared<GetOptions>();
-  cmd->add_option("url", o->url, "The address (http:// is assumed when it has no scheme)")
+  cmd.add_option("url", o->url, "The address (http:// is assumed when it has no scheme)")
       ->required();
-  cmd->add_option("-o,--output", o->output, "Write the body to this file instead");
-  cmd->add_option("--post", o->post,
-                  "Post a form to the address: a Form Submit Statement "
-                  "(\"<FormVars><var name='q' val='x'></var></FormVars>\") or name=value&... text")
+  cmd.add_option("-o,--output", o->output, "Write the body to this file instead");
+  cmd.add_option("--post", o->post,
+                 "Post a form to the address: a Form Submit Statement "
+                 "(\"<FormVars><var name='q' val='x'></var></FormVars>\") or name=value&... text")
       ->each([o](const std::string&) { o->has_post = true; });
-  cmd->add_option("--user-agent", o->user_agent,
-                  "The User-Agent to send (default: the HttpUserAgent setting, else the "
-                  "product's name and version)");
-  cmd->add_flag("--include-headers", o->include_headers,
-                "Print the response headers (\"Name : value\") and a blank line before the body");
-  cmd->callback([set_exit, o] { set_exit(RunGet(*o)); });
-});
+  cmd.add_option("--user-agent", o->user_agent,
+                 "The User-Agent to send (default: the HttpUserAgent setting, else the "
+                 "product's name and version)");
+  cmd.add_flag("--include-headers", o->include_headers,
+               "Print the response headers (\"Name : value\") and a blank line before the body");
+  return [o] { return RunGet(*o); };
+}
+
+const CommandRegistration kGet(
+    45, "get", SetUpGet,
+    "Fetch one address through the web client and print the body as the product sees it (redirects "
+    "followed, cookies kept across them, the web settings applied); the final address, status and "
+    "redirect count go to standard error. Exit status 0 for a 2xx response, 1 otherwise");
 
 }  // namespace
 }  // namespace gw::app

@@ -123,27 +123,24 @@ int ShowRun(const std::string& package, const std::string& start_text) {
   return 0;
 }
 
-const CommandRegistration kHistory(51, [](CLI::App& app, const GlobalOptions&,
-                                          const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "history",
-      "List the runs of every package, or of one, with start, completion, success code and what "
-      "was lost (documents failed, rows refused); with --run, what one run did per task, "
-      "document and dataset, with the targets' reasons for refused rows");
+CommandAction SetUpHistory(CLI::App& cmd) {
   auto package = std::make_shared<std::string>();
   auto run = std::make_shared<std::string>();
-  cmd->add_option("package", *package, "The package's id or name");
-  cmd->add_option("--run", *run,
-                  "The run's start as history shows it (a prefix will do), or \"latest\"");
-  cmd->callback([=] {
-    if (!run->empty()) {
-      if (package->empty()) throw CLI::ValidationError("--run", "needs a package");
-      set_exit(ShowRun(*package, *run));
-    } else {
-      set_exit(ListRuns(*package));
-    }
-  });
-});
+  cmd.add_option("package", *package, "The package's id or name");
+  cmd.add_option("--run", *run,
+                 "The run's start as history shows it (a prefix will do), or \"latest\"");
+  return [=] {
+    if (run->empty()) return ListRuns(*package);
+    if (package->empty()) throw CLI::ValidationError("--run", "needs a package");
+    return ShowRun(*package, *run);
+  };
+}
+
+const CommandRegistration kHistory(
+    51, "history", SetUpHistory,
+    "List the runs of every package, or of one, with start, completion, success code and what was "
+    "lost (documents failed, rows refused); with --run, what one run did per task, document and "
+    "dataset, with the targets' reasons for refused rows");
 
 }  // namespace
 }  // namespace gw::app

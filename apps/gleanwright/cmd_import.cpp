@@ -30,17 +30,17 @@ int RunImport(const std::string& file) {
   return 0;
 }
 
-const CommandRegistration kImport(41, [](CLI::App& app, const GlobalOptions&,
-                                         const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "import",
-      "Store the datapages and packages of a file written by 'export' (or by hand in the same "
-      "form); objects keep their ids, so importing a file again updates them. A file with a "
-      "fault is refused with its line, and nothing is stored");
+CommandAction SetUpImport(CLI::App& cmd) {
   auto file = std::make_shared<std::string>();
-  cmd->add_option("FILE", *file, "The file to import")->required();
-  cmd->callback([file, set_exit] { set_exit(RunImport(*file)); });
-});
+  cmd.add_option("FILE", *file, "The file to import")->required();
+  return [file] { return RunImport(*file); };
+}
+
+const CommandRegistration kImport(
+    41, "import", SetUpImport,
+    "Store the datapages and packages of a file written by 'export' (or by hand in the same form); "
+    "objects keep their ids, so importing a file again updates them. A file with a fault is "
+    "refused with its line, and nothing is stored");
 
 }  // namespace
 }  // namespace gw::app

@@ -66,15 +66,11 @@ int RunInit() {
   return 0;
 }
 
-const CommandRegistration kInit(10, [](CLI::App& app, const GlobalOptions&,
-                                       const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "init",
-      "Create the rules database if it does not exist, load its schema and reference rows, "
-      "apply the upgrade, and give the folders of runs (downloads, source texts) a place below "
-      "$GLEANWRIGHT_HOME; running it again changes nothing");
-  cmd->callback([set_exit] { set_exit(RunInit()); });
-});
+const CommandRegistration kInit(
+    10, "init", [](CLI::App&) -> CommandAction { return RunInit; },
+    "Create the rules database if it does not exist, load its schema and reference rows, apply the "
+    "upgrade, and give the folders of runs (downloads, source texts) a place below "
+    "$GLEANWRIGHT_HOME; running it again changes nothing");
 
 }  // namespace
 }  // namespace gw::app

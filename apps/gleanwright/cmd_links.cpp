@@ -53,25 +53,25 @@ int RunLinks(const std::string& address, const std::string& base, bool dom) {
   return 0;
 }
 
-const CommandRegistration kLinks(60, [](CLI::App& app, const GlobalOptions&,
-                                        const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "links",
-      "Print the links of a page as the crawler finds them: one line per link with its kind "
-      "(http, email, other), address, the page it was found on and its text, tab-separated");
+CommandAction SetUpLinks(CLI::App& cmd) {
   auto address = std::make_shared<std::string>();
   auto base = std::make_shared<std::string>();
   auto dom = std::make_shared<bool>(false);
-  cmd->add_option("page", *address, "A local file, a file:// address, or an http(s) address")
+  cmd.add_option("page", *address, "A local file, a file:// address, or an http(s) address")
       ->required();
-  cmd->add_option("--base", *base,
-                  "The address that relative links resolve against (default: the page's own, "
-                  "after redirects)");
-  cmd->add_flag("--dom", *dom,
-                "Read the links from the document tree (as the template editor does) instead of "
-                "the crawler's scan");
-  cmd->callback([set_exit, address, base, dom] { set_exit(RunLinks(*address, *base, *dom)); });
-});
+  cmd.add_option("--base", *base,
+                 "The address that relative links resolve against (default: the page's own, "
+                 "after redirects)");
+  cmd.add_flag("--dom", *dom,
+               "Read the links from the document tree (as the template editor does) instead of "
+               "the crawler's scan");
+  return [address, base, dom] { return RunLinks(*address, *base, *dom); };
+}
+
+const CommandRegistration kLinks(
+    60, "links", SetUpLinks,
+    "Print the links of a page as the crawler finds them: one line per link with its kind (http, "
+    "email, other), address, the page it was found on and its text, tab-separated");
 
 }  // namespace
 }  // namespace gw::app

@@ -24,20 +24,20 @@ int RunLog(const LogOptions& options) {
   return 0;
 }
 
-const CommandRegistration kLog(90, [](CLI::App& app, const GlobalOptions&,
-                                      const std::function<void(int)>& set_exit) {
+CommandAction SetUpLog(CLI::App& cmd) {
   auto options = std::make_shared<LogOptions>();
-  auto* cmd = app.add_subcommand(
-      "log",
-      "Print the end of the error log: every failed command appends its full report to "
-      "$GLEANWRIGHT_HOME/logs/LogFile.txt (rotated by size, see the options LogFileMaxKB and "
-      "LogFilesKept)");
-  cmd->add_option("--tail", options->tail, "How many lines to print (default 40)")
+  cmd.add_option("--tail", options->tail, "How many lines to print (default 40)")
       ->check(CLI::PositiveNumber);
-  cmd->add_flag("--trace", options->trace,
-                "Print the trace of start-up and first-run steps (TraceFile.txt) instead");
-  cmd->callback([options, set_exit] { set_exit(RunLog(*options)); });
-});
+  cmd.add_flag("--trace", options->trace,
+               "Print the trace of start-up and first-run steps (TraceFile.txt) instead");
+  return [options] { return RunLog(*options); };
+}
+
+const CommandRegistration kLog(
+    90, "log", SetUpLog,
+    "Print the end of the error log: every failed command appends its full report to "
+    "$GLEANWRIGHT_HOME/logs/LogFile.txt (rotated by size, see the options LogFileMaxKB and "
+    "LogFilesKept)");
 
 }  // namespace
 }  // namespace gw::app

@@ -146,32 +146,32 @@ int RunPackage(const std::string& package, const std::string& uri, const std::st
   return RunJob(job, uri, source_text, resume);
 }
 
-const CommandRegistration kRun(50, [](CLI::App& app, const GlobalOptions&,
-                                      const std::function<void(int)>& set_exit) {
-  auto* cmd = app.add_subcommand(
-      "run",
-      "Run a package (by id or name) and print its success code, the documents that failed or had "
-      "rows refused, and the totals; exit status 3 when a document failed or a row was refused. "
-      "Ctrl-C stops it cleanly at the next step, a second Ctrl-C at once");
+CommandAction SetUpRun(CLI::App& cmd) {
   auto package = std::make_shared<std::string>();
   auto uri = std::make_shared<std::string>();
   auto source_text = std::make_shared<std::string>();
-  cmd->add_option("package", *package, "The package's id or name")->required();
-  auto* uri_opt = cmd->add_option("--uri", *uri,
-                                  "Run every task on this one address or path instead of its "
-                                  "document sources");
-  auto* text_opt = cmd->add_option("--source-text", *source_text,
-                                   "Run every task on this text, written to a file first")
+  cmd.add_option("package", *package, "The package's id or name")->required();
+  auto* uri_opt = cmd.add_option("--uri", *uri,
+                                 "Run every task on this one address or path instead of its "
+                                 "document sources");
+  auto* text_opt = cmd.add_option("--source-text", *source_text,
+                                  "Run every task on this text, written to a file first")
                        ->excludes(uri_opt);
   auto resume = std::make_shared<bool>(false);
-  cmd->add_flag("--resume", *resume,
-                "Go on with the package's newest unfinished run (stopped, or its process killed): "
-                "finished tasks are passed over, the unfinished one goes on from its open "
-                "documents, and the history keeps one run")
+  cmd.add_flag("--resume", *resume,
+               "Go on with the package's newest unfinished run (stopped, or its process killed): "
+               "finished tasks are passed over, the unfinished one goes on from its open "
+               "documents, and the history keeps one run")
       ->excludes(uri_opt)
       ->excludes(text_opt);
-  cmd->callback([=] { set_exit(RunPackage(*package, *uri, *source_text, *resume)); });
-});
+  return [=] { return RunPackage(*package, *uri, *source_text, *resume); };
+}
+
+const CommandRegistration kRun(
+    50, "run", SetUpRun,
+    "Run a package (by id or name) and print its success code, the documents that failed or had "
+    "rows refused, and the totals; exit status 3 when a document failed or a row was refused. "
+    "Ctrl-C stops it cleanly at the next step, a second Ctrl-C at once");
 
 }  // namespace
 }  // namespace gw::app

@@ -1,5 +1,5 @@
-// The command-line host: every command lives in its own cmd_*.cpp file and registers itself with
-// a `CommandRegistration` object, so that adding a command touches no other file.
+// The command-line host: every command registers itself from a cmd_*.cpp file with a
+// `CommandRegistration` object, so that adding a command touches no other file.
 #pragma once
 
 #include <CLI/CLI.hpp>
@@ -14,23 +14,17 @@ namespace gw::app {
 // line was not understood; 130, stopped by a second Ctrl-C.
 inline constexpr int kExitFinishedWithLosses = 3;
 
-// Options every command sees.
-struct GlobalOptions {
-  // --rules: the rules connection string for this invocation only (empty: the stored one).
-  std::string rules_connection;
-};
-
-// Adds a subcommand to `app`. Its callback stores the process's exit status with `set_exit`.
-using CommandRegistrar = std::function<void(CLI::App& app, const GlobalOptions& globals,
-                                            const std::function<void(int)>& set_exit)>;
+// Sets up a command's options on `cmd` (bound to state the setup keeps) and returns what the
+// command does when it is chosen; that returns the process's exit status.
+using CommandAction = std::function<int()>;
+using CommandSetup = std::function<CommandAction(CLI::App& cmd)>;
 
 struct CommandRegistration {
-  // `order` sorts the commands in `--help`.
-  CommandRegistration(int order, CommandRegistrar registrar);
+  // Adds the subcommand `name` with `description`; `order` sorts the commands in `--help`.
+  CommandRegistration(int order, std::string name, CommandSetup setup, std::string description);
 };
 
-// Adds every registered command, in order.
-void RegisterCommands(CLI::App& app, const GlobalOptions& globals,
-                      const std::function<void(int)>& set_exit);
+// Adds every registered command, in order; the chosen one stores its exit status with `set_exit`.
+void RegisterCommands(CLI::App& app, const std::function<void(int)>& set_exit);
 
 }  // namespace gw::app

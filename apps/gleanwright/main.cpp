@@ -91,8 +91,9 @@ int main(int argc, char** argv) {
   std::string command_line;
   for (int i = 1; i < argc; ++i) command_line += (i > 1 ? " " : "") + std::string(argv[i]);
 
-  gw::app::GlobalOptions globals;
-  app.add_option("--rules", globals.rules_connection,
+  // --rules: the rules connection string for this invocation only (empty: the stored one).
+  std::string rules_connection;
+  app.add_option("--rules", rules_connection,
                  "Rules database connection string for this invocation only (default: the stored "
                  "one, else $GLEANWRIGHT_HOME/ZentrovoDB.sqlite)");
 
@@ -100,7 +101,7 @@ int main(int argc, char** argv) {
   // Then the start-up tasks, for every command but `log` (which must work whatever state the
   // rules store is in). The command's name is the report's "Active Form".
   app.parse_complete_callback([&] {
-    gw::SetRulesConnectionOverride(globals.rules_connection);
+    gw::SetRulesConnectionOverride(rules_connection);
     const auto commands = app.get_subcommands();
     if (commands.empty()) return;
     gw::SetActiveForm(commands.front()->get_name());
@@ -108,7 +109,7 @@ int main(int argc, char** argv) {
   });
 
   int exit_status = 0;
-  gw::app::RegisterCommands(app, globals, [&](int status) { exit_status = status; });
+  gw::app::RegisterCommands(app, [&](int status) { exit_status = status; });
 
   try {
     app.parse(argc, argv);
