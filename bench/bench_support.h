@@ -23,6 +23,27 @@ class BenchDoc : public IDoc {
   MetaDocPtr meta_ = MetaDoc::Create();
 };
 
+// A dataset named `name`, opened by `init`, writing into `table` through `cn_str`.
+inline EntityPtr NewEntity(const char* name, const char* init, const char* table,
+                           const std::string& cn_str) {
+  auto e = Entity::Create();
+  e->SetEntityName(name);
+  e->SetInitString(init);
+  e->SetTableName(table);
+  e->SetDBConnStr(cn_str);
+  return e;
+}
+
+// A datapage "Listing" over a `BenchDoc`, with `root` as its one root dataset.
+inline std::shared_ptr<DataPage> NewListingPage(const EntityPtr& root) {
+  auto page = DataPage::Create();
+  page->SetDisplayName("Listing");
+  page->SetDoc(std::make_shared<BenchDoc>());
+  page->RootEntities().Add(root, root->Id());
+  page->GetEntities().Add(root, root->Id());
+  return page;
+}
+
 // Adds a field as the entity's next step.
 inline AttribPtr AddField(const EntityPtr& entity, const char* column, const char* start,
                           const char* end, bool optional = false) {

@@ -4,24 +4,16 @@
 
 #include <string>
 
+#include "table_page.h"
 #include "text/c_string.h"
 
 namespace {
 
-std::string MakePage(std::size_t bytes) {
-  std::string page;
-  int k = 0;
-  while (page.size() < bytes) {
-    page += "<tr class=\"row\"><td class=\"name\">Product " + std::to_string(k) +
-            "</td><td class=\"price\">$" + std::to_string(k % 97) + ".99</td></tr>\n";
-    ++k;
-  }
-  return page;
-}
+using gw::bench::MakeTablePage;
 
 // Every hit of a case-sensitive row start, each search starting one byte after the last hit.
 void BM_CStringFindAllRowStarts(benchmark::State& state) {
-  const gw::CString page(MakePage(static_cast<std::size_t>(state.range(0))));
+  const gw::CString page(MakeTablePage(static_cast<std::size_t>(state.range(0))));
   for (auto _ : state) {
     long pos = 0, hits = 0;
     while ((pos = page.Find("<tr class=\"row\">", pos + 1)) > 0) ++hits;
@@ -33,7 +25,7 @@ BENCHMARK(BM_CStringFindAllRowStarts)->Arg(10 << 20);
 
 // The same walk over a std::string page through HorspoolSearcher, with no copy into a CString.
 void BM_HorspoolOverStringView(benchmark::State& state) {
-  const std::string page = MakePage(static_cast<std::size_t>(state.range(0)));
+  const std::string page = MakeTablePage(static_cast<std::size_t>(state.range(0)));
   const gw::HorspoolSearcher searcher("<td class=\"price\">");
   for (auto _ : state) {
     long pos = 0, hits = 0;
@@ -47,7 +39,7 @@ BENCHMARK(BM_HorspoolOverStringView)->Arg(10 << 20);
 
 // Case-insensitive count with no limit over a whole page.
 void BM_CountNoCase(benchmark::State& state) {
-  const std::string page = MakePage(static_cast<std::size_t>(state.range(0)));
+  const std::string page = MakeTablePage(static_cast<std::size_t>(state.range(0)));
   for (auto _ : state) {
     benchmark::DoNotOptimize(gw::CString::CountNoCase(page, "<TR CLASS=\"ROW\">", -1));
   }

@@ -45,29 +45,17 @@ std::string MakeListing(std::size_t bytes) {
 }
 
 using bench::AddField;
-using bench::BenchDoc;
 using bench::CountingSink;
 
 std::shared_ptr<DataPage> MakeTemplate(const std::string& cn_str) {
-  auto page = DataPage::Create();
-  page->SetDisplayName("Listing");
-  page->SetDoc(std::make_shared<BenchDoc>());
-  auto items = Entity::Create();
-  items->SetEntityName("Items");
-  items->SetInitString("<div class=\"item\">");
-  items->SetTableName("items");
-  items->SetDBConnStr(cn_str);
-  page->RootEntities().Add(items, items->Id());
+  auto items = bench::NewEntity("Items", "<div class=\"item\">", "items", cn_str);
+  auto page = bench::NewListingPage(items);
   AddField(items, "title", "<h2 class=\"title\">", "</h2>");
   AddField(items, "price", "<span class=\"price\">", "</span>");
   AddField(items, "sku", "<span class=\"sku\">", "</span>");
   AddField(items, "sale", "<span class=\"sale\">", "</span>", true);
   AddField(items, "descr", "<p class=\"desc\">", "</p>");
-  auto features = Entity::Create();
-  features->SetEntityName("Features");
-  features->SetInitString("<li>");
-  features->SetTableName("features");
-  features->SetDBConnStr(cn_str);
+  auto features = bench::NewEntity("Features", "<li>", "features", cn_str);
   items->ChildrenOnPage().Add(features, features->Id());
   AddField(features, "feature", "<li>", "</li>");
   return page;

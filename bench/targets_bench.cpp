@@ -44,7 +44,6 @@ std::string MakeListing(long rows) {
   return page;
 }
 
-using bench::BenchDoc;
 using bench::CountingSink;
 
 // Fields as wide as the target's columns.
@@ -54,16 +53,8 @@ void AddColumnField(const EntityPtr& entity, const char* column, const char* sta
 }
 
 std::shared_ptr<DataPage> MakeTemplate(const std::string& cn_str) {
-  auto page = DataPage::Create();
-  page->SetDisplayName("Listing");
-  page->SetDoc(std::make_shared<BenchDoc>());
-  auto items = Entity::Create();
-  items->SetEntityName("Items");
-  items->SetInitString("<div class=\"item\">");
-  items->SetTableName("items");
-  items->SetDBConnStr(cn_str);
-  page->RootEntities().Add(items, items->Id());
-  page->GetEntities().Add(items, items->Id());
+  auto items = bench::NewEntity("Items", "<div class=\"item\">", "items", cn_str);
+  auto page = bench::NewListingPage(items);
   AddColumnField(items, "title", "<h2 class=\"title\">", "</h2>");
   AddColumnField(items, "price", "<span class=\"price\">", "</span>");
   AddColumnField(items, "sku", "<span class=\"sku\">", "</span>");

@@ -5,22 +5,14 @@
 #include <string>
 
 #include "platform/text.h"
+#include "table_page.h"
 
 namespace {
 
-std::string MakePage(std::size_t bytes) {
-  std::string page;
-  int k = 0;
-  while (page.size() < bytes) {
-    page += "<tr class=\"row\"><td class=\"name\">Product " + std::to_string(k) +
-            "</td><td class=\"price\">$" + std::to_string(k % 97) + ".99</td></tr>\n";
-    ++k;
-  }
-  return page;
-}
+using gw::bench::MakeTablePage;
 
 void BM_SearcherScanAll(benchmark::State& state) {
-  const std::string page = MakePage(static_cast<std::size_t>(state.range(0)));
+  const std::string page = MakeTablePage(static_cast<std::size_t>(state.range(0)));
   const gw::text::NoCaseSearcher searcher("<TD CLASS=\"PRICE\">");
   for (auto _ : state) {
     std::size_t pos = 0, hits = 0;
@@ -36,7 +28,7 @@ void BM_SearcherScanAll(benchmark::State& state) {
 BENCHMARK(BM_SearcherScanAll)->Arg(100 << 10)->Arg(10 << 20);
 
 void BM_FindNoCaseShortNeedle(benchmark::State& state) {
-  const std::string page = MakePage(1 << 20);
+  const std::string page = MakeTablePage(1 << 20);
   for (auto _ : state) {
     std::size_t pos = 0, hits = 0;
     while ((pos = gw::text::FindNoCase(page, "<tr", pos)) != gw::text::npos) {
