@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "acquire/web_page_internal.h"
 #include "rules/rules_fixture.h"
 #include "rules/settings.h"
 #include "support/test_support.h"
@@ -144,7 +145,7 @@ TEST(WebPageLinks, GetHrefReadsTheMarkupByTokens) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.html);
     auto doc = html::Document::Parse(c.html, "file:///x.htm");
-    EXPECT_EQ(WebPage::GetHref(doc->tags("a").at(0)), c.href);
+    EXPECT_EQ(acquire_internal::GetHref(doc->tags("a").at(0)), c.href);
   }
 }
 
@@ -163,7 +164,7 @@ TEST(WebPageLinks, CleanseEmail) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.in);
     web::Uri u(c.in);
-    EXPECT_EQ(WebPage::CleanseEmail(u).ToString(), c.out);
+    EXPECT_EQ(acquire_internal::CleanseEmail(u).ToString(), c.out);
   }
 }
 

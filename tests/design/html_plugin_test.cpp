@@ -72,22 +72,7 @@ TEST_F(HtmlPluginTest, CleansingMethods) {
        "PRETAGS", "", "<HTML>a  b\r\n<Pre>x&nbsp;y<BR>&nbsp;&nbsp;&nbsp;z</Pre>c  d\n</HTML>"},
       {"PRETAGS takes a lone line feed for a line end too", "<pre>x\ny</pre>", "pretags", "",
        "<HTML><Pre>x<BR>y</Pre></HTML>"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.what);
-    EXPECT_EQ(Cleanse(c.content, c.method, c.parameters), c.want);
-  }
-}
-
-TEST_F(HtmlPluginTest, CleansingWritesBackInTheCharacterSetItRead) {
-  struct Case {
-    const char* what;
-    std::string content;
-    std::string method;
-    std::string parameters;
-    std::string want;
-  };
-  const Case cases[] = {
+      // Cleansing writes back in the character set it read.
       {"windows-1252 stays windows-1252", "<meta charset=windows-1252>caf\xE9 \x80", "", "",
        "<HTML><meta charset=windows-1252>caf\xE9 \x80</HTML>"},
       {"a character the set lacks becomes a reference", "<meta charset=iso-8859-1>x", "REPLACE",
@@ -146,7 +131,8 @@ TEST_F(HtmlPluginTest, CleansingInMemoryLeavesTheFileAndTextOfCleansingTheFile) 
        {"REPLACE", "<meta charset=windows-1252>,"},
        {}},
       {"a step leaves a mark at the start, which the next reads as one",
-       "a\xEF\xBB\xBF\xC3\xA9" "b",
+       "a\xEF\xBB\xBF\xC3\xA9"
+       "b",
        {"REMOVESTART", "1"},
        {}},
       {"invalid UTF-8 becomes replacement characters", "<p>\xC3(\xFF</p>", {}, {}},

@@ -11,6 +11,7 @@
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "extraction/failures.h"
+#include "extraction/stored_fields.h"
 #include "infra/c_crypto.h"
 #include "infra/object_xml_reader.h"
 #include "rules/connection_string.h"
@@ -22,6 +23,7 @@ namespace gw {
 namespace {
 
 using testing::CaughtError;
+using testing::Field;
 using testing::RulesStoreTest;
 
 const std::string kTargetCnStr = "Provider=SQLite;Data Source=/srv/data/shop.sqlite";
@@ -101,17 +103,6 @@ class ExchangeTest : public RulesStoreTest {
     DDocSource().Save("S1", "", "", "T1", "/srv/pages/*.html", 0);
     DDocSource().Save("S2", "shop", CCrypto().EncryptText(kQueryCnStr), "T2",
                       "SELECT url FROM links", 1);
-  }
-
-  static AttribPtr Field(const EntityPtr& e, const std::string& column, std::int16_t step,
-                         const std::string& start, const std::string& end) {
-    auto a = Attrib::Create();
-    a->SetColumnName(column);
-    a->SetStep(step);
-    a->SetStartTag(start);
-    a->SetEndTag(end);
-    e->GetAttributes().Add(a, a->Id());
-    return a;
   }
 
   // Makes `file` the rules store of the process (created on first use).

@@ -115,26 +115,14 @@ TEST_F(PackagePersistenceTest, AClearTextConnectionStringStillLoads) {
 }
 
 TEST_F(PackagePersistenceTest, UnknownIdsFailWithTheirNumberedTexts) {
-  struct Case {
-    std::function<void()> load;
-    ErrorNumber number;
-    const char* source;
-    std::string text;
-  } cases[] = {
+  testing::ExpectFailures({
       {[] { Job::Create()->Load("nope"); }, engineerr::kNoSuchJob, "Job.Load",
        "The specified Job Id does not exist."},
       {[] { Task::Create()->Load("nope"); }, engineerr::kNoSuchTask, "Task.Load",
        "The specified Task Id nope does not exist."},
       {[] { DocSource::Create()->Load("nope"); }, engineerr::kNoSuchDocSource, "DocSource.Load",
        "The specified Document Source Id does not exist."},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.source);
-    const Error e = CaughtError(c.load);
-    EXPECT_EQ(e.Number(), c.number);
-    EXPECT_EQ(e.Source(), c.source);
-    EXPECT_EQ(e.Description(), c.text);
-  }
+  });
 }
 
 TEST_F(PackagePersistenceTest, TwoTasksWithOneStepMakeTheTasksFailToLoad) {

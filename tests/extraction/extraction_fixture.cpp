@@ -65,13 +65,19 @@ std::vector<std::vector<std::string>> ExtractionTest::Rows(const std::string& sq
   return rows;
 }
 
-EntityPtr ExtractionTest::AddRoot(const std::string& name, const std::string& init,
-                                  const std::string& table) {
+EntityPtr ExtractionTest::NewEntity(const std::string& name, const std::string& init,
+                                    const std::string& table) {
   auto e = Entity::Create();
   e->SetEntityName(name);
   e->SetInitString(init);
   e->SetTableName(table);
   e->SetDBConnStr(cn_str_);
+  return e;
+}
+
+EntityPtr ExtractionTest::AddRoot(const std::string& name, const std::string& init,
+                                  const std::string& table) {
+  auto e = NewEntity(name, init, table);
   page_->RootEntities().Add(e, e->Id());
   page_->GetEntities().Add(e, e->Id());
   return e;
@@ -79,11 +85,7 @@ EntityPtr ExtractionTest::AddRoot(const std::string& name, const std::string& in
 
 EntityPtr ExtractionTest::AddChild(const EntityPtr& parent, const std::string& name,
                                    const std::string& init, const std::string& table) {
-  auto e = Entity::Create();
-  e->SetEntityName(name);
-  e->SetInitString(init);
-  e->SetTableName(table);
-  e->SetDBConnStr(cn_str_);
+  auto e = NewEntity(name, init, table);
   parent->ChildrenOnPage().Add(e, e->Id());
   parent->AllChildren().Add(e, e->Id());
   return e;

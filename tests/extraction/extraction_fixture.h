@@ -53,6 +53,8 @@ class ExtractionTest : public ::testing::Test {
   // The rows a query yields, every value as text ("NULL" for a null).
   std::vector<std::vector<std::string>> Rows(const std::string& sql);
 
+  // A dataset writing into `table` of the target file, on no datapage yet.
+  EntityPtr NewEntity(const std::string& name, const std::string& init, const std::string& table);
   // A root dataset of `page_`, writing into `table`.
   EntityPtr AddRoot(const std::string& name, const std::string& init, const std::string& table);
   // A child dataset of `parent`, on the page.

@@ -5,6 +5,8 @@
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
 #include "extraction/failures.h"
+#include "extraction/stored_fields.h"
+#include "extraction_fixture.h"
 #include "infra/c_crypto.h"
 #include "meta/failures.h"
 #include "rules/rules_fixture.h"
@@ -14,29 +16,11 @@ namespace gw {
 namespace {
 
 using testing::CaughtError;
+using testing::Field;
 using testing::RulesStoreTest;
-
-class LocalDoc : public IDoc {
- public:
-  std::string SourceUri() const override { return "file:///page.htm"; }
-  MetaDocPtr Metadata() override { return meta_; }
-
- private:
-  MetaDocPtr meta_ = MetaDoc::Create();
-};
 
 class TemplatePersistenceTest : public RulesStoreTest {
  protected:
-  static AttribPtr Field(const EntityPtr& e, const std::string& column, std::int16_t step,
-                         const std::string& start, const std::string& end) {
-    auto a = Attrib::Create();
-    a->SetColumnName(column);
-    a->SetStep(step);
-    a->SetStartTag(start);
-    a->SetEndTag(end);
-    e->GetAttributes().Add(a, a->Id());
-    return a;
-  }
   // "Shop\Products": root Products (three fields) with the nested Reviews (one field).
   void MakeTemplate() {
     page_ = DataPage::Create();
@@ -150,12 +134,7 @@ TEST_F(TemplatePersistenceTest, ADatapageWithANestedDatasetComesBackEqual) {
 }
 
 TEST_F(TemplatePersistenceTest, UnknownIdsFailWithTheirNumberedTexts) {
-  struct Case {
-    std::function<void()> load;
-    ErrorNumber number;
-    const char* source;
-    const char* text;
-  } cases[] = {
+  testing::ExpectFailures({
       {[] { Attrib::Create()->Load("nope"); }, exerr::kNoSuchAttrib, "Attrib.Load",
        "The specified Attribute Id does not exist."},
       {[] { Entity::Create()->Load("nope"); }, exerr::kNoSuchEntity, "Entity.Load",
@@ -165,14 +144,7 @@ TEST_F(TemplatePersistenceTest, UnknownIdsFailWithTheirNumberedTexts) {
       // A crafted id is only an id that is not there.
       {[] { Entity::Create()->Load("x' OR '1'='1"); }, exerr::kNoSuchEntity, "Entity.Load",
        "The specified Entity Id does not exist."},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.source);
-    const Error e = CaughtError(c.load);
-    EXPECT_EQ(e.Number(), c.number);
-    EXPECT_EQ(e.Source(), c.source);
-    EXPECT_EQ(e.Description(), c.text);
-  }
+  });
 }
 
 TEST_F(TemplatePersistenceTest, AClearTextConnectionStringStillLoads) {
@@ -303,7 +275,7 @@ TEST_F(TemplatePersistenceTest, ALoadedTemplateExtractsRows) {
 
   auto loaded = DataPage::Create();
   loaded->Load(page->Id());
-  loaded->SetDoc(std::make_shared<LocalDoc>());
+  loaded->SetDoc(std::make_shared<extraction_test::TestDoc>("file:///page.htm"));
   std::string html = "<table><tr><td>Tea</td><td>3</td><tr><td>Jam</td><td>5</td></table>";
   loaded->Extract(html, false);
   auto cn = db::Connection::Create();

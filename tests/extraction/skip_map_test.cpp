@@ -64,53 +64,50 @@ class SkipSearch : public ExtractionTest {
   EntityPtr entity_ = AddRoot("Rows", "<r>", "rows");
 };
 
-TEST_F(SkipSearch, WithoutOptionalFieldsThereIsOneTrialAndAnEmptyMap) {
-  Add("a", false);
-  Add("b", false);
-  SkipMap best;
-  float coefficient = -5;
-  EXPECT_EQ(CountTrials("<r><a>1</a>", best, coefficient, 1), 1);
-  EXPECT_TRUE(best.empty());
-  // One failure at step 2 of 2 fields: 1 x (2 + 1 - 2) / 2.
-  EXPECT_FLOAT_EQ(coefficient, 0.5f);
-}
-
-TEST_F(SkipSearch, ARowWithAllItsFieldsStopsAfterTheFirstTrial) {
-  Add("a", false);
-  Add("b", true);
-  Add("c", true);
-  SkipMap best;
-  float coefficient = -5;
-  EXPECT_EQ(CountTrials("<r><a>1</a><b>2</b><c>3</c>", best, coefficient, 1), 1);
-  EXPECT_EQ(coefficient, 0.0f);
-  ASSERT_EQ(best.size(), 2u);
-  EXPECT_FALSE(best[0].skip);
-  EXPECT_FALSE(best[1].skip);
-  EXPECT_EQ(best[0].step, 2);
-  EXPECT_EQ(best[1].step, 3);
-}
-
-TEST_F(SkipSearch, TheFirstAbsentOptionalFieldIsSkippedBySecondPattern) {
-  Add("a", true);
-  Add("b", true);
-  SkipMap best;
-  float coefficient = -5;
-  EXPECT_EQ(CountTrials("<r><b>2</b><r>", best, coefficient, 2), 2);
-  EXPECT_EQ(coefficient, 0.0f);
-  ASSERT_EQ(best.size(), 2u);
-  EXPECT_TRUE(best[0].skip);
-  EXPECT_FALSE(best[1].skip);
-}
-
-TEST_F(SkipSearch, TiesGoToPatternZero) {
-  Add("a", false);  // absent in every combination
-  Add("b", true);
-  SkipMap best;
-  float coefficient = -5;
-  EXPECT_EQ(CountTrials("<r><b>2</b>", best, coefficient, 1), 2);
-  EXPECT_FLOAT_EQ(coefficient, 1.0f);
-  ASSERT_EQ(best.size(), 1u);
-  EXPECT_FALSE(best[0].skip);
+TEST_F(SkipSearch, TrialsStopAtAScoreOfZeroAndTiesGoToTheFirstPattern) {
+  struct Case {
+    const char* name;
+    std::vector<std::pair<std::string, bool>> fields;  // tag, optional
+    const char* row;
+    long watched;  // a field that no trial skips
+    int trials;
+    float coefficient;
+    const char* map;  // step and "+" (skipped) or "-" for each optional field
+  };
+  const Case cases[] = {
+      // One failure at step 2 of 2 fields: 1 x (2 + 1 - 2) / 2.
+      {"no optional field", {{"a", false}, {"b", false}}, "<r><a>1</a>", 1, 1, 0.5f, ""},
+      {"every field present",
+       {{"a", false}, {"b", true}, {"c", true}},
+       "<r><a>1</a><b>2</b><c>3</c>",
+       1,
+       1,
+       0.0f,
+       "2- 3-"},
+      {"the first optional field absent",
+       {{"a", true}, {"b", true}},
+       "<r><b>2</b><r>",
+       2,
+       2,
+       0.0f,
+       "1+ 2-"},
+      // "a" is absent in every combination.
+      {"a tie", {{"a", false}, {"b", true}}, "<r><b>2</b>", 1, 2, 1.0f, "2-"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    entity_ = AddRoot(c.name, "<r>", "rows");
+    for (const auto& [tag, optional] : c.fields) Add(tag, optional);
+    SkipMap best;
+    float coefficient = -5;
+    EXPECT_EQ(CountTrials(c.row, best, coefficient, c.watched), c.trials);
+    EXPECT_FLOAT_EQ(coefficient, c.coefficient);
+    std::string map;
+    for (const auto& record : best) {
+      map += (map.empty() ? "" : " ") + std::to_string(record.step) + (record.skip ? "+" : "-");
+    }
+    EXPECT_EQ(map, c.map);
+  }
 }
 
 TEST_F(SkipSearch, TrialsSeeOnlyTheCurrentRowAndNeverConsumeIt) {

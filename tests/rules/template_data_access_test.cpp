@@ -70,12 +70,7 @@ TEST_F(TemplateDataTest, AttribInsertStoresNullForWhatIsLeftOutAndForASizeBelowO
 }
 
 TEST_F(TemplateDataTest, SavesRefuseAnEmptyIdWithTheirNumbers) {
-  struct Case {
-    std::function<void()> save;
-    ErrorNumber number;
-    const char* source;
-    const char* text;
-  } cases[] = {
+  testing::ExpectFailures({
       {[] { D_Attrib().Save(""); }, ruleserr::kInvalidAttribId, "D_Attrib.Update",
        "The specified Attribute Id is not valid."},
       {[] { D_Entity().Save(""); }, ruleserr::kInvalidEntityId, "D_Entity.Update",
@@ -86,14 +81,7 @@ TEST_F(TemplateDataTest, SavesRefuseAnEmptyIdWithTheirNumbers) {
        "Invalid Datapage reference.  Make sure that this is assigned to a valid DatapageId."},
       {[] { D_Entity().Save("e1"); }, ruleserr::kInvalidDatapageReference, "D_Entity.Insert",
        "Invalid Datapage reference.  Make sure that this is assigned to a valid DatapageId."},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.source);
-    const Error e = CaughtError(c.save);
-    EXPECT_EQ(e.Number(), c.number);
-    EXPECT_EQ(e.Source(), c.source);
-    EXPECT_EQ(e.Description(), c.text);
-  }
+  });
   EXPECT_EQ(Count("SELECT COUNT(*) FROM entities"), 0);
 }
 

@@ -123,4 +123,14 @@ Error CaughtError(const std::function<void()>& call) {
   return Error(0, "", "");
 }
 
+void ExpectFailures(const std::vector<ExpectedFailure>& failures) {
+  for (const ExpectedFailure& f : failures) {
+    SCOPED_TRACE(f.source);
+    const Error e = CaughtError(f.raise);
+    EXPECT_EQ(e.Number(), f.number);
+    EXPECT_EQ(e.Source(), f.source);
+    EXPECT_EQ(e.Description(), f.text);
+  }
+}
+
 }  // namespace gw::testing

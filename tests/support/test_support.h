@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "platform/error.h"
 
@@ -71,5 +72,15 @@ Error CaughtError(const std::function<void()>& call);
 inline ErrorNumber FailureNumber(const std::function<void()>& call) {
   return CaughtError(call).Number();
 }
+
+// A failure a test expects: what raises it, and its number, source and text.
+struct ExpectedFailure {
+  std::function<void()> raise;
+  ErrorNumber number;
+  std::string source;
+  std::string text;
+};
+// Checks each expected failure in turn, traced by its source.
+void ExpectFailures(const std::vector<ExpectedFailure>& failures);
 
 }  // namespace gw::testing
