@@ -74,13 +74,14 @@ class WebCtrl : public Object {
   // "Dropdown", "Button", "Submit", "Reset", "Image Button".
   std::string GetCtrlTypeAsString() const;
 
-  // ---- inside the library ----
+ private:
+  // A form makes its controls through `WebCtrls::Add` and reads them from its elements.
+  friend class WebCtrls;
+  friend class ResponseWebForm;
   void SetParent(const std::shared_ptr<ResponseWebForm>& parent) { parent_ = parent; }
   // Reads the control from its element; an element that is no control leaves it a TextBox with
   // the element's id and value.
   void LoadFromObject(const html::Element& htmlCtrl);
-
- private:
   void BuildOptions(const html::Element& select);
 
   std::string id_;

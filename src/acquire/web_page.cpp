@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "acquire/link_scan.h"
+#include "acquire/web_page_internal.h"
 #include "infra/c_guid_gen.h"
 #include "platform/document_file.h"
 #include "platform/error.h"
@@ -19,6 +20,8 @@
 namespace gw {
 
 namespace fs = std::filesystem;
+using acquire_internal::CleanseEmail;
+using acquire_internal::GetHref;
 
 namespace {
 
@@ -148,7 +151,7 @@ void WebPage::AddLink(web::Uri& u, const std::string& source) {
   }
 }
 
-web::Uri& WebPage::CleanseEmail(web::Uri& mailto) {
+web::Uri& acquire_internal::CleanseEmail(web::Uri& mailto) {
   if (text::AsciiUpper(mailto.scheme()) != "MAILTO") return mailto;
   std::string address = web::HttpUtility::UrlDecode(mailto.OpaquePart());
   const std::size_t at = address.rfind('@');
@@ -329,7 +332,7 @@ void WebPage::GetHrefs() {
   });
 }
 
-std::string WebPage::GetHref(const html::Element& anchor) {
+std::string acquire_internal::GetHref(const html::Element& anchor) {
   static constexpr std::pair<std::string_view, std::string_view> kTokens[] = {
       {"href=\"", "\""}, {"href =\"", "\""}, {"href = \"", "\""}, {"href=", " "},   {"href =", " "},
       {"href = ", " "},  {"href=", ">"},     {"href =", ">"},     {"href = ", ">"},

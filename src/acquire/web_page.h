@@ -101,26 +101,17 @@ class WebPage : public Object {
   std::string GetElementPath(const html::Element& elem) const;
   std::string GetElementDescription(const html::Element& elem) const;
 
-  // ---- inside the library ----
   const std::shared_ptr<const html::Document>& Document() const { return document_; }
   // The web session that web addresses are fetched through; made when first needed.
   const std::shared_ptr<web::HttpClient>& Session();
   void SetSession(std::shared_ptr<web::HttpClient> client) { session_ = std::move(client); }
+
+ private:
   // The links of the document's anchors, sorted as `RegExHrefs` sorts them. An anchor's address
   // is the href of its markup read as XML, else `GetHref`, else its href attribute (a "file:"
   // address on a page that is not local is rebuilt on the page's site). Its text is the anchor's
   // `innerText`. An anchor whose address does not parse is skipped.
   void GetHrefs();
-  // The address in an anchor's markup, found by text: after `href="`, `href ="` or `href = "` up
-  // to the next double quote, else after "href=", "href =" or "href = " up to the next space, else
-  // up to the next ">"; letter case ignored; the first that gives something. "" when none does.
-  static std::string GetHref(const html::Element& anchor);
-  // For a "mailto:" address: the address part unescaped, a query after the last "@" cut off,
-  // spaces trimmed, leading slashes and backslashes removed, and parsed again as "mailto:" + the
-  // rest into `mailto`, which is returned. Other addresses are returned as they are.
-  static web::Uri& CleanseEmail(web::Uri& mailto);
-
- private:
   struct LoadContext;
   std::shared_ptr<const html::Document> OpenDocument(const std::string& address);
   void Load(const std::string& url, const std::string& SrcUrl, LoadContext& context, int depth);

@@ -95,7 +95,8 @@ class CHTMLPlugin : public Object, public IDocPlugin {
                bool CheckActiveDocument, bool CheckSourceText, bool CheckTreeCtrl,
                bool CheckSourceRTB, bool CheckSelectedRTB, bool CheckBrowserCtrl) override;
 
-  // ---- cleansing steps (inside the library); each reads and rewrites the whole file ----
+ private:
+  // The cleansing steps of `CleanseDocument`; each reads and rewrites the whole file.
   // Keeps only what stands between the first "<HTML>" and the last "</HTML>" (when something
   // does), removes every other "<HTML>" and "</HTML>", wraps the text in "<HTML>" ... "</HTML>",
   // and disarms error traps by turning "OnError=" into "OnEror=". Searches ignore case.
@@ -116,7 +117,6 @@ class CHTMLPlugin : public Object, public IDocPlugin {
                          const std::string& EndTag, const std::string& Pattern,
                          const std::string& ReplaceString);
 
- private:
   std::string doc_type_;
   ObjectPtr tree_ctrl_, selected_rtb_, source_rtb_, browser_ctrl_, active_document_;
   std::shared_ptr<EventTunnel> event_svc_;

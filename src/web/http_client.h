@@ -100,10 +100,17 @@ class HttpClient : public Object, public ICloneable, public ISerializable {
 
   Signal<const std::string&> AsynchRequestComplete;
 
-  // ---- inside the library -------------------------------------------------------------------
+  // Moves `CurrentUrl` to `Url` (resolved against the current address) as a request to it
+  // would, without sending anything.
+  void UpdateCurrentUrl(const std::string& Url, bool IsPost, const std::string& FormVariables);
+  const std::shared_ptr<Uri>& StaticRelativeUrl() const noexcept { return static_relative_; }
+  // The request of the last `GetPage` or `SubmitForm` (its redirect count, its final method).
+  const std::shared_ptr<HttpWebRequest>& CurrentRequest() const noexcept { return request_; }
+
+ private:
+  // The steps of a request.
   void DoWebRequest(const std::string& Url, const std::string& Method,
                     const std::string& FormVariables);
-  void UpdateCurrentUrl(const std::string& Url, bool IsPost, const std::string& FormVariables);
   std::shared_ptr<HttpWebRequest> CreateRequest(const std::string& Method,
                                                 const std::string& FormVariables);
   void WriteRequestBody(HttpWebRequest& request, const std::string& FormVariables);
@@ -112,14 +119,6 @@ class HttpClient : public Object, public ICloneable, public ISerializable {
   std::shared_ptr<Uri> GetUrlFromResponse(const std::shared_ptr<HttpWebResponse>& response);
   std::string GetRedirectUrl(const HttpWebResponse& response);
   void ReadHttpResponse(const std::shared_ptr<HttpWebResponse>& response);
-  void SetCurrentUrl(std::shared_ptr<Uri> value) { current_url_ = std::move(value); }
-  void SetHttpResponse(std::shared_ptr<HttpWebResponse> value) { response_ = std::move(value); }
-  const std::shared_ptr<Uri>& StaticRelativeUrl() const noexcept { return static_relative_; }
-  void SetStaticRelativeUrl(std::shared_ptr<Uri> value) { static_relative_ = std::move(value); }
-  // The request of the last `GetPage` or `SubmitForm` (its redirect count, its final method).
-  const std::shared_ptr<HttpWebRequest>& CurrentRequest() const noexcept { return request_; }
-
- private:
   void OnResponseComplete(const std::shared_ptr<HttpWebResponse>& response);
   void OnResponseError(ErrorNumber number, const std::string& description);
 
