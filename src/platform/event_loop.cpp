@@ -183,8 +183,14 @@ void EventLoop::Sleep(Millis ms) {
 
 void EventLoop::WaitForActivity(Millis ms) {
   if (ms <= Millis(0)) return;
-  if (ready_count_ > 0 || !posted_.empty()) return;
-  if (ready_count_ > 0 || !posted_.empty()) return;
+  if (ready_count_ > 0) {
+    // What an earlier wait found was not handed out yet: look again, so that the next pass
+    // serves what is ready now (and not what was ready then).
+    ready_count_ = 0;
+    Collect(0);
+    return;
+  }
+  if (!posted_.empty()) return;
   // Timers are due by `Now()`; the wait itself is real time.
   const auto now = Now();
   auto deadline = now + ms;

@@ -11,8 +11,9 @@
 //
 // Watched descriptors sit in one epoll set. The readiness that `WaitForActivity` waited for is
 // kept and handed out by the next `DoEvents` (one system call for both), so a pass serves every
-// descriptor that was ready at the wait. A callback may therefore hear of readiness that an
-// earlier callback of the same pass used up: watched descriptors are read without blocking.
+// descriptor that was ready at the wait (a second wait before that pass looks again). A callback
+// may therefore hear of readiness that an earlier callback of the same pass used up: watched
+// descriptors are read without blocking.
 #pragma once
 
 #include <array>

@@ -187,6 +187,23 @@ TEST(EventLoop, MoreReadyDescriptorsThanOnePassTakesAreAllServedByLaterPasses) {
   }
 }
 
+TEST(EventLoop, ASecondWaitBeforeThePassLooksAgain) {
+  EventLoop loop;
+  WatchedPipe a, b;
+  a.id = loop.WatchFd(a.fds[0], true, false, [&](bool, bool) { ++a.calls; });
+  b.id = loop.WatchFd(b.fds[0], true, false, [&](bool, bool) { ++b.calls; });
+  a.Fill();
+  loop.WaitForActivity(2000ms);  // finds a
+  a.Drain();
+  b.Fill();
+  loop.WaitForActivity(2000ms);  // finds b, and a no more
+  loop.DoEvents();
+  EXPECT_EQ(a.calls, 0);
+  EXPECT_EQ(b.calls, 1);
+  loop.UnwatchFd(a.id);
+  loop.UnwatchFd(b.id);
+}
+
 TEST(EventLoop, ADescriptorUnwatchedByAnEarlierCallbackOfThePassIsNotCalled) {
   EventLoop loop;
   WatchedPipe a, b;
