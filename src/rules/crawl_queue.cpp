@@ -46,14 +46,11 @@ db::RecordsetPtr D_CrawlQueue::GetUnreadDocs(const std::string& JobId, const std
 long D_CrawlQueue::CountUnreadDocs(const std::string& JobId, const std::string& TaskId,
                                    const DateTime& JobStartTime) {
   return ReportAs("D_CrawlQueue.CountUnreadDocs(JobId,TaskId,JobStartTime)", [&] {
-    auto rs = Query().RunQuery(
+    return Count(
         "SELECT COUNT(*) AS n FROM task_instance_docs WHERE job_id = ? AND task_id = ? AND "
         "job_start_time = ? AND temp_uri IS NOT NULL AND temp_uri <> '' AND "
         "extraction_completion_code = 0",
-        true, {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
-    if (rs->IsEOF()) return 0L;
-    const Variant& v = (*rs)["n"].Value();
-    return v.IsEmptyOrNull() ? 0L : v.ToLong();
+        {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
   });
 }
 

@@ -271,12 +271,8 @@ long DTask::CountDownloadedDocs(const std::string& JobId, const std::string& Tas
                                 const DateTime& JobStartTime) {
   return ReportAs("DTask.CountDownloadedDocs(JobId,TaskId,JobStartTime)",
                   Args(JobId, TaskId, JobStartTime), [&] {
-                    auto rs = Query().RunQuery(
-                        std::string("SELECT COUNT(*) AS n") + kDownloadedDocsWhere, true,
-                        {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
-                    if (rs->IsEOF()) return 0L;
-                    const Variant& v = (*rs)["n"].Value();
-                    return v.IsEmptyOrNull() ? 0L : v.ToLong();
+                    return Count(std::string("SELECT COUNT(*) AS n") + kDownloadedDocsWhere,
+                                 {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
                   });
 }
 
@@ -518,13 +514,10 @@ db::RecordsetPtr D_DownloadMgr::GetNonDownloadedFilesAfter(const std::string& Jo
 long D_DownloadMgr::CountNonDownloadedFiles(const std::string& JobId, const std::string& TaskId,
                                             const DateTime& JobStartTime) {
   return ReportAs("D_DownloadMgr.CountNonDownloadedFiles(JobId,TaskId,JobStartTime)", [&] {
-    auto rs = Query().RunQuery(
+    return Count(
         "SELECT COUNT(*) AS n FROM task_instance_docs WHERE job_id = ? AND task_id = ? AND "
         "job_start_time = ? AND (copy_completion_code <> 'Success') AND (copy_try_count < 10)",
-        true, {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
-    if (rs->IsEOF()) return 0L;
-    const Variant& v = (*rs)["n"].Value();
-    return v.IsEmptyOrNull() ? 0L : v.ToLong();
+        {Variant(JobId), Variant(TaskId), Variant(JobStartTime)});
   });
 }
 

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "rules/c_disconn_rs.h"
 #include "rules/no_action.h"
@@ -18,6 +20,9 @@ class RulesDataAccess {
   // Sets the string here and on the `CDisconnRS`.
   void SetConnStr(std::string cn_str);
   const CDisconnRS& Query() const { return rs_; }
+  // Runs a read-only `SELECT COUNT(*) ...` (or any statement whose first column is a number) and
+  // gives its first row's first value; 0 when there is no row or the value is NULL.
+  long Count(std::string_view SQLStatement, const std::vector<Variant>& params) const;
 
  private:
   std::string rules_db_conn_str_;
