@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <sys/sendfile.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -151,6 +153,32 @@ void WriteAll(int fd, std::string_view bytes, const std::string& path) {
       WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
     }
     bytes.remove_prefix(static_cast<std::size_t>(n));
+  }
+}
+
+// Copies what is left of `in` to `out` inside the kernel (read and write where the file systems
+// do not allow it); 0, or the errno of the failure.
+int CopyContent(int in, int out) {
+  bool kernel = true;
+  char buffer[65536];
+  for (;;) {
+    ssize_t n = kernel ? ::sendfile(out, in, nullptr, std::size_t{1} << 30) : -1;
+    if (n < 0 && kernel && (errno == EINVAL || errno == ENOSYS)) {
+      kernel = false;
+      continue;
+    }
+    if (!kernel) {
+      n = ::read(in, buffer, sizeof buffer);
+      if (n > 0) {
+        for (ssize_t done = 0; done < n;) {
+          const ssize_t w = ::write(out, buffer + done, static_cast<std::size_t>(n - done));
+          if (w < 0 && errno != EINTR) return errno;
+          if (w > 0) done += w;
+        }
+      }
+    }
+    if (n == 0) return 0;
+    if (n < 0 && errno != EINTR) return errno;
   }
 }
 
@@ -452,6 +480,11 @@ std::string FileSaver::GetCreateableFullPath() {
 // ---- writing ------------------------------------------------------------------------------
 
 std::string FileSaver::WriteNewFile(std::string_view bytes) {
+  return WriteNewFile([&](int fd, const std::string& path) { WriteAll(fd, bytes, path); });
+}
+
+std::string FileSaver::WriteNewFile(
+    const std::function<void(int fd, const std::string& path)>& write) {
   std::string path = GetCreateableFullPath();
   const std::string folder = fs::path(path).parent_path().string();
   // A file without a name is written first and named when whole: a process killed meanwhile
@@ -462,7 +495,7 @@ std::string FileSaver::WriteNewFile(std::string_view bytes) {
                      : ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
   if (fd >= 0) {
     try {
-      WriteAll(fd, bytes, path);
+      write(fd, path);
     } catch (...) {
       ::close(fd);
       throw;
@@ -495,7 +528,7 @@ std::string FileSaver::WriteNewFile(std::string_view bytes) {
       ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
   if (named_fd < 0) WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
   try {
-    WriteAll(named_fd, bytes, path);
+    write(named_fd, path);
   } catch (...) {
     ::close(named_fd);
     ::unlink(temporary.c_str());
@@ -557,20 +590,21 @@ std::string FileSaver::CopyFile(const std::string& SrcFile) {
       throw Error(errnum::kPathFileAccessError, "FileSaver.CopyFile",
                   "Not copied: " + source + ": " + check.reason + ".");
     }
-    std::error_code ec;
-    std::string path = GetCreateableFullPath();
-    const std::string folder = fs::path(path).parent_path().string();
-    const std::string temporary = TemporaryName(folder);
-    if (!fs::copy_file(source, temporary, fs::copy_options::none, ec)) {
-      const std::string why = ec.message();
-      fs::remove(temporary, ec);
-      throw Error(errnum::kWriteToFileFailed, "FileSaver.CopyFile",
-                  "Could not copy " + source + " to " + path + ": " + why + ".");
-    }
-    while (!Publish(temporary, path)) {
-      path = GetCreateableFileName(folder, fs::path(path).filename().string());
-    }
-    return path;
+    // The copy takes the source's permissions, as a file system copy does.
+    return WriteNewFile([&](int out, const std::string& path) {
+      const auto failed = [&](int error) {
+        return Error(
+            errnum::kWriteToFileFailed, "FileSaver.CopyFile",
+            "Could not copy " + source + " to " + path + ": " + std::strerror(error) + ".");
+      };
+      const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
+      if (in < 0) throw failed(errno);
+      struct stat st {};
+      int error = ::fstat(in, &st) == 0 ? CopyContent(in, out) : errno;
+      if (error == 0 && ::fchmod(out, st.st_mode & 07777) != 0) error = errno;
+      ::close(in);
+      if (error != 0) throw failed(error);
+    });
   });
 }
 

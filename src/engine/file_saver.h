@@ -42,6 +42,7 @@
 // A saver is not safe to share between threads; the library uses it from its one thread.
 #pragma once
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -152,6 +153,11 @@ class FileSaver : public Object, public ISerializable {
 
  private:
   std::string WriteNewFile(std::string_view bytes);
+  // Makes a new file at the next free name and returns its path: `write` fills the descriptor
+  // it is given (the path is the name the file is meant to take, for messages). The file is
+  // written without a name and named when whole, so a process killed meanwhile leaves nothing
+  // behind; where the system cannot name such a file it is written under a temporary name.
+  std::string WriteNewFile(const std::function<void(int fd, const std::string& path)>& write);
 
   std::string root_folder_, job_folder_, task_folder_, doc_folder_, file_name_;
   std::shared_ptr<web::Uri> src_url_;
