@@ -12,6 +12,7 @@
 #include <unordered_map>
 
 #include "acquire/advanced_download_mgr.h"
+#include "acquire/uri_list_internal.h"
 #include "acquire/web_page.h"
 #include "engine/job.h"
 #include "engine/task.h"
@@ -328,7 +329,8 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
             if (page->HttpLinks().Count() > 0) {
               // New links in the order first seen; the first sighting of an address wins.
               const auto kept = page->HttpLinks().DivideByRuleset(rules, are_rules_inclusive_);
-              for (const auto& [key, item] : kept->RawDictionary()) {
+              for (const auto& [key, item] :
+                   acquire_internal::UriListInternal::RawDictionary(*kept)) {
                 if (links.Insert(key)) {
                   found.push_back({item->url(), static_cast<std::int16_t>(depth_)});
                 }
@@ -354,12 +356,13 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
         // The addresses are in the file before their pages are marked read: a process killed
         // in between reads those pages again rather than losing what they gave.
         if (!email_output_path_.empty() && emails.Count() != emails_written) {
-          emails.WriteToFile(email_output_path_, true, true);
+          acquire_internal::UriListInternal::WriteToFile(emails, email_output_path_, true, true);
           emails_written = emails.Count();
         }
         queue.SaveRound(job_id, task_id, job_start, read_ids, found);
       }
-      if (!email_output_path_.empty()) emails.WriteToFile(email_output_path_, true, true);
+      if (!email_output_path_.empty())
+        acquire_internal::UriListInternal::WriteToFile(emails, email_output_path_, true, true);
     }
     // Every outcome is committed once the passes are over.
     journal.Remove();

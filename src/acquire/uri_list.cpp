@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "acquire/uri_list_internal.h"
 #include "acquire/uri_rules.h"
 #include "engine/doc_source.h"
 #include "engine/file_saver.h"
@@ -119,7 +120,9 @@ void UriList::MergeTo(const UriList& MergeFrom) {
   });
 }
 
-void UriList::SaveToDB(const std::shared_ptr<Task>& TaskInstance) {
+namespace acquire_internal {
+
+void UriListInternal::SaveToDB(UriList& list, const std::shared_ptr<Task>& TaskInstance) {
   ReportAs("UriList.SaveToDB(TaskInstance)", Args(TaskInstance), [&] {
     if (!TaskInstance) {
       throw Error(errnum::kObjectNotSet, "UriList.SaveToDB",
@@ -133,15 +136,16 @@ void UriList::SaveToDB(const std::shared_ptr<Task>& TaskInstance) {
       source->SetTask(TaskInstance);
     }
     std::vector<std::string> addresses;
-    addresses.reserve(unsaved_.size());
-    for (const auto& entry : unsaved_) addresses.push_back(entry.second->url());
+    addresses.reserve(list.unsaved_.size());
+    for (const auto& entry : list.unsaved_) addresses.push_back(entry.second->url());
     source->BuildDocTableFromURIListObject(addresses);
-    unsaved_.clear();
-    unsaved_index_.clear();
+    list.unsaved_.clear();
+    list.unsaved_index_.clear();
   });
 }
 
-void UriList::WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const {
+void UriListInternal::WriteToFile(const UriList& list, const std::string& Filepath,
+                                  bool IncludeSrcUri, bool isEmail) {
   ReportAs("UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)",
            Args(Filepath, IncludeSrcUri, isEmail), [&] {
              // Through a file saver: the old file goes first (Overwrite), so the new one is UTF-16
@@ -150,8 +154,10 @@ void UriList::WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool 
              auto saver = FileSaver::Create();
              saver->SetRootFolder(path.parent_path().string());
              saver->SetFileName(path.filename().string());
-             saver->SaveText(ToString(IncludeSrcUri, isEmail), true, isEmail);
+             saver->SaveText(list.ToString(IncludeSrcUri, isEmail), true, isEmail);
            });
 }
+
+}  // namespace acquire_internal
 
 }  // namespace gw

@@ -4,8 +4,8 @@
 // Two links that differ only in what `HashCode` ignores (a fragment, the letter case of the host
 // or path, escaping) are one link, and the first sighting wins with its source and text. Beside
 // all its items a list keeps those not yet stored as documents of a task ("unsaved"): `Add` with
-// `ForSaveToDB`, `MergeTo` and `DivideByRuleset` mark what they add, and `SaveToDB` stores and
-// clears them. Looking a link up costs the same however long the list is.
+// `ForSaveToDB`, `MergeTo` and `DivideByRuleset` mark what they add, and storing them as documents
+// of a task clears them. Looking a link up costs the same however long the list is.
 #pragma once
 
 #include <memory>
@@ -20,6 +20,9 @@ namespace gw {
 
 class Task;
 class UriRuleset;
+namespace acquire_internal {
+struct UriListInternal;
+}
 
 class UriListItem : public Object {
  public:
@@ -73,32 +76,10 @@ class UriList : public Object {
   // texts, marked unsaved (despite its name, it merges into this list).
   void MergeTo(const UriList& MergeFrom);
 
-  // ---- inside the library ----
-  // Queues the unsaved links as documents of the running task (`DocSource`'s
-  // `BuildDocTableFromURIListObject`, all in one transaction on the rules store), then forgets
-  // them. The task's first document source does it, or one made for the purpose when the task has
-  // none.
-  void SaveToDB(const std::shared_ptr<Task>& TaskInstance);
-  // Writes `ToString(IncludeSrcUri, isEmail)` to `Filepath` through a `FileSaver` (its folder as
-  // the root, its name as the file name template), deleting an older file first, so that it always
-  // holds the whole list, as UTF-16 with a byte-order mark; the folder is made when missing.
-  // Reports under
-  // "UriList.WriteToFile(Filepath,IncludeSrcUri,isEmail)".
-  void WriteToFile(const std::string& Filepath, bool IncludeSrcUri, bool isEmail) const;
-  // Forgets which links are unsaved (a caller that stored them itself).
-  void ClearUnsaved() {
-    unsaved_.clear();
-    unsaved_index_.clear();
-  }
-  // Every item and the unsaved ones, each as (key, item) in order.
-  const std::vector<std::pair<std::string, UriListItemPtr>>& RawDictionary() const {
-    return items_;
-  }
-  const std::vector<std::pair<std::string, UriListItemPtr>>& RawUnsavedDictionary() const {
-    return unsaved_;
-  }
-
  private:
+  // Storing the unsaved links, writing the list to a file and walking its entries in place are
+  // for the crawler and the tests of this layer (acquire/uri_list_internal.h).
+  friend struct acquire_internal::UriListInternal;
   std::vector<std::pair<std::string, UriListItemPtr>> items_;
   std::unordered_map<std::string, std::size_t> index_;  // key -> position in items_
   std::vector<std::pair<std::string, UriListItemPtr>> unsaved_;

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "acquire/uri_list_internal.h"
 #include "acquire/uri_rules.h"
 #include "engine/doc_source.h"
 #include "engine/job.h"
@@ -18,6 +19,8 @@
 
 namespace gw {
 namespace {
+
+using acquire_internal::UriListInternal;
 
 web::Uri Link(const std::string& address, const std::string& text = {}) {
   web::Uri u(address);
@@ -33,7 +36,8 @@ std::vector<std::string> Urls(const UriList& list) {
 
 std::vector<std::string> UnsavedUrls(const UriList& list) {
   std::vector<std::string> out;
-  for (const auto& [key, item] : list.RawUnsavedDictionary()) out.push_back(item->url());
+  for (const auto& [key, item] : UriListInternal::RawUnsavedDictionary(list))
+    out.push_back(item->url());
   return out;
 }
 
@@ -62,7 +66,7 @@ TEST(UriList, ALinkIsKeptOnceWithItsFirstSourceAndText) {
       EXPECT_EQ(e.Number(), errnum::kSubscriptOutOfRange);
     }
   }
-  EXPECT_TRUE(list.RawUnsavedDictionary().empty());
+  EXPECT_TRUE(UriListInternal::RawUnsavedDictionary(list).empty());
 }
 
 TEST(UriList, LinksMarkedForSavingAreKeptApart) {
@@ -126,11 +130,12 @@ TEST(UriList, TextFormAndFile) {
   const auto utf16 = [](const std::string& text) {
     return "\xFF\xFE" + EncodeFromUtf8(text, "UTF-16LE");
   };
-  mails.WriteToFile(path.string(), true, true);
+  UriListInternal::WriteToFile(mails, path.string(), true, true);
   EXPECT_EQ(testing::ReadFile(path), utf16(mails.ToString(true, true)));
   UriList fewer;
   fewer.Add(web::Uri("mailto:cy@c.test"), "http://c.test/");
-  fewer.WriteToFile(path.string(), false, true);  // the file holds the whole new list only
+  UriListInternal::WriteToFile(fewer, path.string(), false,
+                               true);  // the file holds the whole new list only
   EXPECT_EQ(testing::ReadFile(path), utf16("cy@c.test\r\n"));
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir / "out"),
                           std::filesystem::directory_iterator{}),
@@ -178,7 +183,7 @@ TEST_F(UriListStoreTest, SaveToDBQueuesTheUnsavedLinksInOneTransaction) {
   const auto poller = EventLoop::Current().AddPoller([&] {
     if (++yields == kLinks / 2) seen_halfway = QueuedRows();
   });
-  list.SaveToDB(task_);
+  UriListInternal::SaveToDB(list, task_);
   EventLoop::Current().RemovePoller(poller);
   EXPECT_EQ(seen_halfway, 0);
   EXPECT_EQ(QueuedRows(), kLinks);
@@ -186,10 +191,10 @@ TEST_F(UriListStoreTest, SaveToDBQueuesTheUnsavedLinksInOneTransaction) {
                   "job_id = ?",
                   {Variant(job_->JobId())}),
             1);
-  EXPECT_TRUE(list.RawUnsavedDictionary().empty());
+  EXPECT_TRUE(UriListInternal::RawUnsavedDictionary(list).empty());
   EXPECT_EQ(list.Count(), kLinks + 1);
 
-  list.SaveToDB(task_);  // nothing left to store
+  UriListInternal::SaveToDB(list, task_);  // nothing left to store
   EXPECT_EQ(QueuedRows(), kLinks);
 }
 
