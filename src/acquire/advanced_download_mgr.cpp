@@ -486,6 +486,7 @@ void AdvancedDownloadMgr::CompleteHttpFileDownload(DownloadAgent& agent) {
     const std::string path = saver_->SaveBytes(response->ResponseBody());
     const std::size_t length = text::CountCodePoints(path);
     const bool truncated = saver_->LastPathWasShortened() || (length >= 253 && length <= 255);
+    if (!path.empty()) OnPageSaved.Emit(row, path, response->ResponseBody());
     LogSuccessfulDownload(path, row, truncated ? kTruncated : "Success",
                           static_cast<long long>(response->ResponseBody().size()));
   } catch (const Error& e) {

@@ -42,6 +42,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "acquire/failures.h"
@@ -182,6 +183,10 @@ class AdvancedDownloadMgr : public Object {
   // (the rows are committed in batches): what a crawl journals so that a killed run does not
   // fetch the page again.
   Signal<const std::string&, const std::string&, const std::string&> OnFileSaved;
+  // (row, file, the response's body as saved) just before a saved response's row outcome, while
+  // the body is still in hand: what a crawl reads the page's links from without reading the file
+  // back. Not raised for copied files, error pages or a path that could not be made.
+  Signal<const DownloadRow&, const std::string&, std::string_view> OnPageSaved;
 
  private:
   // At most this many rows wait for their hosts; the list is read on when fewer do.

@@ -108,12 +108,25 @@ class SaveJournal {
 // of 10,000 addresses the chance of that is about one in 10^11.
 class AddressSet {
  public:
+  // What the set keeps of `key`.
+  static std::uint64_t HashOf(std::string_view key) {
+    const std::uint64_t h = std::hash<std::string_view>{}(key);
+    return h == 0 ? 1 : h;  // 0 marks a free slot
+  }
   // True when `key` was not in the set.
-  bool Insert(std::string_view key) {
-    std::uint64_t h = std::hash<std::string_view>{}(key);
-    if (h == 0) h = 1;  // 0 marks a free slot
+  bool Insert(std::string_view key) { return InsertHash(HashOf(key)); }
+  // The same for a key's `HashOf`.
+  bool InsertHash(std::uint64_t h) {
     if ((count_ + 1) * 4 > slots_.size() * 3) Grow();
     return Place(h);
+  }
+  bool Contains(std::uint64_t h) const {
+    if (slots_.empty()) return false;
+    const std::size_t mask = slots_.size() - 1;
+    for (std::size_t i = h & mask;; i = (i + 1) & mask) {
+      if (slots_[i] == h) return true;
+      if (slots_[i] == 0) return false;
+    }
   }
   long Count() const { return static_cast<long>(count_); }
 
@@ -140,6 +153,64 @@ class AddressSet {
 
   std::vector<std::uint64_t> slots_;
   std::size_t count_ = 0;
+};
+
+// The links of a round's pages, read from each response while it is in hand, as it is saved, so
+// that the work overlaps the transfers still under way; reading the level then takes a page's
+// links from here instead of reading its file back, and stores the same rows in the same order.
+// Only what the level can use is kept: the links the run did not know when the page was saved (a
+// link known then is known when the level is read), by their `AddressSet` hash, and each
+// address's text once for the round, so the memory follows the new links, not the links read.
+class ReadAheadLinks {
+ public:
+  struct Page {
+    std::uint64_t page = 0;            // the page's own address
+    std::vector<std::uint64_t> fresh;  // its kept links unknown to the run, in order
+    // fresh[i] written otherwise than where the round first saw it (case, escapes): (i, text)
+    std::vector<std::pair<std::size_t, std::string>> spelled;
+    UriListPtr emails;  // null for none
+  };
+
+  // Keeps what the links of `page` (the links just scanned) give the level.
+  void Add(const std::string& doc_id, WebPage& page, const UriRuleset& rules, bool inclusive,
+           const AddressSet& known) {
+    Page read;
+    read.page = AddressSet::HashOf(page.url().HashCode());
+    if (page.HttpLinks().Count() > 0) {
+      const auto kept = page.HttpLinks().DivideByRuleset(rules, inclusive);
+      for (const auto& [key, item] : acquire_internal::UriListInternal::RawDictionary(*kept)) {
+        const std::uint64_t h = AddressSet::HashOf(key);
+        if (known.Contains(h)) continue;
+        const auto [text, first] = texts_.try_emplace(h, item->url());
+        if (!first && text->second != item->url()) {
+          read.spelled.emplace_back(read.fresh.size(), item->url());
+        }
+        read.fresh.push_back(h);
+      }
+    }
+    if (page.EmailLinks().Count() > 0) read.emails = page.EmailLinksPtr();
+    pages_[doc_id] = std::move(read);
+  }
+  // What was kept of the page with this id; null when it was not read ahead.
+  const Page* Find(const std::string& doc_id) const {
+    const auto found = pages_.find(doc_id);
+    return found == pages_.end() ? nullptr : &found->second;
+  }
+  // The text of the page's i-th fresh link.
+  const std::string& Text(const Page& page, std::size_t i, std::size_t& next_spelled) const {
+    if (next_spelled < page.spelled.size() && page.spelled[next_spelled].first == i) {
+      return page.spelled[next_spelled++].second;
+    }
+    return texts_.at(page.fresh[i]);
+  }
+  void Clear() {
+    pages_.clear();
+    texts_.clear();
+  }
+
+ private:
+  std::unordered_map<std::string, Page> pages_;  // by document id
+  std::unordered_map<std::uint64_t, std::string> texts_;
 };
 
 // Gives the open rows whose files the journal names their outcome, in one transaction.
@@ -260,6 +331,15 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
       return (max_depth_ > 0 && depth_ >= max_depth_) ||
              (max_doc_count_ > 0 && read_before + pages_seen.Count() >= max_doc_count_) || cancel_;
     };
+    // A page is local when its address is a file's: an absolute path is what a drive letter is
+    // elsewhere.
+    const auto is_local = [](const std::string& source) {
+      std::string kind = source;
+      const web::ResourceType type = DownloadMgr::DetermineResourceType(kind);
+      return type == web::ResourceType::FileSystem ||
+             (type == web::ResourceType::Unknown && kind.starts_with("/"));
+    };
+    ReadAheadLinks ahead;
 
     for (;;) {
       // The round's open rows are read a slice at a time, and so are the pages of a level.
@@ -277,6 +357,19 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
             [&journal](const std::string& id, const std::string& file, const std::string& code) {
               journal.Append(id, file, code);
             });
+        // A web page's links are read as it is saved; a local page's (resolved against the
+        // client's address of the round) and any page not read here are read from their files.
+        const ScopedConnection page_saved = pass->OnPageSaved.Connect(
+            [&](const DownloadRow& row, const std::string&, std::string_view body) {
+              if (body.empty() || limit_met() || is_local(row.uri)) return;
+              try {
+                auto page = WebPage::Create();
+                page->RegExHrefsOfBytes(body, row.uri);
+                ahead.Add(row.doc_id, *page, rules, are_rules_inclusive_, links);
+              } catch (const Error&) {
+                // Read from its file with the level, where its failure is told.
+              }
+            });
         const ScopedConnection outcome = pass->OnRowOutcome.Connect(
             [this](const std::string& id, const std::string& code, bool saved, long long bytes) {
               OnRowOutcome.Emit(id, code, saved, bytes);
@@ -284,12 +377,14 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
         client = pass->DownloadFiles(rows, saver, client, "GET", tsk->SaveErrorPages());
       }
       if (limit_met()) {
+        ahead.Clear();
         if (cancel_ || !downloading) break;
         continue;  // the last level is fetched (and retried) but yields no links
       }
 
       const long doc_count = queue.CountUnreadDocs(job_id, task_id, job_start);
       if (doc_count == 0) {
+        ahead.Clear();
         if (!downloading) break;
         continue;  // nothing fetched this round: no level was read
       }
@@ -311,45 +406,55 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
           DoEvents();
           cancel_ = cancel_ || cancel;
           if (cancel_) break;
-          std::string kind = source;
-          const web::ResourceType type = DownloadMgr::DetermineResourceType(kind);
-          // An absolute path is what a drive letter is elsewhere: a local file.
-          const bool local = type == web::ResourceType::FileSystem ||
-                             (type == web::ResourceType::Unknown && kind.starts_with("/"));
+          std::string doc_id = TextOf(*docs, "doc_id");
+          const bool local = is_local(source);
+          const ReadAheadLinks::Page* read = local ? nullptr : ahead.Find(doc_id);
           std::string address = source;
           if (local && !relative.empty()) {
             address = relative;
           } else if (local && !text::StartsWithNoCase(source, "file:")) {
             address = FileAddress(std::filesystem::absolute(source).string());
           }
-          try {
-            auto page = WebPage::Create();
-            page->RegExHrefs(TextOf(*docs, "temp_uri"), address);
-            pages_seen.Insert(page->url().HashCode());
-            if (page->HttpLinks().Count() > 0) {
-              // New links in the order first seen; the first sighting of an address wins.
-              const auto kept = page->HttpLinks().DivideByRuleset(rules, are_rules_inclusive_);
-              for (const auto& [key, item] :
-                   acquire_internal::UriListInternal::RawDictionary(*kept)) {
-                if (links.Insert(key)) {
-                  found.push_back({item->url(), static_cast<std::int16_t>(depth_)});
-                }
+          if (read) {
+            pages_seen.InsertHash(read->page);
+            std::size_t spelled = 0;
+            for (std::size_t i = 0; i < read->fresh.size(); ++i) {
+              const std::string& url = ahead.Text(*read, i, spelled);
+              if (links.InsertHash(read->fresh[i])) {
+                found.push_back({url, static_cast<std::int16_t>(depth_)});
               }
             }
-            emails.MergeTo(page->EmailLinks());
-          } catch (const Error& failure) {
-            // The page costs only itself: it is marked read, so it is not read again.
-            Error e = failure;
-            e.AddCallStackLine(kCrawlLogName);
-            bool ignored = false;
-            OnStatusChange.Emit(e.Description(), ignored);
+            if (read->emails) emails.MergeTo(*read->emails);
+          } else {
+            try {
+              auto page = WebPage::Create();
+              page->RegExHrefs(TextOf(*docs, "temp_uri"), address);
+              pages_seen.Insert(page->url().HashCode());
+              if (page->HttpLinks().Count() > 0) {
+                // New links in the order first seen; the first sighting of an address wins.
+                const auto kept = page->HttpLinks().DivideByRuleset(rules, are_rules_inclusive_);
+                for (const auto& [key, item] :
+                     acquire_internal::UriListInternal::RawDictionary(*kept)) {
+                  if (links.Insert(key)) {
+                    found.push_back({item->url(), static_cast<std::int16_t>(depth_)});
+                  }
+                }
+              }
+              emails.MergeTo(page->EmailLinks());
+            } catch (const Error& failure) {
+              // The page costs only itself: it is marked read, so it is not read again.
+              Error e = failure;
+              e.AddCallStackLine(kCrawlLogName);
+              bool ignored = false;
+              OnStatusChange.Emit(e.Description(), ignored);
+            }
           }
           OnProgressChange.Emit(1, doc_count * 2);
           if (max_doc_count_ > 0 && read_before + pages_seen.Count() >= max_doc_count_) {
             more = false;
             break;
           }
-          read_ids.push_back(TextOf(*docs, "doc_id"));
+          read_ids.push_back(std::move(doc_id));
         }
         if (cancel_) more = false;
         docs.reset();
@@ -361,6 +466,7 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
         }
         queue.SaveRound(job_id, task_id, job_start, read_ids, found);
       }
+      ahead.Clear();
       if (!email_output_path_.empty())
         acquire_internal::UriListInternal::WriteToFile(emails, email_output_path_, true, true);
     }

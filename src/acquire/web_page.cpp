@@ -109,29 +109,45 @@ void WebPage::NewLinkLists() {
 
 Variant WebPage::RegExHrefs(const std::string& FilePath, const std::string& url) {
   return ReportAs("WebPage.RegExHrefs(FilePath,url)", Args(FilePath, url), [&] {
-    NewLinkLists();
-    auto page = std::make_shared<web::Uri>();
-    page->Parse(url);
-    url_ = page;
-    const std::string source = page->ToString();
     std::string text;
+    const auto page = StartScan(url);
     try {
       text = ReadDocumentFile(LocalFilePath(FilePath), "WebPage.RegExHrefs").text;
     } catch (const Error&) {
       return Variant();  // a file that did not open has no links
     }
-    ScanAnchors(text, [&](const ScannedAnchor& anchor) {
-      DoEvents();
-      if (!anchor.has_href) return;
-      try {
-        web::Uri u(anchor.href, page.get());
-        u.SetLinkText(anchor.text);
-        AddLink(u, source);
-      } catch (const Error&) {
-        // One bad link does not end the page.
-      }
-    });
+    ScanText(text, *page, true);
     return Variant();
+  });
+}
+
+void WebPage::RegExHrefsOfBytes(std::string_view bytes, const std::string& url) {
+  ReportAs("WebPage.RegExHrefsOfBytes(bytes,url)", [&] {
+    const auto page = StartScan(url);
+    ScanText(DecodeDocumentBytes(bytes).text, *page, false);
+  });
+}
+
+std::shared_ptr<web::Uri> WebPage::StartScan(const std::string& url) {
+  NewLinkLists();
+  auto page = std::make_shared<web::Uri>();
+  page->Parse(url);
+  url_ = page;
+  return page;
+}
+
+void WebPage::ScanText(std::string_view text, const web::Uri& page, bool yield) {
+  const std::string source = page.ToString();
+  ScanAnchors(text, [&](const ScannedAnchor& anchor) {
+    if (yield) DoEvents();
+    if (!anchor.has_href) return;
+    try {
+      web::Uri u(anchor.href, &page);
+      u.SetLinkText(anchor.text);
+      AddLink(u, source);
+    } catch (const Error&) {
+      // One bad link does not end the page.
+    }
   });
 }
 

@@ -29,6 +29,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <unordered_set>
 
 #include "acquire/uri_list.h"
@@ -71,6 +72,8 @@ class WebPage : public Object {
   // anchor. A file that cannot be read leaves the lists empty. Fails only when `url` does not
   // parse. The value is empty.
   Variant RegExHrefs(const std::string& FilePath, const std::string& url);
+  // The same for a file's bytes in hand (decoded as a file of them would be), without yielding.
+  void RegExHrefsOfBytes(std::string_view bytes, const std::string& url);
   const UriList& HttpLinks() const { return *http_links_; }
   const UriList& EmailLinks() const { return *email_links_; }
   const UriList& OtherLinks() const { return *other_links_; }
@@ -120,6 +123,11 @@ class WebPage : public Object {
   void LoadFrames(LoadContext& context, int depth);
   void LoadForms();
   void NewLinkLists();
+  // The lists made new and `url` parsed into the page's `url`, which is returned.
+  std::shared_ptr<web::Uri> StartScan(const std::string& url);
+  // Sorts the anchors of `text`, found on `page`, into the lists; with `yield`, yielding to the
+  // host once per anchor.
+  void ScanText(std::string_view text, const web::Uri& page, bool yield);
   // Sorts `u`, found on the page `source`, into the three lists.
   void AddLink(web::Uri& u, const std::string& source);
 

@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <thread>
 
 #include "acquire/crawler.h"
 #include "engine/run_fixture.h"
@@ -337,6 +338,68 @@ TEST_F(CrawlRunTest, AddressesCookiesAndStatusesOfACrawl) {
     EXPECT_TRUE(has(std::string("  Crawl Depth:  ") + depth)) << depth;
   }
   EXPECT_FALSE(has("  Crawl Depth:  5"));
+}
+
+// A level's pages arrive in any order, but the rows they give are stored in the order of the
+// pages in the queue, each address spelled as on the first of them that links to it, and so are
+// the e-mail addresses.
+TEST_F(CrawlRunTest, ALevelsRowsFollowTheQueueWhateverOrderItsPagesArriveIn) {
+  testing::LoopbackHttpServer site;
+  const auto page = [](const std::vector<std::string>& hrefs) {
+    std::string html = "<html><body>\n";
+    for (const auto& h : hrefs) html += "<a href=\"" + h + "\">link</a>\n";
+    return html + "</body></html>\n";
+  };
+  std::mutex mutex;
+  std::map<std::string, int> hits;
+  site.Http().Get(".*", [&](const httplib::Request& req, httplib::Response& res) {
+    {
+      std::lock_guard lock(mutex);
+      ++hits[req.path];
+    }
+    if (req.path == "/start.htm") {
+      res.set_content(page({"/slow.htm", "/fast.htm"}), "text/html");
+    } else if (req.path == "/slow.htm") {
+      // Answered well after fast.htm, which comes second in the queue.
+      std::this_thread::sleep_for(std::chrono::milliseconds(400));
+      res.set_content(page({"/Next.htm", "/y.htm", "/fast.htm#top", "mailto:slow@example.test"}),
+                      "text/html");
+    } else if (req.path == "/fast.htm") {
+      res.set_content(page({"/next.htm", "/z.htm", "/y.htm", "mailto:fast@example.test"}),
+                      "text/html");
+    } else {
+      res.set_content(page({}), "text/html");
+    }
+  });
+  site.Start(8);
+  auto job = NewJob("Order");
+  auto task = CrawlTask(job, {site.Url("/start.htm")});
+  const fs::path emails = folder_.Path() / "out" / "emails.txt";
+  CrawlerOf(task).SetEmailOutputPath(emails.string());
+  CrawlerOf(task).SetMaxDepth(2);
+  job->SaveAll();
+  job->Execute();
+
+  EXPECT_EQ(
+      RulesRows("SELECT uri, crawl_depth FROM task_instance_docs WHERE job_id = ? ORDER BY "
+                "rowid",
+                {Variant(job->JobId())}),
+      (std::vector<std::string>{site.Url("/start.htm") + "|NULL", site.Url("/slow.htm") + "|1",
+                                site.Url("/fast.htm") + "|1", site.Url("/Next.htm") + "|2",
+                                site.Url("/y.htm") + "|2", site.Url("/z.htm") + "|2"}));
+  const std::string raw = ReadFile(emails);
+  std::string list;
+  for (std::size_t i = 2; i < raw.size(); i += 2) list += raw[i];
+  EXPECT_EQ(list, "slow@example.test, " + site.Url("/slow.htm") + "\r\nfast@example.test, " +
+                      site.Url("/fast.htm") + "\r\n");
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(hits, (std::map<std::string, int>{{"/robots.txt", 1},
+                                              {"/start.htm", 1},
+                                              {"/slow.htm", 1},
+                                              {"/fast.htm", 1},
+                                              {"/Next.htm", 1},
+                                              {"/y.htm", 1},
+                                              {"/z.htm", 1}}));
 }
 
 TEST_F(CrawlRunTest, CancelStopsTheRoundsAndKeepsWhatWasDone) {
