@@ -8,7 +8,9 @@
 //     The hosts' state (robots.txt, the limit per host, Retry-After) lasts for the whole crawl;
 //  2. unless a limit is met (`MaxDepth` rounds of link reading, `MaxDocCount` pages read) or the
 //     crawl was cancelled, the depth goes up and the links of every fetched page not yet read are
-//     taken from its saved file (`WebPage::RegExHrefs`, no document tree). A page whose row says
+//     taken, in queue order, from what was read of its response as it was saved in the round
+//     (a web page) or else from its saved file (`WebPage::RegExHrefs`, no document tree), with
+//     the same result either way. A page whose row says
 //     it is a local file resolves its links against the client's `StaticRelativeUrlString` when
 //     there is one. Web links are filtered by `Ruleset` (`AreRulesInclusive`: keep those that
 //     match; otherwise drop them, so an empty ruleset follows everything), e-mail addresses
