@@ -39,27 +39,45 @@ EventLoop::Id EventLoop::WatchFd(int fd, bool want_read, bool want_write, FdCall
 void EventLoop::UpdateFd(Id id, bool want_read, bool want_write) {
   const auto it = watches_.find(id);
   if (it == watches_.end()) return;
-  it->second.want_read = want_read;
-  it->second.want_write = want_write;
-  Register(id, it->second);
+  Watch& w = it->second;
+  if (w.idle) {
+    w.idle = false;
+    if (w.registered) ++waited_count_;
+  }
+  w.want_read = want_read;
+  w.want_write = want_write;
+  Register(id, w);
+}
+
+void EventLoop::IdleFd(Id id) {
+  const auto it = watches_.find(id);
+  if (it == watches_.end()) return;
+  Watch& w = it->second;
+  if (w.Waited()) --waited_count_;
+  w.idle = true;
+  w.want_read = w.want_write = false;
 }
 
 void EventLoop::UnwatchFd(Id id) {
   const auto it = watches_.find(id);
   if (it == watches_.end()) return;
-  it->second.want_read = it->second.want_write = false;
-  Register(id, it->second);
+  Deregister(it->second);
   watches_.erase(it);
+}
+
+void EventLoop::Deregister(Watch& w) {
+  if (w.registered == 0) return;
+  // Fails harmlessly when the descriptor was closed already (the set dropped it then).
+  ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, w.fd, nullptr);
+  if (w.Waited()) --waited_count_;
+  w.registered = 0;
 }
 
 void EventLoop::Register(Id id, Watch& w) {
   const std::uint32_t wanted = (w.want_read ? EPOLLIN : 0u) | (w.want_write ? EPOLLOUT : 0u);
   if (wanted == w.registered) return;
   if (wanted == 0) {
-    // Fails harmlessly when the descriptor was closed already (the set dropped it then).
-    ::epoll_ctl(epoll_fd_, EPOLL_CTL_DEL, w.fd, nullptr);
-    w.registered = 0;
-    --registered_count_;
+    Deregister(w);
     return;
   }
   if (epoll_fd_ < 0) {
@@ -74,14 +92,15 @@ void EventLoop::Register(Id id, Watch& w) {
     // Closed and opened again under the same number while registered: a new registration.
     rc = ::epoll_ctl(epoll_fd_, EPOLL_CTL_ADD, w.fd, &ev);
   }
+  const bool waited = w.Waited();
   if (rc != 0) {
     // Not a descriptor epoll can watch (or no longer open): it never becomes ready.
-    if (w.registered) --registered_count_;
+    if (waited) --waited_count_;
     w.registered = 0;
     return;
   }
-  if (!w.registered) ++registered_count_;
   w.registered = wanted;
+  if (!waited && w.Waited()) ++waited_count_;
 }
 
 EventLoop::Id EventLoop::AddPoller(Callback callback) {
@@ -95,7 +114,7 @@ void EventLoop::RemovePoller(Id id) { pollers_.erase(id); }
 void EventLoop::Post(Callback callback) { posted_.push_back(std::move(callback)); }
 
 void EventLoop::Collect(int timeout_ms) {
-  if (ready_count_ > 0 || registered_count_ == 0) return;
+  if (ready_count_ > 0 || waited_count_ == 0) return;
   epoll_event events[kMaxReady];
   int n;
   do {
@@ -115,8 +134,13 @@ void EventLoop::DispatchReady() {
   for (int k = 0; k < count; ++k) {
     const auto it = watches_.find(ready[k].id);
     if (it == watches_.end()) continue;  // unwatched since
-    const Watch& w = it->second;
+    Watch& w = it->second;
     if (w.registered == 0) continue;  // wants nothing now
+    if (w.idle) {
+      // Nobody waits for it and it will stay ready (a closed peer): out of the set.
+      Deregister(w);
+      continue;
+    }
     const std::uint32_t ev = ready[k].events;
     const bool failed = (ev & (EPOLLHUP | EPOLLERR)) != 0;
     const bool readable = failed || (w.want_read && (ev & EPOLLIN) != 0);
@@ -192,18 +216,37 @@ void EventLoop::WaitForActivity(Millis ms) {
   }
   if (!posted_.empty()) return;
   // Timers are due by `Now()`; the wait itself is real time.
-  const auto now = Now();
-  auto deadline = now + ms;
+  auto deadline = Now() + ms;
   for (const auto& [id, t] : timers_) {
     if (!t.running) deadline = std::min(deadline, t.due);
   }
-  if (deadline <= now) return;
-  if (registered_count_ == 0) {
-    std::this_thread::sleep_for(deadline - now);
-    return;
+  while (true) {
+    const auto now = Now();
+    if (deadline <= now) return;
+    if (waited_count_ == 0) {
+      std::this_thread::sleep_for(deadline - now);
+      return;
+    }
+    const auto wait = std::chrono::duration_cast<Millis>(deadline - now) + Millis(1);
+    Collect(static_cast<int>(std::min<Millis::rep>(wait.count(), INT_MAX)));
+    // Woken only by idle descriptors (closed by their peers): out of the set, and wait on.
+    if (!DropIdleReady()) return;
   }
-  const auto wait = std::chrono::duration_cast<Millis>(deadline - now) + Millis(1);
-  Collect(static_cast<int>(std::min<Millis::rep>(wait.count(), INT_MAX)));
+}
+
+bool EventLoop::DropIdleReady() {
+  if (ready_count_ == 0) return false;
+  int kept = 0;
+  for (int k = 0; k < ready_count_; ++k) {
+    const auto it = watches_.find(ready_[k].id);
+    if (it != watches_.end() && it->second.idle) {
+      Deregister(it->second);
+      continue;
+    }
+    ready_[kept++] = ready_[k];
+  }
+  ready_count_ = kept;
+  return kept == 0;
 }
 
 bool EventLoop::RunUntil(const std::function<bool()>& done, Millis timeout, Millis step) {

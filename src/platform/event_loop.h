@@ -50,6 +50,12 @@ class EventLoop {
   using FdCallback = std::function<void(bool readable, bool writable)>;
   Id WatchFd(int fd, bool want_read, bool want_write, FdCallback callback);
   void UpdateFd(Id id, bool want_read, bool want_write);
+  // The owner wants nothing from the descriptor for now but will likely want it again soon (an
+  // idle kept-alive connection): it stays in the epoll set, so that neither this nor the next
+  // `UpdateFd` asking for the same events costs a system call. Nobody waits for it: a wait does
+  // not wake for it and a pass does not look for it alone. If it becomes ready meanwhile (the
+  // peer closed), it is taken out of the set quietly and its callback is not called.
+  void IdleFd(Id id);
   void UnwatchFd(Id id);
 
   // Work that runs at every `DoEvents` (driving transfers, checking whether a process ended).
@@ -93,6 +99,9 @@ class EventLoop {
     bool want_write;
     FdCallback callback;
     std::uint32_t registered = 0;  // the events the epoll set holds for it; 0: not in the set
+    bool idle = false;             // in the set (or not) without anyone waiting for it
+    // Counted in `waited_count_`: in the set, and someone waits for it.
+    bool Waited() const noexcept { return registered != 0 && !idle; }
   };
   struct Ready {
     Id id;
@@ -103,13 +112,18 @@ class EventLoop {
   void RunDueTimers();
   // Brings the epoll set in line with what `w` wants.
   void Register(Id id, Watch& w);
+  // Takes `w` out of the epoll set (it may be closed already).
+  void Deregister(Watch& w);
   // Waits up to `timeout_ms` (0: not at all) and keeps what is ready in `ready_`.
   void Collect(int timeout_ms);
+  // Takes idle descriptors out of what a wait found (and out of the set); true when nothing else
+  // was found.
+  bool DropIdleReady();
   void DispatchReady();
 
   Id next_id_ = 1;
   int epoll_fd_ = -1;
-  int registered_count_ = 0;  // watches in the epoll set
+  int waited_count_ = 0;  // watches in the epoll set that someone waits for (not idle)
   // Readiness collected by a wait and not yet dispatched.
   std::array<Ready, kMaxReady> ready_{};
   int ready_count_ = 0;

@@ -1,7 +1,9 @@
 #include "platform/http_transport.h"
 
 #include <curl/curl.h>
+#include <sys/socket.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -10,6 +12,7 @@
 #include <cstring>
 #include <optional>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -69,16 +72,28 @@ class CurlMultiDriver {
   void Remove(CURL* easy);
   bool Idle() const noexcept { return active_.empty(); }
 
+  // Every connection socket of the thread's handles is opened and closed through these (curl's
+  // open and close callbacks), so the driver knows which sockets it may keep watched while
+  // their connection waits for its next request.
+  static curl_socket_t OpenSocket(void*, curlsocktype, curl_sockaddr* address);
+  static int CloseSocket(void*, curl_socket_t s);
+
  private:
   static int SocketCallback(CURL*, curl_socket_t s, int what, void* userp, void*);
   static int TimerCallback(CURLM*, long timeout_ms, void* userp);
   void Act(curl_socket_t s, int flags);
   void DeliverFinished();
+  // Stops watching `s` (the loop takes it out of its set).
+  void Forget(curl_socket_t s);
 
   EventLoop& loop_;
   MultiHandle multi_;
   std::unordered_map<CURL*, std::weak_ptr<HttpTransport>> active_;
+  // The sockets the loop watches for curl. A connection that goes idle between requests stays
+  // watched, idle in the loop's set: its next request costs no registration.
   std::unordered_map<curl_socket_t, EventLoop::Id> watches_;
+  // Open connection sockets (opened and to be closed through the callbacks above).
+  std::unordered_set<curl_socket_t> connections_;
   EventLoop::Id timer_ = 0;
   bool delivery_posted_ = false;
   std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
@@ -136,6 +151,8 @@ struct ThreadState {
   ~ThreadState();
 };
 thread_local bool g_state_gone = false;
+// The thread's driver while it lives (the socket callbacks reach it through this).
+thread_local CurlMultiDriver* g_driver = nullptr;
 ThreadState::~ThreadState() {
   driver.reset();
   g_state_gone = true;
@@ -267,9 +284,12 @@ CurlMultiDriver::CurlMultiDriver() : loop_(EventLoop::Current()) {
   // Keep idle connections for reuse whatever the number of transfers at the moment (curl's
   // default follows the number of handles added, which drops between one request and the next).
   curl_multi_setopt(multi_.get(), CURLMOPT_MAXCONNECTS, 256L);
+  g_driver = this;
 }
 
 CurlMultiDriver::~CurlMultiDriver() {
+  // The connections close with the multi handle, after this: their sockets are no longer watched.
+  g_driver = nullptr;
   for (auto& [easy, weak] : active_) {
     curl_multi_remove_handle(multi_.get(), easy);
     if (auto t = weak.lock()) {
@@ -312,7 +332,11 @@ int CurlMultiDriver::SocketCallback(CURL*, curl_socket_t s, int what, void* user
   auto* self = static_cast<CurlMultiDriver*>(userp);
   const auto it = self->watches_.find(s);
   if (what == CURL_POLL_REMOVE) {
-    if (it != self->watches_.end()) {
+    if (it == self->watches_.end()) return 0;
+    if (self->connections_.count(s) != 0) {
+      // A connection kept for reuse: idle until its next request, or until it is closed.
+      self->loop_.IdleFd(it->second);
+    } else {
       self->loop_.UnwatchFd(it->second);
       self->watches_.erase(it);
     }
@@ -329,6 +353,32 @@ int CurlMultiDriver::SocketCallback(CURL*, curl_socket_t s, int what, void* user
         });
   }
   return 0;
+}
+
+void CurlMultiDriver::Forget(curl_socket_t s) {
+  const auto it = watches_.find(s);
+  if (it == watches_.end()) return;
+  loop_.UnwatchFd(it->second);
+  watches_.erase(it);
+}
+
+curl_socket_t CurlMultiDriver::OpenSocket(void*, curlsocktype, curl_sockaddr* address) {
+  const curl_socket_t s =
+      ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
+  if (s != CURL_SOCKET_BAD && g_driver) {
+    // A watch still held under this number belongs to a socket closed without a word: gone.
+    g_driver->Forget(s);
+    g_driver->connections_.insert(s);
+  }
+  return s;
+}
+
+int CurlMultiDriver::CloseSocket(void*, curl_socket_t s) {
+  if (g_driver) {
+    g_driver->Forget(s);  // unwatched before it is closed
+    g_driver->connections_.erase(s);
+  }
+  return ::close(s);
 }
 
 int CurlMultiDriver::TimerCallback(CURLM*, long timeout_ms, void* userp) {
@@ -636,6 +686,8 @@ void HttpTransport::Impl::ConfigureHandle() {
   curl_easy_setopt(h, CURLOPT_NOPROGRESS, 0L);
   curl_easy_setopt(h, CURLOPT_XFERINFOFUNCTION, &Impl::OnProgress);
   curl_easy_setopt(h, CURLOPT_PREREQFUNCTION, &Impl::OnPrereq);
+  curl_easy_setopt(h, CURLOPT_OPENSOCKETFUNCTION, &CurlMultiDriver::OpenSocket);
+  curl_easy_setopt(h, CURLOPT_CLOSESOCKETFUNCTION, &CurlMultiDriver::CloseSocket);
 
   // Resolving and connecting share one limit.
   const long connect_limit = connect_ms > 0 ? connect_ms + std::max(resolve_ms, 0L) : 0;

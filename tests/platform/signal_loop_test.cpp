@@ -244,6 +244,54 @@ TEST(EventLoop, ADescriptorThatWantsNothingIsNotCalledUntilItWantsAgain) {
   loop.UnwatchFd(p.id);
 }
 
+TEST(EventLoop, AnIdleDescriptorIsNotCalledAndLeavesTheSetWhenItBecomesReady) {
+  EventLoop loop;
+  WatchedPipe idle, busy;
+  idle.id = loop.WatchFd(idle.fds[0], true, false, [&](bool, bool) { ++idle.calls; });
+  busy.id = loop.WatchFd(busy.fds[0], true, false, [&](bool, bool) { ++busy.calls; });
+  loop.IdleFd(idle.id);
+  idle.Fill();
+
+  // Nobody waits for it: the wait lasts its time (busy is not ready).
+  const auto start = std::chrono::steady_clock::now();
+  loop.WaitForActivity(150ms);
+  EXPECT_GE(std::chrono::steady_clock::now() - start, 100ms);
+
+  // A pass that looks for another descriptor finds it ready and calls nobody for it.
+  busy.Fill();
+  loop.WaitForActivity(2000ms);
+  loop.DoEvents();
+  EXPECT_EQ(busy.calls, 1);
+  EXPECT_EQ(idle.calls, 0);
+  busy.Drain();
+  loop.DoEvents();
+  EXPECT_EQ(idle.calls, 0);
+
+  // Wanted again, it is watched again (it was taken out of the set) and its callback runs.
+  loop.UpdateFd(idle.id, true, false);
+  loop.WaitForActivity(2000ms);
+  loop.DoEvents();
+  EXPECT_EQ(idle.calls, 1);
+  loop.UnwatchFd(busy.id);
+  loop.UnwatchFd(idle.id);
+}
+
+TEST(EventLoop, AnIdleDescriptorWantedAgainBeforeItWasReadyIsCalledWhenReady) {
+  EventLoop loop;
+  WatchedPipe p;
+  p.id = loop.WatchFd(p.fds[0], true, false, [&](bool, bool) { ++p.calls; });
+  loop.IdleFd(p.id);
+  loop.DoEvents();
+  loop.UpdateFd(p.id, true, false);
+  p.Fill();
+  const auto start = std::chrono::steady_clock::now();
+  loop.WaitForActivity(2000ms);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, 1000ms);
+  loop.DoEvents();
+  EXPECT_EQ(p.calls, 1);
+  loop.UnwatchFd(p.id);
+}
+
 TEST(EventLoop, ANumberClosedBeforeItWasUnwatchedCanBeWatchedAgain) {
   EventLoop loop;
   WatchedPipe first;

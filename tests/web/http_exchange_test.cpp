@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -13,7 +14,9 @@
 #include <map>
 #include <mutex>
 #include <regex>
+#include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "platform/event_loop.h"
@@ -499,6 +502,75 @@ TEST(HttpConnectionTest, AServerThatClosesWithoutAnsweringBreaksTheConnection) {
   }
   closer.join();
   ::close(listener);
+}
+
+// Connections kept between requests: reused while they last, replaced when the server closed
+// them, whether a pass of the loop saw them close or not.
+TEST(HttpConnectionTest, KeptConnectionsServeLaterRequestsAndClosedOnesAreReplaced) {
+  SetWebSettings(WebSettings{});
+  HttpTransport::CloseIdleConnections();  // handles kept by earlier tests, other options
+  LoopbackHttpServer server;
+  std::mutex mutex;
+  std::vector<int> ports;  // the client's port of each request, in order
+  server.Http().set_keep_alive_timeout(1);
+  server.Http().set_keep_alive_max_count(1000);
+  server.Http().Get("/n", [&](const httplib::Request& req, httplib::Response& res) {
+    {
+      std::lock_guard lock(mutex);
+      ports.push_back(req.remote_port);
+    }
+    res.set_content("ok", "text/plain");
+  });
+  server.Start(8);
+  const auto distinct = [&] {
+    std::lock_guard lock(mutex);
+    return std::set<int>(ports.begin(), ports.end()).size();
+  };
+  EventLoop& loop = EventLoop::Current();
+  const auto fetch_all = [&](const std::vector<std::shared_ptr<HttpClient>>& clients) {
+    std::vector<std::string> messages(clients.size(), "not yet");
+    std::vector<ScopedConnection> connections;
+    for (std::size_t k = 0; k < clients.size(); ++k) {
+      connections.emplace_back(clients[k]->AsynchRequestComplete.Connect(
+          [&messages, k](const std::string& msg) { messages[k] = msg; }));
+      clients[k]->GetPage(server.Url("/n"), true);
+    }
+    const bool done = loop.RunUntil(
+        [&] {
+          return std::all_of(clients.begin(), clients.end(),
+                             [](const auto& c) { return c->IsReady(); });
+        },
+        std::chrono::seconds(10));
+    EXPECT_TRUE(done);
+    for (std::size_t k = 0; k < clients.size(); ++k) {
+      EXPECT_EQ(messages[k], "") << k;
+      if (done) {
+        EXPECT_EQ(clients[k]->HttpResponse()->BodyText().ToString(), "ok") << k;
+      }
+    }
+    return done;
+  };
+  const auto a = HttpClient::Create();
+  const auto b = HttpClient::Create();
+
+  // One after the other, twenty requests go over one connection.
+  for (int k = 0; k < 20; ++k) ASSERT_TRUE(fetch_all({a})) << k;
+  EXPECT_EQ(distinct(), 1u);
+
+  // The server closes it while nothing runs (its keep-alive time is one second): the next
+  // request needs a new connection, likely under the socket number of the closed one.
+  std::this_thread::sleep_for(std::chrono::milliseconds(1600));
+  ASSERT_TRUE(fetch_all({a}));
+  EXPECT_EQ(distinct(), 2u);
+
+  // Two connections; one stays busy while the server closes the other, so the loop's passes see
+  // that one close. Both requests of the next round still succeed.
+  ASSERT_TRUE(fetch_all({a, b}));
+  const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1600);
+  while (std::chrono::steady_clock::now() < until) ASSERT_TRUE(fetch_all({b}));
+  ASSERT_TRUE(fetch_all({a, b}));
+  ASSERT_TRUE(fetch_all({a}));
+  HttpTransport::CloseIdleConnections();
 }
 
 TEST_F(HttpExchangeTest, SessionSendsItsSettingsAndResolvesItsFirstAddress) {
