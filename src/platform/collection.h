@@ -274,12 +274,16 @@ class Dictionary {
   }
 
   long Count() const noexcept { return static_cast<long>(entries_.size()); }
-  bool Exists(std::string_view key) const { return index_.find(key) != index_.end(); }
+  bool Exists(std::string_view key) const { return Locate(key) != entries_.end(); }
 
   void Add(std::string_view key, V value) {
-    if (index_.find(key) != index_.end()) detail::ThrowDuplicateKey("Dictionary");
+    if (Locate(key) != entries_.end()) detail::ThrowDuplicateKey("Dictionary");
     entries_.emplace_back(std::string(key), std::move(value));
-    index_.emplace(std::string(key), std::prev(entries_.end()));
+    if (!index_.empty()) {
+      index_.emplace(std::string(key), std::prev(entries_.end()));
+    } else if (entries_.size() > kLinear) {
+      for (auto it = entries_.begin(); it != entries_.end(); ++it) index_.emplace(it->first, it);
+    }
   }
   // Adds or replaces.
   void Set(std::string_view key, V value) {
@@ -296,17 +300,17 @@ class Dictionary {
   }
   V& operator[](std::string_view key) { return Item(key); }
   V* Find(std::string_view key) {
-    const auto it = index_.find(key);
-    return it == index_.end() ? nullptr : &it->second->second;
+    const auto it = Locate(key);
+    return it == entries_.end() ? nullptr : &it->second;
   }
   const V* Find(std::string_view key) const {
-    const auto it = index_.find(key);
-    return it == index_.end() ? nullptr : &it->second->second;
+    const auto it = Locate(key);
+    return it == entries_.end() ? nullptr : &it->second;
   }
   // The key as it was added (its letter case kept), for a key that compares equal.
   const std::string* StoredKey(std::string_view key) const {
-    const auto it = index_.find(key);
-    return it == index_.end() ? nullptr : &it->second->first;
+    const auto it = Locate(key);
+    return it == entries_.end() ? nullptr : &it->first;
   }
   // Error 32811 for an unknown key.
   void Remove(std::string_view key) {
@@ -315,6 +319,12 @@ class Dictionary {
     }
   }
   bool TryRemove(std::string_view key) {
+    if (index_.empty()) {
+      const auto it = Locate(key);
+      if (it == entries_.end()) return false;
+      entries_.erase(it);
+      return true;
+    }
     const auto it = index_.find(key);
     if (it == index_.end()) return false;
     entries_.erase(it->second);
@@ -351,6 +361,25 @@ class Dictionary {
   static Index MakeIndex(CompareMode mode) {
     const bool no_case = mode == CompareMode::Text;
     return Index(0, detail::ModeHash{no_case}, detail::ModeEqual{no_case});
+  }
+  // Up to this many entries a key is found by walking the list (no index to allocate and fill:
+  // most dictionaries are small, such as the headers of a response); from the next entry on an
+  // index finds it, until the dictionary is emptied.
+  static constexpr std::size_t kLinear = 8;
+  typename List::const_iterator Locate(std::string_view key) const {
+    if (!index_.empty()) {
+      const auto it = index_.find(key);
+      return it == index_.end() ? entries_.end() : typename List::const_iterator(it->second);
+    }
+    const detail::ModeEqual equal{mode_ == CompareMode::Text};
+    for (auto it = entries_.begin(); it != entries_.end(); ++it) {
+      if (equal(it->first, key)) return it;
+    }
+    return entries_.end();
+  }
+  typename List::iterator Locate(std::string_view key) {
+    const auto it = std::as_const(*this).Locate(key);
+    return entries_.erase(it, it);  // the same position, writable
   }
 
   CompareMode mode_ = CompareMode::Binary;

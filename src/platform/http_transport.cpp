@@ -747,6 +747,7 @@ size_t HttpTransport::Impl::OnHeader(char* data, size_t size, size_t n, void* us
     m->Touch();
     // A new response (after an interim one or an authentication round): only the last counts.
     m->header_text.clear();
+    m->header_text.reserve(512);  // most responses' headers in one piece
     m->response_body.clear();
     m->status_text.clear();
     const std::size_t sp1 = line.find(' ');

@@ -158,6 +158,42 @@ TEST(Dictionary, ItemOfAnUnknownKeyAddsItButFindDoesNot) {
   }
 }
 
+// Small dictionaries are searched in order, larger ones through an index: the same answers on
+// either side of the change and across it, in both directions.
+TEST(Dictionary, AnswersAreTheSameWhateverItsSize) {
+  for (const int size : {1, 8, 9, 30}) {
+    SCOPED_TRACE(size);
+    Dictionary<int> d(CompareMode::Text);
+    std::vector<std::string> keys;
+    for (int k = 0; k < size; ++k) {
+      keys.push_back("Key-" + std::to_string(k));
+      d.Add(keys.back(), k);
+    }
+    for (int k = 0; k < size; ++k) {
+      ASSERT_NE(d.Find("KEY-" + std::to_string(k)), nullptr) << k;
+      EXPECT_EQ(*d.Find("key-" + std::to_string(k)), k);
+      EXPECT_EQ(*d.StoredKey("kEy-" + std::to_string(k)), keys[k]);
+    }
+    EXPECT_FALSE(d.Exists("Key-" + std::to_string(size)));
+    EXPECT_THROW(d.Add("KEY-0", 0), Error);
+    // Remove every other key, down across the change of search, and add them back at the end.
+    for (int k = 0; k < size; k += 2) d.Remove("key-" + std::to_string(k));
+    for (int k = 0; k < size; ++k) {
+      EXPECT_EQ(d.Exists("Key-" + std::to_string(k)), k % 2 == 1) << k;
+    }
+    for (int k = 0; k < size; k += 2) d.Add(keys[k], -k);
+    std::vector<std::string> expected;
+    for (int k = 1; k < size; k += 2) expected.push_back(keys[k]);
+    for (int k = 0; k < size; k += 2) expected.push_back(keys[k]);
+    EXPECT_EQ(d.Keys(), expected);
+    for (int k = 0; k < size; ++k) EXPECT_EQ(*d.Find(keys[k]), k % 2 == 1 ? k : -k);
+    d.RemoveAll();
+    EXPECT_EQ(d.Find("key-0"), nullptr);
+    d.Add("key-0", 7);
+    EXPECT_EQ(*d.Find("KEY-0"), 7);
+  }
+}
+
 TEST(Dictionary, CopiesAreIndependent) {
   Dictionary<int> a(CompareMode::Text);
   a.Add("k", 1);
