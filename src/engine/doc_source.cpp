@@ -71,9 +71,10 @@ bool ListFolder(const fs::path& folder, std::vector<fs::path>& files,
   }
   for (; it != fs::directory_iterator(); it.increment(ec)) {
     if (ec) break;
+    // The entry's kind as the listing gives it; only a link or an unknown kind is looked up.
     std::error_code entry_ec;
-    const fs::file_status st = it->status(entry_ec);
-    if (!entry_ec && fs::is_directory(st)) {
+    const bool folder = it->is_directory(entry_ec);
+    if (!entry_ec && folder) {
       subfolders.push_back(it->path());
     } else {
       files.push_back(it->path());

@@ -450,7 +450,8 @@ std::string FileSaver::GetCreateableFileName(const std::string& folder,
     const bool shortened = shortened_;
     std::string plain = base, previous = base;
     if (Exists(prefix + TrimFile(dir, plain, "", extension)) &&
-        Exists(prefix + TrimFile(dir, previous, numbered(last->second), extension))) {
+        (last->second == 0 ||
+         Exists(prefix + TrimFile(dir, previous, numbered(last->second), extension)))) {
       counter = last->second + 1;
     }
     shortened_ = shortened;
@@ -458,19 +459,22 @@ std::string FileSaver::GetCreateableFileName(const std::string& folder,
   for (;; ++counter) {
     std::string candidate = prefix + TrimFile(dir, base, numbered(counter), extension);
     if (Exists(candidate)) continue;
-    if (counter > 0) {
-      // Only names that were taken are remembered, and not without bound.
-      if (last_taken_.size() >= kMaxRememberedNames) last_taken_.clear();
-      last_taken_[key] = counter - 1;
-    } else {
-      last_taken_.erase(key);
-    }
+    // The number handed out is remembered (it is taken once the file is written), and not
+    // without bound.
+    if (last_taken_.size() >= kMaxRememberedNames) last_taken_.clear();
+    last_taken_[key] = counter;
     return candidate;
   }
 }
 
 std::string FileSaver::GetCreateableFullPath() {
-  const std::string folder = EnsureFolderExists(BuildFolderPath());
+  const std::string folder = BuildFolderPath();
+  // The folder is made (and looked at) once while it stays the same; should it go away
+  // meanwhile, the write that finds it missing makes it again (`WriteNewFile`).
+  if (folder != made_folder_) {
+    EnsureFolderExists(folder);
+    made_folder_ = folder;
+  }
   const bool folder_shortened = shortened_;
   std::string path = GetCreateableFileName(folder, CalcFileName());
   shortened_ = shortened_ || folder_shortened;
@@ -486,13 +490,26 @@ std::string FileSaver::WriteNewFile(std::string_view bytes) {
 std::string FileSaver::WriteNewFile(
     const std::function<void(int fd, const std::string& path)>& write) {
   std::string path = GetCreateableFullPath();
-  const std::string folder = fs::path(path).parent_path().string();
+  std::string folder = fs::path(path).parent_path().string();
+  // A folder made earlier and removed (or replaced) since is made again, or fails to be, as it
+  // would have before each write.
+  const auto open_again_if_folder_gone = [&](const auto& open) {
+    int result = open();
+    if (result < 0 && (errno == ENOENT || errno == ENOTDIR) && !made_folder_.empty()) {
+      made_folder_.clear();
+      path = GetCreateableFullPath();
+      folder = fs::path(path).parent_path().string();
+      result = open();
+    }
+    return result;
+  };
   // A file without a name is written first and named when whole: a process killed meanwhile
   // leaves nothing behind, and no temporary name is made and removed for each file (ext4 makes
   // every new file after many removals look through the removed ones).
-  const int fd = unnamed_files_unusable.load(std::memory_order_relaxed)
-                     ? -1
-                     : ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+  const int fd =
+      unnamed_files_unusable.load(std::memory_order_relaxed) ? -1 : open_again_if_folder_gone([&] {
+        return ::open(folder.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0644);
+      });
   if (fd >= 0) {
     try {
       write(fd, path);
@@ -523,9 +540,11 @@ std::string FileSaver::WriteNewFile(
     }
     unnamed_files_unusable.store(true, std::memory_order_relaxed);
   }
-  const std::string temporary = TemporaryName(folder);
-  const int named_fd =
-      ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+  std::string temporary;
+  const int named_fd = open_again_if_folder_gone([&] {
+    temporary = TemporaryName(folder);
+    return ::open(temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0644);
+  });
   if (named_fd < 0) WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
   try {
     write(named_fd, path);
@@ -599,9 +618,8 @@ std::string FileSaver::CopyFile(const std::string& SrcFile) {
       };
       const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
       if (in < 0) throw failed(errno);
-      struct stat st {};
-      int error = ::fstat(in, &st) == 0 ? CopyContent(in, out) : errno;
-      if (error == 0 && ::fchmod(out, st.st_mode & 07777) != 0) error = errno;
+      int error = CopyContent(in, out);
+      if (error == 0 && ::fchmod(out, check.permissions) != 0) error = errno;
       ::close(in);
       if (error != 0) throw failed(error);
     });
@@ -619,6 +637,7 @@ void FileSaver::ClearRootFolder() {
     }
     for (const auto& entry : fs::directory_iterator(folder)) fs::remove_all(entry.path());
     last_taken_.clear();
+    made_folder_.clear();
   });
 }
 

@@ -125,8 +125,8 @@ class FileSaver : public Object, public ISerializable {
   // `EnsureFolderExists(BuildFolderPath())` + a free name for `CalcFileName()`.
   std::string GetCreateableFullPath();
   // folder + "/" + the first of name, name(1), name(2)... that does not exist, each shortened by
-  // `TrimFile`. For a name it has found taken before, the saver starts after the highest number it
-  // found taken, as long as that file and the plain name still exist: thousands of files under one
+  // `TrimFile`. For a name it has handed out before, the saver starts after the number it last
+  // handed out, as long as that file and the plain name still exist: thousands of files under one
   // name cost a few probes each instead of one per earlier file. A number freed below it
   // meanwhile is therefore not reused (until the plain name is gone or the root is cleared).
   std::string GetCreateableFileName(const std::string& folder, const std::string& filename);
@@ -166,9 +166,11 @@ class FileSaver : public Object, public ISerializable {
   std::string default_root_;
   bool default_root_read_ = false;
   bool shortened_ = false;
-  // (folder and name) -> the highest number `GetCreateableFileName` found taken for it.
+  // (folder and name) -> the number `GetCreateableFileName` last handed out for it.
   static constexpr std::size_t kMaxRememberedNames = 1024;
   std::map<std::string, long> last_taken_;
+  // The folder `GetCreateableFullPath` last made (or found), not looked at again while it stays.
+  std::string made_folder_;
 };
 
 using FileSaverPtr = std::shared_ptr<FileSaver>;

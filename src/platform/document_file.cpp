@@ -1,8 +1,11 @@
 #include "platform/document_file.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <filesystem>
-#include <fstream>
 
 #include "platform/charset.h"
 #include "platform/error.h"
@@ -11,33 +14,54 @@
 namespace gw {
 
 std::string ReadFileBytes(const std::string& path, std::string_view source) {
-  std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) {
-    throw Error(errnum::kPathFileAccessError, std::string(source),
-                "Path/File access error: " + path + " is a folder.");
-  }
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
+  const auto folder_error = [&] {
+    return Error(errnum::kPathFileAccessError, std::string(source),
+                 "Path/File access error: " + path + " is a folder.");
+  };
+  const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  if (fd < 0) {
     const int err = errno;
+    // A folder that may not be opened is still reported as a folder.
+    std::error_code ec;
+    if (err != ENOENT && std::filesystem::is_directory(path, ec)) throw folder_error();
     Error e(err == ENOENT ? errnum::kFileNotFound : errnum::kPermissionDenied, std::string(source),
             std::string(err == ENOENT ? "File not found: " : "Permission denied: ") + path);
     e.SetSystemError(err);
     throw e;
   }
-  // Read in one piece when the size is known, else piece by piece.
+  // One look at the open file gives both its kind and its size.
+  struct stat st {};
+  const bool known = ::fstat(fd, &st) == 0;
+  if (known && S_ISDIR(st.st_mode)) {
+    ::close(fd);
+    throw folder_error();
+  }
+  // Read in one piece when the size is known, then on to the end (a file may grow meanwhile).
   std::string bytes;
-  const auto size = std::filesystem::file_size(path, ec);
-  if (!ec) {
-    bytes.resize(static_cast<std::size_t>(size));
-    in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<std::size_t>(in.gcount()));
-    if (in.gcount() < static_cast<std::streamsize>(size)) return bytes;
-    in.clear();
+  if (known && S_ISREG(st.st_mode)) {
+    const auto size = static_cast<std::size_t>(st.st_size);
+    bytes.resize(size);
+    std::size_t got = 0;
+    while (got < size) {
+      const ssize_t n = ::read(fd, bytes.data() + got, size - got);
+      if (n < 0 && errno == EINTR) continue;
+      if (n <= 0) break;
+      got += static_cast<std::size_t>(n);
+    }
+    bytes.resize(got);
+    if (got < size) {
+      ::close(fd);
+      return bytes;
+    }
   }
   char buffer[65536];
-  while (in.read(buffer, sizeof buffer) || in.gcount() > 0) {
-    bytes.append(buffer, static_cast<std::size_t>(in.gcount()));
+  for (;;) {
+    const ssize_t n = ::read(fd, buffer, sizeof buffer);
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) break;
+    bytes.append(buffer, static_cast<std::size_t>(n));
   }
+  ::close(fd);
   return bytes;
 }
 

@@ -83,7 +83,9 @@ FileCheck CheckDocumentFile(const std::filesystem::path& path) {
   if (::faccessat(AT_FDCWD, path.c_str(), R_OK, AT_EACCESS) != 0) {
     return fail(FileCheck::kUnreadable, std::strerror(errno));
   }
-  return {};
+  FileCheck readable;
+  readable.permissions = st.st_mode & 07777;
+  return readable;
 }
 
 }  // namespace gw

@@ -23,6 +23,8 @@ struct FileCheck {
   // The end of a sentence: "it is a folder", "it is a named pipe, which is never opened",
   // "Permission denied"; empty when readable.
   std::string reason;
+  // The file's permission bits as it was looked at (set when readable).
+  unsigned permissions = 0;
   bool Ok() const { return kind == kReadable; }
 };
 FileCheck CheckDocumentFile(const std::filesystem::path& path);

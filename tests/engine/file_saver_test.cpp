@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "engine/run_fixture.h"
 #include "platform/text.h"
@@ -260,6 +261,59 @@ TEST_F(FileSaverTest, AFolderThatCannotBeMadeIsAFailure) {
   }
 }
 
+TEST_F(FileSaverTest, AFolderRemovedBetweenSavesIsMadeAgainOrReportedAsBefore) {
+  // The saver makes its folder once and then trusts it: whatever happens to the folder between
+  // two saves, the next save behaves as if it were the first.
+  struct Case {
+    const char* name;
+    std::function<void(const fs::path& folder)> meanwhile;
+    bool fails;
+  };
+  const std::vector<Case> cases = {
+      {"folder removed", [](const fs::path& f) { fs::remove_all(f); }, false},
+      {"folder and its parent removed", [](const fs::path& f) { fs::remove_all(f.parent_path()); },
+       false},
+      {"folder emptied", [](const fs::path& f) { fs::remove_all(f), fs::create_directory(f); },
+       false},
+      {"folder replaced by a file",
+       [](const fs::path& f) { fs::remove_all(f), WriteFile(f, "in the way"); }, true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    testing::TempDir root;
+    auto saver = FileSaver::Create();
+    saver->SetRootFolder(root.Path().string());
+    saver->SetJobFolder("job");
+    saver->SetTaskFolder("task");
+    saver->SetFileName("x.htm");
+    const fs::path folder = root / "job" / "task";
+    EXPECT_EQ(saver->SaveBytes("one"), (folder / "x.htm").string());
+    EXPECT_EQ(saver->SaveBytes("two"), (folder / "x(1).htm").string());
+    c.meanwhile(folder);
+    if (c.fails) {
+      try {
+        saver->SaveBytes("three");
+        FAIL() << "no failure";
+      } catch (const Error& e) {
+        EXPECT_EQ(e.Number(), engineerr::kCannotCreateFolder);
+        EXPECT_EQ(e.Source(), "FileSaver.EnsureFileExists");
+      }
+      continue;
+    }
+    const std::string third = saver->SaveBytes("three");
+    EXPECT_EQ(third, (folder / "x.htm").string()) << "numbering starts again in the new folder";
+    EXPECT_EQ(ReadFile(third), "three");
+    EXPECT_EQ(saver->SaveBytes("four"), (folder / "x(1).htm").string());
+    testing::TempDir src;
+    WriteFile(src / "a.htm", "page");
+    fs::remove_all(root / "job");
+    EXPECT_EQ(saver->CopyFile((src / "a.htm").string()), (folder / "x.htm").string())
+        << "a copy makes the folder again too";
+    EXPECT_EQ(ReadFile(folder / "x.htm"), "page");
+    EXPECT_EQ(FilesBelow(root.Path()), (std::vector<std::string>{"job/task/x.htm"}));
+  }
+}
+
 TEST_F(FileSaverTest, TextIsNewInUtf16AndAppendedInUtf8) {
   saver_->SetFileName("list.txt");
   const std::string path = saver_->SaveText("\xC3\xA9");
@@ -281,9 +335,13 @@ TEST_F(FileSaverTest, CopiesAndClearsFiles) {
   WriteFile(src / "a.htm", "page");
   saver_->SetFileName("[DOCID].htm");
   saver_->SetDocID("d1");
+  fs::permissions(src / "a.htm", fs::perms::owner_read | fs::perms::owner_write |
+                                     fs::perms::group_read | fs::perms::others_exec);
   const std::string copy = saver_->CopyFile("file://" + (src / "a.htm").string());
   EXPECT_EQ(copy, (root_ / "d1.htm").string());
   EXPECT_EQ(ReadFile(copy), "page");
+  EXPECT_EQ(fs::status(copy).permissions(), fs::status(src / "a.htm").permissions())
+      << "the copy keeps the source's permissions";
   EXPECT_EQ(saver_->CopyFile((src / "a.htm").string()), (root_ / "d1(1).htm").string());
   try {
     saver_->CopyFile((src / "gone.htm").string());
