@@ -24,6 +24,15 @@ EventLoop::Id EventLoop::StartTimer(Millis interval, Callback callback, bool rep
 
 void EventLoop::StopTimer(Id id) { timers_.erase(id); }
 
+bool EventLoop::RescheduleTimer(Id id, Millis interval) {
+  const auto it = timers_.find(id);
+  if (it == timers_.end() || it->second.running) return false;
+  if (interval < Millis(0)) interval = Millis(0);
+  it->second.interval = interval;
+  it->second.due = Now() + interval;
+  return true;
+}
+
 EventLoop::~EventLoop() {
   if (epoll_fd_ >= 0) ::close(epoll_fd_);
 }

@@ -43,6 +43,9 @@ class EventLoop {
   // period counts from when the timer is started. A timer never fires inside its own callback.
   Id StartTimer(Millis interval, Callback callback, bool repeat = true);
   void StopTimer(Id id);
+  // The timer fires `interval` from now (and then every `interval` if it repeats); false when
+  // there is no such timer (a one-shot timer that fired is gone) or it is running its callback.
+  bool RescheduleTimer(Id id, Millis interval);
   bool IsTimerRunning(Id id) const { return timers_.count(id) != 0; }
 
   // Watches a file descriptor; `callback(readable, writable)` runs from `DoEvents` when it is

@@ -96,7 +96,6 @@ class CurlMultiDriver {
   std::unordered_set<curl_socket_t> connections_;
   EventLoop::Id timer_ = 0;
   bool delivery_posted_ = false;
-  std::shared_ptr<bool> alive_ = std::make_shared<bool>(true);
 };
 
 namespace {
@@ -316,10 +315,11 @@ void CurlMultiDriver::Add(CURL* easy, std::weak_ptr<HttpTransport> transport) {
   curl_multi_socket_action(multi_.get(), CURL_SOCKET_TIMEOUT, 0, &running);
   if (!delivery_posted_) {
     delivery_posted_ = true;
-    loop_.Post([this, alive = std::weak_ptr<bool>(alive_)] {
-      if (alive.expired()) return;
-      delivery_posted_ = false;
-      DeliverFinished();
+    // Nothing captured (no allocation); the thread's driver of that moment delivers.
+    loop_.Post([] {
+      if (!g_driver) return;
+      g_driver->delivery_posted_ = false;
+      g_driver->DeliverFinished();
     });
   }
 }
@@ -383,19 +383,22 @@ int CurlMultiDriver::CloseSocket(void*, curl_socket_t s) {
 
 int CurlMultiDriver::TimerCallback(CURLM*, long timeout_ms, void* userp) {
   auto* self = static_cast<CurlMultiDriver*>(userp);
-  if (self->timer_) {
-    self->loop_.StopTimer(self->timer_);
+  if (timeout_ms < 0) {
+    if (self->timer_) self->loop_.StopTimer(self->timer_);
     self->timer_ = 0;
+    return 0;
   }
-  if (timeout_ms >= 0) {
-    self->timer_ = self->loop_.StartTimer(
-        EventLoop::Millis(timeout_ms),
-        [self] {
-          self->timer_ = 0;
-          self->Act(CURL_SOCKET_TIMEOUT, 0);
-        },
-        false);
+  // curl moves its one deadline often (every transfer started or finished): the same timer.
+  if (self->timer_ && self->loop_.RescheduleTimer(self->timer_, EventLoop::Millis(timeout_ms))) {
+    return 0;
   }
+  self->timer_ = self->loop_.StartTimer(
+      EventLoop::Millis(timeout_ms),
+      [self] {
+        self->timer_ = 0;
+        self->Act(CURL_SOCKET_TIMEOUT, 0);
+      },
+      false);
   return 0;
 }
 
@@ -665,7 +668,8 @@ void HttpTransport::Impl::Configure() {
     }
     list = grown;
   }
-  if (!has_expect) list = curl_slist_append(list, "Expect:");
+  // curl asks for "100-continue" only before a body.
+  if (!has_expect && (has_body || method == "POST")) list = curl_slist_append(list, "Expect:");
   header_list.reset(list);
   curl_easy_setopt(h, CURLOPT_HTTPHEADER, header_list.get());
 }

@@ -76,6 +76,27 @@ TEST(EventLoop, TimersFireOnlyFromDoEventsWhenDue) {
   EXPECT_EQ(fired, 1);
 }
 
+TEST(EventLoop, ARescheduledTimerCountsFromTheReschedule) {
+  EventLoop loop;
+  auto now = EventLoop::Clock::now();
+  loop.SetTimeSource([&] { return now; });
+  int fired = 0;
+  const auto id = loop.StartTimer(
+      10ms, [&] { ++fired; }, /*repeat=*/false);
+  now += 8ms;
+  EXPECT_TRUE(loop.RescheduleTimer(id, 10ms));  // due 18 ms from the start now
+  now += 9ms;
+  loop.DoEvents();
+  EXPECT_EQ(fired, 0);
+  EXPECT_TRUE(loop.RescheduleTimer(id, 0ms));  // sooner: due now
+  loop.DoEvents();
+  EXPECT_EQ(fired, 1);
+  EXPECT_FALSE(loop.RescheduleTimer(id, 5ms));  // a one-shot timer that fired is gone
+  now += 10ms;
+  loop.DoEvents();
+  EXPECT_EQ(fired, 1);
+}
+
 TEST(EventLoop, OneShotTimerAndPostedWork) {
   EventLoop loop;
   std::vector<std::string> order;
