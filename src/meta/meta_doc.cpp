@@ -21,16 +21,11 @@ float MetaDoc::AvgExtractionPct() const {
 }
 
 std::string MetaDoc::SuccessCode() const {
-  return ReportAs("MetaDoc.SuccessCode", [&] {
-    return meta_internal::SuccessCodeName(D_Metabase().GetDocSuccessCode(AvgExtractionPct()));
-  });
+  return meta_internal::SuccessCodeName(meta_internal::kDocCode, AvgExtractionPct());
 }
 
 std::int16_t MetaDoc::SuccessCodeId() const {
-  return ReportAs("MetaDoc.SuccessCodeId", [&] {
-    return meta_internal::SuccessCodeId(D_Metabase().GetDocSuccessCode(AvgExtractionPct()),
-                                        "doc_success_code_id");
-  });
+  return meta_internal::SuccessCodeId(meta_internal::kDocCode, AvgExtractionPct());
 }
 
 namespace {
@@ -178,10 +173,8 @@ struct MetaDocs::Settled {
   void Save(const Doc& d) const {
     const std::string id = d.texts.substr(0, d.id_size);
     ReportAs("MetaDoc.SaveToMetabase", [&] {
-      const std::int16_t code = ReportAs("MetaDoc.SuccessCodeId", [&] {
-        return meta_internal::SuccessCodeId(D_Metabase().GetDocSuccessCode(d.avg_extraction_pct),
-                                            "doc_success_code_id");
-      });
+      const std::int16_t code =
+          meta_internal::SuccessCodeId(meta_internal::kDocCode, d.avg_extraction_pct);
       SaveDocumentRow(id, d.texts.substr(d.id_size, d.uri_size),
                       d.texts.substr(std::size_t{d.id_size} + d.uri_size), d.extraction_start,
                       d.extraction_complete, code, d.with_row_counts, d.rows_written,
@@ -193,10 +186,8 @@ struct MetaDocs::Settled {
         const Dataset& s = datasets[k];
         const std::string& entity_id = entity_ids[s.entity];
         ReportAs("MetaEntity.SaveToMetabase", [&] {
-          const std::int16_t code = ReportAs("MetaEntity.SuccessCodeId", [&] {
-            return meta_internal::SuccessCodeId(D_Metabase().GetEntitySuccessCode(s.extraction_pct),
-                                                "entity_success_code_id");
-          });
+          const std::int16_t code =
+              meta_internal::SuccessCodeId(meta_internal::kEntityCode, s.extraction_pct);
           return D_Metabase().SaveMetaEnt(id, entity_id, s.occur_count, s.extract_count,
                                           s.avg_success_coeff, code, s.error_count, s.avg_errors,
                                           s.rows_refused, s.first_refusal);

@@ -116,7 +116,7 @@ using MetaDocPtr = std::shared_ptr<MetaDoc>;
 // so the run's memory does not grow with the objects of every document it went through. A settled
 // document is no longer an item (`Count`, `Item`, enumeration), but `SaveAll` writes it, before
 // the items, in the order it was settled, and it counts in `MetaTask.AvgExtractionPct`.
-class MetaDocs {
+class MetaDocs : public CollectionOf<MetaDocPtr> {
  public:
   MetaDocs();
   ~MetaDocs();
@@ -134,17 +134,11 @@ class MetaDocs {
   double SettledExtractionPctSum() const { return settled_pct_sum_; }
   // Adds under the document's id and sets its step. Fails with 457 when that id is there.
   MetaDocPtr Add(MetaDocPtr NewMetaDoc, const std::shared_ptr<MetaTask>& ParentMetaTask);
-  MetaDocPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
   // The document of that id, or null.
   MetaDocPtr Find(std::string_view doc_id) const;
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
 
  private:
   struct Settled;
-  Collection<MetaDocPtr> items_;
   std::unique_ptr<Settled> settled_;
   double settled_pct_sum_ = 0;
 };

@@ -35,16 +35,11 @@ float MetaEntity::AvgSuccessCoefficient() const {
 }
 
 std::string MetaEntity::SuccessCode() const {
-  return ReportAs("MetaEntity.SuccessCode", [&] {
-    return meta_internal::SuccessCodeName(D_Metabase().GetEntitySuccessCode(ExtractionPct()));
-  });
+  return meta_internal::SuccessCodeName(meta_internal::kEntityCode, ExtractionPct());
 }
 
 std::int16_t MetaEntity::SuccessCodeId() const {
-  return ReportAs("MetaEntity.SuccessCodeId", [&] {
-    return meta_internal::SuccessCodeId(D_Metabase().GetEntitySuccessCode(ExtractionPct()),
-                                        "entity_success_code_id");
-  });
+  return meta_internal::SuccessCodeId(meta_internal::kEntityCode, ExtractionPct());
 }
 
 bool MetaEntity::SaveToMetabase() {

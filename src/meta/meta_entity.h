@@ -87,23 +87,15 @@ class MetaEntity : public Object {
 using MetaEntityPtr = std::shared_ptr<MetaEntity>;
 
 // The datasets of one document, keyed by `EntityId`.
-class MetaEntities {
+class MetaEntities : public CollectionOf<MetaEntityPtr> {
  public:
   // `SaveToMetabase` on each dataset, in order.
   void SaveAll();
   // Adds under the entity's id and sets its document. Fails with 457 when that id is there.
   MetaEntityPtr Add(MetaEntityPtr MetaEnt, const std::shared_ptr<MetaDoc>& MetaDoc);
-  MetaEntityPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
   bool Exists(std::string_view entity_id) const { return items_.Exists(entity_id); }
   // Removes the dataset of that id if it is there; false when it is not.
   bool TryRemove(std::string_view entity_id) { return items_.TryRemove(entity_id); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
-
- private:
-  Collection<MetaEntityPtr> items_;
 };
 
 }  // namespace gw

@@ -11,12 +11,8 @@ MetaField& MetaField::Load(long CustColId) {
   return ReportAs("MetaField.Load(CustColId)", Args(CustColId), [&]() -> MetaField& {
     auto rs = D_CustCols().Selectx(CustColId);
     const StoredRow row(
-        *rs,
-        {metaerr::kNoSuchCustomColumn, "Metafield.Load",
-         "The specified Custom Column Id does not exist."},
-        {metaerr::kDuplicateCustomColumn, "Metafield.Load",
-         "Data consistency error within the database.  There is more than one Custom "
-         "Column with that ID."});
+        *rs, MissingRow(metaerr::kNoSuchCustomColumn, "Metafield.Load", "Custom Column"),
+        DuplicateRow(metaerr::kDuplicateCustomColumn, "Metafield.Load", "Custom Column"));
     row.Take("custom_col_id", [&](const Variant& v) { id_ = v.ToLong(); });
     row.Take("group_name", [&](const Variant& v) { group_name_ = v.ToString(); });
     row.Take("display_name", [&](const Variant& v) { display_name_ = v.ToString(); });

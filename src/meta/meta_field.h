@@ -65,7 +65,7 @@ class MetaField : public Object {
 using MetaFieldPtr = std::shared_ptr<MetaField>;
 
 // The custom columns a dataset stores, keyed by the text of each field's `Id`.
-class MetaFields : public Object {
+class MetaFields : public Object, public CollectionOf<MetaFieldPtr> {
  public:
   static std::shared_ptr<MetaFields> Create() { return std::make_shared<MetaFields>(); }
   std::string TypeName() const override { return "MetaFields"; }
@@ -73,11 +73,6 @@ class MetaFields : public Object {
   void Clear() { items_.Clear(); }
   // Fails with 457 when a field with the same `Id` is already there.
   MetaFieldPtr Add(MetaFieldPtr field);
-  MetaFieldPtr Item(const IndexKey& index_key) const { return items_.Item(index_key); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& index_key) { items_.Remove(index_key); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
 
   // An empty, in-memory recordset with one text column per field, in order: `ColumnName` with
   // `ColumnLength` characters. The shape in which custom columns join a dataset's row.
@@ -85,9 +80,6 @@ class MetaFields : public Object {
   // Stores this selection as the custom columns of the dataset `EntityId`, in order, replacing
   // what was stored.
   void SaveAll(const std::string& EntityId) const;
-
- private:
-  Collection<MetaFieldPtr> items_;
 };
 
 using MetaFieldsPtr = std::shared_ptr<MetaFields>;

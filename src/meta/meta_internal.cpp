@@ -4,12 +4,28 @@
 
 namespace gw::meta_internal {
 
-std::string SuccessCodeName(const db::RecordsetPtr& code_row) {
-  return code_row->GetFields()["display_name"].Value().ToString();
+namespace {
+
+db::RecordsetPtr CodeRow(const SuccessCodeLookup& lookup, float determinant) {
+  D_Metabase store;
+  return (store.*lookup.query)(determinant);
 }
 
-std::int16_t SuccessCodeId(const db::RecordsetPtr& code_row, std::string_view id_column) {
-  return code_row->GetFields()[std::string(id_column)].Value().ToInteger();
+}  // namespace
+
+std::string SuccessCodeName(const SuccessCodeLookup& lookup, float determinant) {
+  return ReportAs(std::string(lookup.level) + ".SuccessCode", [&] {
+    return CodeRow(lookup, determinant)->GetFields()["display_name"].Value().ToString();
+  });
+}
+
+std::int16_t SuccessCodeId(const SuccessCodeLookup& lookup, float determinant) {
+  return ReportAs(std::string(lookup.level) + ".SuccessCodeId", [&] {
+    return CodeRow(lookup, determinant)
+        ->GetFields()[std::string(lookup.id_column)]
+        .Value()
+        .ToInteger();
+  });
 }
 
 }  // namespace gw::meta_internal

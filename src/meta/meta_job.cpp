@@ -10,21 +10,15 @@ float MetaJob::AvgExtractionPct() const {
   if (meta_tasks_.Count() == 0) return 0;
   double sum = 0;
   for (const MetaTaskPtr& task : meta_tasks_) sum += task->AvgExtractionPct();
-  const double mean = sum / static_cast<double>(meta_tasks_.Count());
-  return mean > 100 ? 100.0f : static_cast<float>(mean);
+  return meta_internal::MeanHeldAt100(sum, meta_tasks_.Count());
 }
 
 std::string MetaJob::SuccessCode() const {
-  return ReportAs("MetaJob.SuccessCode", [&] {
-    return meta_internal::SuccessCodeName(D_Metabase().GetJobSuccessCode(AvgExtractionPct()));
-  });
+  return meta_internal::SuccessCodeName(meta_internal::kJobCode, AvgExtractionPct());
 }
 
 std::int16_t MetaJob::SuccessCodeId() const {
-  return ReportAs("MetaJob.SuccessCodeId", [&] {
-    return meta_internal::SuccessCodeId(D_Metabase().GetJobSuccessCode(AvgExtractionPct()),
-                                        "job_success_code_id");
-  });
+  return meta_internal::SuccessCodeId(meta_internal::kJobCode, AvgExtractionPct());
 }
 
 void MetaJob::SaveToMetabase() {

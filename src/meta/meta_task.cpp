@@ -13,21 +13,15 @@ float MetaTask::AvgExtractionPct() const {
   if (count == 0) return 100;
   double sum = meta_docs_.SettledExtractionPctSum();
   for (const MetaDocPtr& doc : meta_docs_) sum += doc->AvgExtractionPct();
-  const double mean = sum / static_cast<double>(count);
-  return mean > 100 ? 100.0f : static_cast<float>(mean);
+  return meta_internal::MeanHeldAt100(sum, count);
 }
 
 std::string MetaTask::SuccessCode() const {
-  return ReportAs("MetaTask.SuccessCode", [&] {
-    return meta_internal::SuccessCodeName(D_Metabase().GetTaskSuccessCode(AvgExtractionPct()));
-  });
+  return meta_internal::SuccessCodeName(meta_internal::kTaskCode, AvgExtractionPct());
 }
 
 std::int16_t MetaTask::SuccessCodeId() const {
-  return ReportAs("MetaTask.SuccessCodeId", [&] {
-    return meta_internal::SuccessCodeId(D_Metabase().GetTaskSuccessCode(AvgExtractionPct()),
-                                        "task_success_code_id");
-  });
+  return meta_internal::SuccessCodeId(meta_internal::kTaskCode, AvgExtractionPct());
 }
 
 bool MetaTask::SaveToMetabase() {

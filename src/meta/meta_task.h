@@ -63,23 +63,14 @@ class MetaTask : public Object {
 using MetaTaskPtr = std::shared_ptr<MetaTask>;
 
 // The steps of one run of a package, keyed by `TaskId`.
-class MetaTasks {
+class MetaTasks : public CollectionOf<MetaTaskPtr> {
  public:
   // Adds under the step's id and sets its package. Fails with 457 when that id is there.
   MetaTaskPtr Add(MetaTaskPtr NewMetaTask, const std::shared_ptr<MetaJob>& ParentMetaJob);
-  // Fails with 9 (position) or 5 (key) for an unknown item.
-  MetaTaskPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
   // The step of that id, or null.
   MetaTaskPtr Find(std::string_view task_id) const;
   // For each step in order: `SaveToMetabase`, then `SaveAll` of its documents.
   void SaveAll();
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
-
- private:
-  Collection<MetaTaskPtr> items_;
 };
 
 }  // namespace gw
