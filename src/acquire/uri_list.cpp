@@ -14,11 +14,7 @@ namespace gw {
 namespace {
 
 UriListItemPtr MakeItem(const web::Uri& url, const std::string& source) {
-  auto item = std::make_shared<UriListItem>();
-  item->Seturl(url.ToString());
-  item->SetSrcUrl(source);
-  item->SetlinkText(url.linkText());
-  return item;
+  return std::make_shared<UriListItem>(url.ToString(), source, url.linkText());
 }
 
 // Adds under `key` unless the key is there; true when added.

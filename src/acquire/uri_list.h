@@ -26,16 +26,16 @@ struct UriListInternal;
 
 class UriListItem : public Object {
  public:
+  // An item keeps the values of the sighting that added it.
+  UriListItem(std::string url, std::string src_url, std::string link_text)
+      : url_(std::move(url)), src_url_(std::move(src_url)), link_text_(std::move(link_text)) {}
   std::string TypeName() const override { return "UriListItem"; }
 
   // The address in `Uri::ToString` form.
   const std::string& url() const { return url_; }
-  void Seturl(std::string v) { url_ = std::move(v); }
   // The page it was found on.
   const std::string& SrcUrl() const { return src_url_; }
-  void SetSrcUrl(std::string v) { src_url_ = std::move(v); }
   const std::string& linkText() const { return link_text_; }
-  void SetlinkText(std::string v) { link_text_ = std::move(v); }
 
  private:
   std::string url_;

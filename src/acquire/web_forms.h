@@ -96,18 +96,10 @@ class WebCtrl : public Object {
 
 using WebCtrlPtr = std::shared_ptr<WebCtrl>;
 
-class WebCtrls {
+class WebCtrls : public CollectionOf<WebCtrlPtr> {
  public:
   // A new control of `parent`, added (with `sKey` when given, which must be new).
   WebCtrlPtr Add(const std::shared_ptr<ResponseWebForm>& parent, std::string_view sKey = {});
-  WebCtrlPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
-
- private:
-  Collection<WebCtrlPtr> items_;
 };
 
 class ResponseWebForm : public Object {
@@ -155,17 +147,9 @@ class ResponseWebForm : public Object {
 
 using ResponseWebFormPtr = std::shared_ptr<ResponseWebForm>;
 
-class ResponseWebForms {
+class ResponseWebForms : public CollectionOf<ResponseWebFormPtr> {
  public:
   ResponseWebFormPtr Add(std::string_view sKey = {});
-  ResponseWebFormPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
-
- private:
-  Collection<ResponseWebFormPtr> items_;
 };
 
 }  // namespace gw

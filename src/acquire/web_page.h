@@ -48,18 +48,10 @@ namespace gw {
 class WebPage;
 using WebPagePtr = std::shared_ptr<WebPage>;
 
-class Frames {
+class Frames : public CollectionOf<WebPagePtr> {
  public:
   // A new page, added (with `sKey` when given, which must be new).
   WebPagePtr Add(std::string_view sKey = {});
-  WebPagePtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
-
- private:
-  Collection<WebPagePtr> items_;
 };
 
 class WebPage : public Object {

@@ -67,24 +67,16 @@ class Doc : public Object, public IDoc {
 
 using DocPtr = std::shared_ptr<Doc>;
 
-class Docs {
+class Docs : public CollectionOf<DocPtr> {
  public:
   // Makes a document, sets its task (when given), copy time, id, local path and source, and adds
   // it with `sKey` when that is not empty (a key must be new: 457).
   DocPtr Add(const std::shared_ptr<Task>& TaskInstance, std::string LocalPath,
              std::string SourceUri, const DateTime& CopyCompleteTime, std::string DocId,
              std::string_view sKey = {});
-  DocPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
   // Lets go of the document at `index` (1-based) while it keeps its place and key: `Item` then
   // gives null. A run lets go of each document once its history is written.
   void Release(long index) { items_.Item(index).reset(); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
-
- private:
-  Collection<DocPtr> items_;
 };
 
 }  // namespace gw

@@ -180,31 +180,45 @@ db::RecordsetPtr DocSource::GetURIListFromSQL() {
                   [&] { return CDisconnRS(SqlSourceConnection()).RunQuery(source_, true); });
 }
 
+namespace {
+
+// Queues addresses as documents of the running task ("Queued", each with a new id), all in one
+// transaction of the rules store (inside a caller's, part of that one), whatever their number.
+// `list(queue)` hands each address to `queue`, which yields to the host first and passes over an
+// empty address.
+template <typename List>
+void QueueDocuments(Task& task, List&& list) {
+  auto job = task.GetJob();
+  const DateTime job_start = job->StartTime();
+  const std::string job_id = job->JobId();
+  const std::string task_id = task.TaskId();
+  const std::string cn_str = modConnectionString::GetCnStr();
+  std::optional<RulesTransaction> transaction;
+  if (!RulesTransaction::ActiveConnection(cn_str)) transaction.emplace(cn_str);
+  D_Doc docs;
+  list([&](const std::string& uri) {
+    DoEvents();
+    if (uri.empty()) return;
+    docs.SaveDocument(CGUIDGen::NewGUID(), task_id, job_id, job_start, uri, "", "Queued");
+  });
+  if (transaction) transaction->Commit();
+}
+
+}  // namespace
+
 void DocSource::BuildDocTableFromURIList() {
   ReportAs("DocSource.BuildDocTableFromURIList", [&] {
     auto task = task_.lock();
     if (!task) ThrowObjectNotSet("DocSource.BuildDocTableFromURIList");
-    auto job = task->GetJob();
-    const DateTime job_start = job->StartTime();
-    const std::string job_id = job->JobId();
-    const std::string task_id = task->TaskId();
-    // The source's documents are queued in one transaction, whatever their number, as its
-    // addresses are read: none of them is kept.
-    const std::string cn_str = modConnectionString::GetCnStr();
-    std::optional<RulesTransaction> transaction;
-    if (!RulesTransaction::ActiveConnection(cn_str)) transaction.emplace(cn_str);
-    D_Doc docs;
-    const bool listed = ForEachUri([&](const Variant& uri) {
-      DoEvents();
-      if (uri.IsNull() || uri.IsEmpty()) return;
-      const std::string text = uri.ToText();
-      if (text.empty()) return;
-      docs.SaveDocument(CGUIDGen::NewGUID(), task_id, job_id, job_start, text, "", "Queued");
+    // The addresses are queued as they are read: none of them is kept.
+    QueueDocuments(*task, [&](const auto& queue) {
+      const bool listed = ForEachUri([&](const Variant& uri) {
+        queue(uri.IsNull() || uri.IsEmpty() ? std::string() : uri.ToText());
+      });
+      // A statement that yields no rows gives a closed list, which cannot be read: nothing is
+      // queued.
+      if (!listed) db::Recordset::Create()->RecordCount();
     });
-    // A statement that yields no rows gives a closed list, which cannot be read: nothing is
-    // queued.
-    if (!listed) db::Recordset::Create()->RecordCount();
-    if (transaction) transaction->Commit();
   });
 }
 
@@ -212,21 +226,9 @@ void DocSource::BuildDocTableFromURIListObject(const std::vector<std::string>& U
   ReportAs("DocSource.BuildDocTableFromURIListObject(UriListObj)", Args(UriListObj), [&] {
     auto task = task_.lock();
     if (!task) ThrowObjectNotSet("DocSource.BuildDocTableFromURIListObject");
-    auto job = task->GetJob();
-    const DateTime job_start = job->StartTime();
-    const std::string job_id = job->JobId();
-    const std::string task_id = task->TaskId();
-    const std::string cn_str = modConnectionString::GetCnStr();
-    std::optional<RulesTransaction> transaction;
-    if (!RulesTransaction::ActiveConnection(cn_str)) transaction.emplace(cn_str);
-    D_Doc docs;
-    for (const std::string& uri : UriListObj) {
-      const std::string doc_id = CGUIDGen::NewGUID();
-      DoEvents();
-      if (uri.empty()) continue;
-      docs.SaveDocument(doc_id, task_id, job_id, job_start, uri, "", "Queued");
-    }
-    if (transaction) transaction->Commit();
+    QueueDocuments(*task, [&](const auto& queue) {
+      for (const std::string& uri : UriListObj) queue(uri);
+    });
   });
 }
 
@@ -243,14 +245,7 @@ void DocSource::SetTask(const std::shared_ptr<Task>& task) {
 
 void DocSource::Save() {
   ReportAs("DocSource.Save", [&] {
-    std::string stored = conn_str_;
-    if (!conn_str_.empty()) {
-      try {
-        stored = CCrypto().EncryptText(conn_str_);
-      } catch (const Error&) {
-        stored = conn_str_;  // kept in clear rather than lost
-      }
-    }
+    const std::string stored = CCrypto().EncryptOrKeep(conn_str_);
     if (doc_src_id_.empty()) doc_src_id_ = CGUIDGen::NewGUID();
     auto task = task_.lock();
     if (!task) ThrowObjectNotSet("DocSource.Save");
@@ -264,26 +259,16 @@ void DocSource::Load(const std::string& DocSrcId) {
   ReportAs("DocSource.Load(DocSrcId)", Args(DocSrcId), [&] {
     auto rs = DDocSource().Selectx(DocSrcId, true);
     const StoredRow row(
-        *rs,
-        {engineerr::kNoSuchDocSource, "DocSource.Load",
-         "The specified Document Source Id does not exist."},
-        {engineerr::kDuplicateDocSource, "DocSource.Load",
-         "Data consistency error within the database.  There is more than one Document "
-         "Source with that ID."});
+        *rs, MissingRow(engineerr::kNoSuchDocSource, "DocSource.Load", "Document Source"),
+        DuplicateRow(engineerr::kDuplicateDocSource, "DocSource.Load", "Document Source"));
     row.Take("doc_location_id", [&](const Variant& v) { doc_src_id_ = v.ToString(); });
     row.Take("task_id", [&](const Variant& v) { task_id_ = v.ToString(); });
     row.Take("source_type",
              [&](const Variant& v) { source_type_ = static_cast<SrcType>(v.ToLong()); });
     row.Take("source", [&](const Variant& v) { source_ = v.ToString(); });
-    row.Take("conn_str", [&](const Variant& v) {
-      conn_str_ = v.ToString();
-      try {
-        std::string clear = CCrypto().DecryptText(conn_str_);
-        if (!clear.empty()) conn_str_ = std::move(clear);
-      } catch (const Error&) {
-        // Written before strings were enciphered: it stays as stored.
-      }
-    });
+    // One written before strings were enciphered stays as stored.
+    row.Take("conn_str",
+             [&](const Variant& v) { conn_str_ = CCrypto().DecryptOrKeep(v.ToString()); });
     row.Take("db_name", [&](const Variant& v) { db_name_ = v.ToString(); });
     include_sub_folders_ = false;
   });

@@ -120,7 +120,7 @@ class DocSource : public Object {
 using DocSourcePtr = std::shared_ptr<DocSource>;
 
 // The sources of one task, 1-based, in the order they were added.
-class DocSources {
+class DocSources : public CollectionOf<DocSourcePtr> {
  public:
   // Queues the documents of every source in order (`BuildDocTableFromURIList`), yielding before
   // each. The arguments are not passed on: each source asks its own task.
@@ -138,17 +138,11 @@ class DocSources {
   void SaveAll();
   // Sets the source's task to this collection's task; a non-empty key must be new (457).
   DocSourcePtr Add(DocSourcePtr DocSrc, std::string_view sKey = {});
-  DocSourcePtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
 
   std::shared_ptr<Task> GetTask() const { return task_.lock(); }
   void SetTask(const std::shared_ptr<Task>& task) { task_ = task; }
 
  private:
-  Collection<DocSourcePtr> items_;
   std::weak_ptr<Task> task_;
 };
 

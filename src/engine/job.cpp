@@ -270,11 +270,8 @@ long Job::GetGotoTaskNumber(DocSource& DocSrc) {
 void Job::Load(const std::string& Id, bool DeepLoad) {
   ReportAs("Job.Load(Id,DeepLoad)", Args(Id, DeepLoad), [&] {
     auto rs = DJob().Selectx(Id, true);
-    const StoredRow row(
-        *rs, {engineerr::kNoSuchJob, "Job.Load", "The specified Job Id does not exist."},
-        {engineerr::kDuplicateJob, "Job.Load",
-         "Data consistency error within the database.  There is more than one Job with "
-         "that ID."});
+    const StoredRow row(*rs, MissingRow(engineerr::kNoSuchJob, "Job.Load", "Job"),
+                        DuplicateRow(engineerr::kDuplicateJob, "Job.Load", "Job"));
     row.Take("JobId", [&](const Variant& v) { job_id_ = v.ToString(); });
     row.Take("JobName", [&](const Variant& v) { job_name_ = v.ToString(); });
     row.Take("Description", [&](const Variant& v) { description_ = v.ToString(); });

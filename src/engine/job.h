@@ -23,7 +23,7 @@ class DocSource;
 class MetaJob;
 
 // The steps of a package, 1-based. `Job::Tasks` keeps it sorted by step.
-class Tasks {
+class Tasks : public CollectionOf<TaskPtr> {
  public:
   // "NewTask", or "NewTask (2)", "NewTask (3)"... the first name no task has (without case).
   std::string GetDefaultName() const;
@@ -37,17 +37,11 @@ class Tasks {
   long Find(const std::string& TaskId) const;
   // Sets the task's package to this collection's; a non-empty key must be new (457).
   TaskPtr Add(TaskPtr task, std::string_view sKey = {});
-  TaskPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
 
   std::shared_ptr<Job> GetJob() const { return job_.lock(); }
   void SetJob(const std::shared_ptr<Job>& job) { job_ = job; }
 
  private:
-  Collection<TaskPtr> items_;
   std::weak_ptr<Job> job_;
 };
 

@@ -146,11 +146,8 @@ void Attrib::Delete() {
 bool Attrib::Load(std::string_view Id) {
   return ReportAs("Attrib.Load(Id)", Args(Id), [&] {
     auto rs = D_Attrib().Selectx(std::string(Id));
-    const StoredRow row(
-        *rs, {kNoSuchAttrib, "Attrib.Load", "The specified Attribute Id does not exist."},
-        {kDuplicateAttrib, "Attrib.Load",
-         "Data consistency error within the database.  There is more than one Attribute "
-         "with that ID."});
+    const StoredRow row(*rs, MissingRow(kNoSuchAttrib, "Attrib.Load", "Attribute"),
+                        DuplicateRow(kDuplicateAttrib, "Attrib.Load", "Attribute"));
     row.Take("A_Id", [&](const Variant& v) { id_ = v.ToString(); });
     row.Take("ColumnName", [&](const Variant& v) { column_name_ = v.ToString(); });
     row.Take("EndTag", [&](const Variant& v) { end_tag_ = text::NoCaseSearcher(v.ToString()); });
@@ -172,26 +169,12 @@ bool Attrib::Load(std::string_view Id) {
   });
 }
 
-std::shared_ptr<Entity> Attrib::EntityIfSet() const {
-  if (auto e = entity_.lock()) return e;
-  return own_entity_;
-}
+std::shared_ptr<Entity> Attrib::EntityIfSet() const { return entity_.IfSet(); }
 
-std::shared_ptr<Entity> Attrib::GetEntity() {
-  if (auto e = EntityIfSet()) return e;
-  auto e = Entity::Create();
-  if (!entity_id_.empty()) {
-    e->Load(entity_id_);
-  } else {
-    entity_id_ = e->Id();
-  }
-  own_entity_ = e;
-  return e;
-}
+std::shared_ptr<Entity> Attrib::GetEntity() { return entity_.Get(entity_id_); }
 
 void Attrib::SetEntity(const std::shared_ptr<Entity>& entity) {
-  entity_ = entity;
-  own_entity_.reset();
+  entity_.Set(entity);
   is_dirty_ = true;
 }
 

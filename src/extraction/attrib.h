@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 
+#include "extraction/owner_link.h"
 #include "extraction/skip_map.h"
 #include "extraction/token_type.h"
 #include "filters/column_filter.h"
@@ -124,8 +125,7 @@ class Attrib : public Object {
   std::shared_ptr<Entity> EntityIfSet() const;
 
   std::string id_;
-  std::weak_ptr<Entity> entity_;
-  std::shared_ptr<Entity> own_entity_;  // made by `GetEntity` for a field that had none
+  OwnerLink<Entity> entity_;
   std::string column_name_;
   text::NoCaseSearcher end_tag_;
   text::NoCaseSearcher start_tag_;

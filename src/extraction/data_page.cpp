@@ -55,11 +55,8 @@ bool DataPage::Save() {
 bool DataPage::Load(std::string_view Id) {
   return ReportAs("DataPage.Load(Id)", Args(Id), [&] {
     auto rs = D_DataPage().Selectx(std::string(Id));
-    const StoredRow row(
-        *rs, {exerr::kNoSuchDataPage, "DataPage.Load", "The specified Datapage Id does not exist."},
-        {exerr::kDuplicateDataPage, "Datapage.Load",
-         "Data consistency error within the database.  There is more than one DataPage "
-         "with that ID."});
+    const StoredRow row(*rs, MissingRow(exerr::kNoSuchDataPage, "DataPage.Load", "Datapage"),
+                        DuplicateRow(exerr::kDuplicateDataPage, "Datapage.Load", "DataPage"));
     row.Take("DP_Id", [&](const Variant& v) { id_ = v.ToString(); });
     row.Take("DisplayName", [&](const Variant& v) { display_name_ = v.ToString(); });
     row.Take("Description", [&](const Variant& v) { description_ = v; });

@@ -114,14 +114,7 @@ void Entities::AddLoaded(const std::vector<EntityPtr>& loaded) {
 
 bool Entity::Save() {
   return ReportAs("Entity.Save", [&] {
-    std::string stored;
-    if (!db_conn_str_.empty()) {
-      try {
-        stored = CCrypto().EncryptText(db_conn_str_);
-      } catch (const Error&) {
-        stored = db_conn_str_;  // kept in clear rather than lost
-      }
-    }
+    const std::string stored = CCrypto().EncryptOrKeep(db_conn_str_);
     D_Entity().Save(id_, datapage_id_, entity_name_, description_, stored, table_name_, pk_column_,
                     std::string(InitString()), parent_entity_id_, on_page_order_, is_pk_surrogate_);
     if (!meta_fields_set_ && selected_meta_fields_->Count() == 0) LoadDefaultMetaFields();
@@ -134,23 +127,14 @@ bool Entity::Save() {
 bool Entity::Load(std::string_view Id) {
   return ReportAs("Entity.Load(Id)", Args(Id), [&] {
     auto rs = D_Entity().Selectx(std::string(Id));
-    const StoredRow row(
-        *rs, {exerr::kNoSuchEntity, "Entity.Load", "The specified Entity Id does not exist."},
-        {exerr::kDuplicateEntity, "Entity.Load",
-         "Data consistency error within the database.  There is more than one Entity "
-         "with that ID."});
+    const StoredRow row(*rs, MissingRow(exerr::kNoSuchEntity, "Entity.Load", "Entity"),
+                        DuplicateRow(exerr::kDuplicateEntity, "Entity.Load", "Entity"));
     row.Take("E_Id", [&](const Variant& v) { id_ = v.ToString(); });
     row.Take("EntityName", [&](const Variant& v) { entity_name_ = v.ToString(); });
     row.Take("Description", [&](const Variant& v) { description_ = v.ToString(); });
-    row.Take("DBConnStr", [&](const Variant& v) {
-      db_conn_str_ = v.ToString();
-      try {
-        std::string clear = CCrypto().DecryptText(db_conn_str_);
-        if (!clear.empty()) db_conn_str_ = std::move(clear);
-      } catch (const Error&) {
-        // Stored before connection strings were enciphered: it stays as it is.
-      }
-    });
+    // One stored before connection strings were enciphered stays as it is.
+    row.Take("DBConnStr",
+             [&](const Variant& v) { db_conn_str_ = CCrypto().DecryptOrKeep(v.ToString()); });
     row.Take("TableName", [&](const Variant& v) { table_name_ = v.ToString(); });
     row.Take("PKColumn", [&](const Variant& v) { pk_column_ = v.ToString(); });
     row.Take("InitString", [&](const Variant& v) { init_finder_.Reset(v.ToString()); });
@@ -258,26 +242,12 @@ AttribPtr Entity::PKAttribute() {
   return nullptr;
 }
 
-std::shared_ptr<DataPage> Entity::DataPageIfSet() const {
-  if (auto page = page_.lock()) return page;
-  return own_page_;
-}
+std::shared_ptr<DataPage> Entity::DataPageIfSet() const { return page_.IfSet(); }
 
-std::shared_ptr<DataPage> Entity::GetDataPage() {
-  if (auto page = DataPageIfSet()) return page;
-  auto page = DataPage::Create();
-  if (!datapage_id_.empty()) {
-    page->Load(datapage_id_);
-  } else {
-    datapage_id_ = page->Id();
-  }
-  own_page_ = page;
-  return page;
-}
+std::shared_ptr<DataPage> Entity::GetDataPage() { return page_.Get(datapage_id_); }
 
 void Entity::SetDataPage(const std::shared_ptr<DataPage>& page) {
-  page_ = page;
-  own_page_.reset();
+  page_.Set(page);
   if (page) datapage_id_ = page->Id();
   is_dirty_ = true;
 }

@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "extraction/attrib.h"
+#include "extraction/owner_link.h"
 #include "extraction/row_sink.h"
 #include "extraction/skip_map.h"
 #include "extraction/text_search.h"
@@ -50,7 +51,7 @@ class Entity;
 using EntityPtr = std::shared_ptr<Entity>;
 
 // A keyed collection of datasets, linked to the dataset whose children it holds and to a datapage.
-class Entities {
+class Entities : public CollectionOf<EntityPtr> {
  public:
   // The number of occurrences of every dataset's initialization string in `SrcText`, each stored
   // as that dataset's `Metadata.OccurCount`; the result is the sum of the stored counts.
@@ -61,13 +62,7 @@ class Entities {
   EntityPtr Add(EntityPtr entity, std::string_view sKey = {});
   EntityPtr ParentEntity() const { return parent_.lock(); }
   std::shared_ptr<DataPage> GetDataPage() const;
-  // Fails with 9 (position) or 5 (key) for an unknown item.
-  EntityPtr Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
-  long Count() const { return items_.Count(); }
-  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
   void Clear() { items_.Clear(); }
-  auto begin() const { return items_.begin(); }
-  auto end() const { return items_.end(); }
 
  private:
   friend class DataPage;
@@ -82,7 +77,6 @@ class Entities {
   // Adds datasets read from the rules store, each keyed by its id, and leaves them clean.
   void AddLoaded(const std::vector<EntityPtr>& loaded);
 
-  Collection<EntityPtr> items_;
   std::weak_ptr<Entity> parent_;
   std::weak_ptr<DataPage> page_;
 };
@@ -288,8 +282,7 @@ class Entity : public Object {
   }
 
   std::string id_;
-  std::weak_ptr<DataPage> page_;
-  std::shared_ptr<DataPage> own_page_;  // made by `GetDataPage` for a dataset that had none
+  OwnerLink<DataPage> page_;
   std::string datapage_id_;
   std::string entity_name_;
   std::string description_;

@@ -135,4 +135,23 @@ std::string CCrypto::DecryptText(std::string_view CipherText) const {
   });
 }
 
+std::string CCrypto::EncryptOrKeep(std::string_view ClearText) const {
+  if (ClearText.empty()) return {};
+  try {
+    return EncryptText(ClearText);
+  } catch (const Error&) {
+    return std::string(ClearText);
+  }
+}
+
+std::string CCrypto::DecryptOrKeep(std::string_view Stored) const {
+  try {
+    std::string clear = DecryptText(Stored);
+    if (!clear.empty()) return clear;
+  } catch (const Error&) {
+    // Not a ciphertext of ours: it stays as stored.
+  }
+  return std::string(Stored);
+}
+
 }  // namespace gw

@@ -35,6 +35,13 @@ class CCrypto {
 
   std::string EncryptText(std::string_view ClearText) const;
   std::string DecryptText(std::string_view CipherText) const;
+
+  // A text as a store keeps it: `EncryptText` of it, or the text itself when it cannot be
+  // enciphered (kept in clear rather than lost); "" stays "".
+  std::string EncryptOrKeep(std::string_view ClearText) const;
+  // The clear form of a stored text: `DecryptText` of it when that gives a text, otherwise the
+  // text as stored (one written before texts were enciphered, or not a ciphertext at all).
+  std::string DecryptOrKeep(std::string_view Stored) const;
 };
 
 }  // namespace gw

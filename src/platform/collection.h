@@ -240,6 +240,24 @@ class Collection {
   std::unordered_map<std::string, std::size_t, detail::NoCaseHash, detail::NoCaseEqual> keys_;
 };
 
+// The base of a class that is a collection of its own kind of object (a dataset's fields, a
+// package's tasks...): it keeps the items in `items_` and offers what every such class offers
+// unchanged: `Item` (which fails with 9 for an unknown position and 5 for an unknown key),
+// `Count`, `Remove` and enumeration. The class adds its own `Add`, which sets what an item must
+// know of its owner.
+template <typename T>
+class CollectionOf {
+ public:
+  T Item(const IndexKey& vntIndexKey) const { return items_.Item(vntIndexKey); }
+  long Count() const { return items_.Count(); }
+  void Remove(const IndexKey& vntIndexKey) { items_.Remove(vntIndexKey); }
+  auto begin() const { return items_.begin(); }
+  auto end() const { return items_.end(); }
+
+ protected:
+  Collection<T> items_;
+};
+
 enum class CompareMode { Binary = 0, Text = 1 };
 
 // An insertion-ordered keyed map with binary or text (case-insensitive) key comparison: the

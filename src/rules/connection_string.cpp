@@ -38,13 +38,8 @@ std::string ReadStoredCnStr() {
   }
   const std::string read = stored.ToText();
   if (text::InStr(1, read, "rovider", true) >= 1) return read;  // a clear connection string
-  try {
-    std::string clear = CCrypto().DecryptText(read);
-    if (!clear.empty()) return clear;
-  } catch (const Error&) {
-    // Not a ciphertext: a value written before strings were enciphered.
-  }
-  return read;
+  // Not a ciphertext: a value written before strings were enciphered.
+  return CCrypto().DecryptOrKeep(read);
 }
 
 void WriteStoredCnStr(const std::string& cn_str) {

@@ -17,6 +17,18 @@ struct RowCountFailure {
   std::string description;
 };
 
+// The two failures of a lookup by id, in the words every stored object uses: "The specified
+// <noun> Id does not exist." and "Data consistency error within the database.  There is more than
+// one <noun> with that ID."
+inline RowCountFailure MissingRow(ErrorNumber number, std::string source, std::string_view noun) {
+  return {number, std::move(source), "The specified " + std::string(noun) + " Id does not exist."};
+}
+inline RowCountFailure DuplicateRow(ErrorNumber number, std::string source, std::string_view noun) {
+  return {number, std::move(source),
+          "Data consistency error within the database.  There is more than one " +
+              std::string(noun) + " with that ID."};
+}
+
 // The current row of `rs`, checked once: no row fails with `none`, more than one with `many`.
 // `Take` hands a column's value to `assign` only when it is not null, so a null column leaves the
 // member as it was.

@@ -57,6 +57,10 @@ TEST(CCrypto, RoundTripsAnyTextAsBase64WithoutTheProviderMarker) {
     EXPECT_EQ(text::FindNoCase(cipher, "rovider"), text::npos);
     EXPECT_NE(crypto.EncryptText(clear), cipher);  // a fresh nonce every time
     EXPECT_EQ(crypto.DecryptText(cipher), clear);
+    // What the stores keep: enciphered unless empty, read back in clear.
+    const std::string stored = crypto.EncryptOrKeep(clear);
+    EXPECT_EQ(stored == clear, clear.empty());
+    EXPECT_EQ(crypto.DecryptOrKeep(stored), clear);
   }
   EXPECT_EQ(crypto.DecryptText(""), "");
 }
@@ -111,6 +115,7 @@ TEST(CCrypto, TextsThatAreNotCiphertextsFail) {
   for (const auto& text : not_ciphertexts) {
     SCOPED_TRACE(text);
     EXPECT_EQ(DecryptFailure(text), infraerr::kNotACiphertext);
+    EXPECT_EQ(CCrypto().DecryptOrKeep(text), text);  // a store reads it as it was written
   }
 }
 
