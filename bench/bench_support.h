@@ -1,6 +1,8 @@
 // Pieces shared by the extraction benchmarks: a document to extract and a sink that only counts.
 #pragma once
 
+#include <benchmark/benchmark.h>
+
 #include <memory>
 #include <string>
 #include <string_view>
@@ -82,5 +84,21 @@ class CountingSink : public RowSink {
     long& rows_;
   };
 };
+
+// Extracts a fresh copy of `listing` with `page` at every iteration into a `CountingSink` (the
+// copy is not timed: extraction eats its text); returns the rows the sink counted.
+inline long ExtractIntoCountingSink(benchmark::State& state, DataPage& page,
+                                    const std::string& listing) {
+  auto sink = std::make_shared<CountingSink>();
+  page.SetRowSink(sink);
+  for (auto _ : state) {
+    state.PauseTiming();
+    std::string text = listing;
+    state.ResumeTiming();
+    page.Extract(text, false);
+    benchmark::DoNotOptimize(text.data());
+  }
+  return sink->rows;
+}
 
 }  // namespace gw::bench

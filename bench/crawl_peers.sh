@@ -14,15 +14,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 PAGES=${1:-10000}
-BUILD_DIR="${GW_BUILD_DIR:-build}"
-GW="$(cd "$BUILD_DIR" && pwd)/apps/gleanwright/gleanwright"
-WORK="$(mktemp -d "${TMPDIR:-/tmp}/gleanwright-crawl-peers-XXXXXX")"
-. scripts/loopback-nginx.sh
-cleanup() {
-  nginx_stop
-  rm -rf "$WORK"
-}
-trap cleanup EXIT
+. bench/served_bench.sh crawl-peers
 PEERS=" ${GW_PEERS:-wget wget2 httrack scrapy} "
 want() { [[ "$PEERS" == *" $1 "* ]]; }
 
@@ -57,22 +49,6 @@ PY
 NGINX_ACCESS_LOG=off nginx_start "$WORK/site" "$WORK/nginx"
 START="$NGINX_URL/p/0.htm"
 
-# Runs a command, writes "seconds peak-kB" of it (the largest resident size among the processes
-# it waited for) to $WORK/time.txt.
-measure() {
-  python3 - "$WORK/time.txt" "$WORK/run.log" "$@" <<'PY'
-import resource, subprocess, sys, time
-out, log, cmd = sys.argv[1], sys.argv[2], sys.argv[3:]
-start = time.monotonic()
-with open(log, "w") as f:
-    status = subprocess.call(cmd, stdout=f, stderr=subprocess.STDOUT)
-secs = time.monotonic() - start
-usage = resource.getrusage(resource.RUSAGE_CHILDREN)
-kb, cpu = usage.ru_maxrss, usage.ru_utime + usage.ru_stime
-open(out, "w").write(f"{secs} {kb} {cpu}\n")
-PY
-}
-
 # Pages saved below a folder: files named after a page (N.htm), each counted once.
 count_pages() {
   find "$1" -type f -name '*.htm*' -printf '%f\n' | sed -n 's/^\([0-9]*\)\.htm.*$/\1/p' | sort -u | wc -l
@@ -80,7 +56,7 @@ count_pages() {
 
 report() {
   local name=$1 dir=$2 secs kb saved
-  read -r secs kb cpu <"$WORK/time.txt"
+  read -r secs kb cpu _ <"$WORK/time.txt"
   saved=$(count_pages "$dir")
   awk -v n="$name" -v s="$secs" -v kb="$kb" -v p="$saved" -v cpu="$cpu" \
     -v ld="$(cut -d' ' -f1 /proc/loadavg)" 'BEGIN {

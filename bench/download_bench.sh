@@ -10,15 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 PAGES=${1:-10000}
 PER_HOST=${2:-4}
-BUILD_DIR="${GW_BUILD_DIR:-build}"
-GW="$(cd "$BUILD_DIR" && pwd)/apps/gleanwright/gleanwright"
-WORK="$(mktemp -d "${TMPDIR:-/tmp}/gleanwright-download-bench-XXXXXX")"
-. scripts/loopback-nginx.sh
-cleanup() {
-  nginx_stop
-  rm -rf "$WORK"
-}
-trap cleanup EXIT
+. bench/served_bench.sh download-bench
 export GLEANWRIGHT_HOME="$WORK/home"
 
 # The pages, exactly 20,480 bytes each, and the list of their addresses.
@@ -99,20 +91,10 @@ for name in ${GW_BENCH_JOBS:-Fetch Extract}; do
   # Wall time and the peak resident memory of the run, measured from the outside.
   # GW_BENCH_WRAP puts a profiler in front ("perf record -o /tmp/perf.data").
   # shellcheck disable=SC2086
-  python3 - "$WORK/time.txt" "$WORK/run.log" ${GW_BENCH_WRAP:-} "$GW" run "$job" <<'PY' || { tail -20 "$WORK/run.log"; exit 1; }
-import resource, subprocess, sys, time
-out, log, cmd = sys.argv[1], sys.argv[2], sys.argv[3:]
-start = time.monotonic()
-with open(log, "w") as f:
-    status = subprocess.call(cmd, stdout=f, stderr=subprocess.STDOUT)
-secs = time.monotonic() - start
-usage = resource.getrusage(resource.RUSAGE_CHILDREN)
-kb, cpu = usage.ru_maxrss, usage.ru_utime + usage.ru_stime
-open(out, "w").write(f"{secs} {kb} {cpu}\n")
-sys.exit(status)
-PY
+  measure ${GW_BENCH_WRAP:-} "$GW" run "$job"
+  read -r secs kb cpu status <"$WORK/time.txt"
+  [ "$status" = 0 ] || { tail -20 "$WORK/run.log"; exit 1; }
   after=$(rules_rows)
-  read -r secs kb cpu <"$WORK/time.txt"
   load=$(cut -d' ' -f1 /proc/loadavg)
   ok=$(sqlite3 "$RULES" "SELECT COUNT(*) FROM task_instance_docs d JOIN tasks t ON t.task_id = d.task_id JOIN jobs j ON j.job_id = t.job_id WHERE j.job_name = '$job' AND copy_completion_code = 'Success'")
   span=$(sqlite3 "$RULES" "SELECT (julianday(MAX(copy_completion_time)) - julianday(MIN(copy_completion_time))) * 86400 FROM task_instance_docs d JOIN tasks t ON t.task_id = d.task_id JOIN jobs j ON j.job_id = t.job_id WHERE j.job_name = '$job'")

@@ -45,7 +45,6 @@ std::string MakeListing(std::size_t bytes) {
 }
 
 using bench::AddField;
-using bench::CountingSink;
 
 std::shared_ptr<DataPage> MakeTemplate(const std::string& cn_str) {
   auto items = bench::NewEntity("Items", "<div class=\"item\">", "items", cn_str);
@@ -64,19 +63,11 @@ std::shared_ptr<DataPage> MakeTemplate(const std::string& cn_str) {
 void BM_ExtractToCountingSink(benchmark::State& state) {
   const std::string listing = MakeListing(static_cast<std::size_t>(state.range(0)));
   auto page = MakeTemplate("Provider=Counting");
-  auto sink = std::make_shared<CountingSink>();
-  page->SetRowSink(sink);
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::string text = listing;
-    state.ResumeTiming();
-    page->Extract(text, false);
-    benchmark::DoNotOptimize(text.data());
-  }
+  const long rows = bench::ExtractIntoCountingSink(state, *page, listing);
   state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
                           static_cast<int64_t>(listing.size()));
   state.counters["rows_per_page"] =
-      static_cast<double>(sink->rows) / static_cast<double>(state.iterations());
+      static_cast<double>(rows) / static_cast<double>(state.iterations());
 }
 BENCHMARK(BM_ExtractToCountingSink)
     ->Arg(100 << 10)

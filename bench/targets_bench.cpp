@@ -44,8 +44,6 @@ std::string MakeListing(long rows) {
   return page;
 }
 
-using bench::CountingSink;
-
 // Fields as wide as the target's columns.
 void AddColumnField(const EntityPtr& entity, const char* column, const char* start,
                     const char* end) {
@@ -99,16 +97,9 @@ void RunIntoStore(benchmark::State& state, FreshTarget fresh_target) {
 void BM_RowsIntoCountingSink(benchmark::State& state) {
   const std::string listing = MakeListing(state.range(0));
   auto page = MakeTemplate("Provider=Counting");
-  auto sink = std::make_shared<CountingSink>();
-  page->SetRowSink(sink);
-  for (auto _ : state) {
-    state.PauseTiming();
-    std::string text = listing;
-    state.ResumeTiming();
-    page->Extract(text, false);
-  }
+  const long rows = bench::ExtractIntoCountingSink(state, *page, listing);
   state.counters["rows_per_s"] =
-      benchmark::Counter(static_cast<double>(sink->rows), benchmark::Counter::kIsRate);
+      benchmark::Counter(static_cast<double>(rows), benchmark::Counter::kIsRate);
 }
 BENCHMARK(BM_RowsIntoCountingSink)->Arg(20000)->UseRealTime()->Unit(benchmark::kMillisecond);
 

@@ -51,33 +51,22 @@ void PrintForms(WebPage& page, bool samples, const std::string& heading, int& co
 
 int RunForms(const std::string& address, const std::string& base, bool samples) {
   const PageSource source(address, base);
-  auto page = WebPage::Create();
-  page->SetSession(source.Session());
+  const auto page = source.NewPage();
   page->LoadFromUrl(source.File(), source.Base());
   int count = 0;
   PrintForms(*page, samples, {}, count);
   if (count == 0) std::cout << "No forms.\n";
-  if (!source.Failure().empty()) {
-    std::cout.flush();
-    std::cerr << "gleanwright forms: " << address << " answered " << source.Failure()
-              << "; these are the forms of that answer\n";
-    return 1;
-  }
-  return 0;
+  return source.ExitStatus("forms");
 }
 
 CommandAction SetUpForms(CLI::App& cmd) {
-  auto address = std::make_shared<std::string>();
-  auto base = std::make_shared<std::string>();
+  const auto page = AddPageArguments(
+      cmd, "The address that the actions resolve against (default: the page's own)");
   auto samples = std::make_shared<bool>(false);
-  cmd.add_option("page", *address, "A local file, a file:// address, or an http(s) address")
-      ->required();
-  cmd.add_option("--base", *base,
-                 "The address that the actions resolve against (default: the page's own)");
   cmd.add_flag("--samples", *samples,
                "Fill the templates with sample values (\"Sample Text\", a list's first option...) "
                "instead of the page's own values");
-  return [address, base, samples] { return RunForms(*address, *base, *samples); };
+  return [page, samples] { return RunForms(page->address, page->base, *samples); };
 }
 
 const CommandRegistration kForms(

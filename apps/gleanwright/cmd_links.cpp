@@ -34,8 +34,7 @@ void Print(const char* kind, const UriList& list) {
 
 int RunLinks(const std::string& address, const std::string& base, bool dom) {
   const PageSource source(address, base);
-  auto page = WebPage::Create();
-  page->SetSession(source.Session());
+  const auto page = source.NewPage();
   if (dom) {
     page->LoadFromUrl(source.File(), source.Base());
   } else {
@@ -44,28 +43,18 @@ int RunLinks(const std::string& address, const std::string& base, bool dom) {
   Print("http", page->HttpLinks());
   Print("email", page->EmailLinks());
   Print("other", page->OtherLinks());
-  if (!source.Failure().empty()) {
-    std::cout.flush();
-    std::cerr << "gleanwright links: " << address << " answered " << source.Failure()
-              << "; these are the links of that answer\n";
-    return 1;
-  }
-  return 0;
+  return source.ExitStatus("links");
 }
 
 CommandAction SetUpLinks(CLI::App& cmd) {
-  auto address = std::make_shared<std::string>();
-  auto base = std::make_shared<std::string>();
+  const auto page = AddPageArguments(cmd,
+                                     "The address that relative links resolve against (default: "
+                                     "the page's own, after redirects)");
   auto dom = std::make_shared<bool>(false);
-  cmd.add_option("page", *address, "A local file, a file:// address, or an http(s) address")
-      ->required();
-  cmd.add_option("--base", *base,
-                 "The address that relative links resolve against (default: the page's own, "
-                 "after redirects)");
   cmd.add_flag("--dom", *dom,
                "Read the links from the document tree (as the template editor does) instead of "
                "the crawler's scan");
-  return [address, base, dom] { return RunLinks(*address, *base, *dom); };
+  return [page, dom] { return RunLinks(page->address, page->base, *dom); };
 }
 
 const CommandRegistration kLinks(

@@ -1,6 +1,9 @@
 #include "page_source.h"
 
+#include <CLI/CLI.hpp>
+
 #include <fstream>
+#include <iostream>
 
 #include "acquire/web_page.h"
 #include "infra/c_guid_gen.h"
@@ -12,7 +15,7 @@ namespace gw::app {
 
 namespace fs = std::filesystem;
 
-PageSource::PageSource(const std::string& address, const std::string& base) {
+PageSource::PageSource(const std::string& address, const std::string& base) : address_(address) {
   if (!text::StartsWithNoCase(address, "http://") && !text::StartsWithNoCase(address, "https://")) {
     file_ = LocalFilePath(address);
     std::error_code ec;
@@ -45,6 +48,29 @@ PageSource::~PageSource() {
   if (temporary_.empty()) return;
   std::error_code ec;
   fs::remove(temporary_, ec);
+}
+
+std::shared_ptr<PageArguments> AddPageArguments(CLI::App& cmd, const std::string& base_help) {
+  auto arguments = std::make_shared<PageArguments>();
+  cmd.add_option("page", arguments->address,
+                 "A local file, a file:// address, or an http(s) address")
+      ->required();
+  cmd.add_option("--base", arguments->base, base_help);
+  return arguments;
+}
+
+std::shared_ptr<WebPage> PageSource::NewPage() const {
+  auto page = WebPage::Create();
+  page->SetSession(session_);
+  return page;
+}
+
+int PageSource::ExitStatus(std::string_view command) const {
+  if (failure_.empty()) return 0;
+  std::cout.flush();
+  std::cerr << "gleanwright " << command << ": " << address_ << " answered " << failure_
+            << "; these are the " << command << " of that answer\n";
+  return 1;
 }
 
 }  // namespace gw::app

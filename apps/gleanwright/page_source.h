@@ -4,7 +4,14 @@
 #include <filesystem>
 #include <memory>
 #include <string>
+#include <string_view>
 
+namespace CLI {
+class App;
+}  // namespace CLI
+namespace gw {
+class WebPage;
+}  // namespace gw
 namespace gw::web {
 class HttpClient;
 }  // namespace gw::web
@@ -33,12 +40,29 @@ class PageSource {
   // "404 Not Found"; "" otherwise.
   const std::string& Failure() const { return failure_; }
 
+  // A new page that fetches through `Session` (its frames, say).
+  std::shared_ptr<WebPage> NewPage() const;
+  // The exit status of the page command `command` ("links", "forms") once it has printed what it
+  // found: 0, or 1 after saying on standard error that the server answered with a failure
+  // ("gleanwright forms: <address> answered 404 Not Found; these are the forms of that answer").
+  int ExitStatus(std::string_view command) const;
+
  private:
+  std::string address_;
   std::string file_;
   std::string base_;
   std::shared_ptr<web::HttpClient> session_;
   std::string failure_;
   std::filesystem::path temporary_;
 };
+
+// What a page command is given: the page (a local file, a "file://" address or a web address) and
+// the address that its relative addresses resolve against ("--base").
+struct PageArguments {
+  std::string address;
+  std::string base;
+};
+// Adds the two to `cmd`; `base_help` says what resolves against the base.
+std::shared_ptr<PageArguments> AddPageArguments(CLI::App& cmd, const std::string& base_help);
 
 }  // namespace gw::app

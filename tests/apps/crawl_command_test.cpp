@@ -47,14 +47,7 @@ Result RunCli(const fs::path& out_dir, std::vector<std::string> args) {
   return r;
 }
 
-bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit) {
-  const auto until = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < until) {
-    if (done()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  return done();
-}
+using testing::WaitFor;
 
 // `kPages` pages /p0.htm ... each linking to itself, its successor (so that all are reachable
 // from /p0.htm), two others, one of them by another spelling, and an e-mail address of its own;

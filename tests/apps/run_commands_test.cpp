@@ -36,15 +36,7 @@ using testing::ReadFile;
 using testing::CliPath;
 using testing::CliResult;
 using testing::RunCli;
-
-bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit) {
-  const auto until = std::chrono::steady_clock::now() + limit;
-  while (std::chrono::steady_clock::now() < until) {
-    if (done()) return true;
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  }
-  return done();
-}
+using testing::WaitFor;
 
 class RunCommandsTest : public ::testing::Test {
  protected:

@@ -3,20 +3,12 @@
 
 #include <gtest/gtest.h>
 
-#include <functional>
+#include "support/test_support.h"
 
 namespace gw::db {
 namespace {
 
-Error CaughtError(const std::function<void()>& call) {
-  try {
-    call();
-  } catch (const Error& e) {
-    return e;
-  }
-  ADD_FAILURE() << "no failure";
-  return Error(0, "", "");
-}
+using testing::CaughtError;
 
 TEST(CreateTableText, SplitsAtTopLevelCommasOnly) {
   const CreateTableParts parts = SplitCreateTable(

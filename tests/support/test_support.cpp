@@ -9,6 +9,7 @@
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -131,6 +132,15 @@ void ExpectFailures(const std::vector<ExpectedFailure>& failures) {
     EXPECT_EQ(e.Source(), f.source);
     EXPECT_EQ(e.Description(), f.text);
   }
+}
+
+bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit) {
+  const auto until = std::chrono::steady_clock::now() + limit;
+  while (std::chrono::steady_clock::now() < until) {
+    if (done()) return true;
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  return done();
 }
 
 }  // namespace gw::testing

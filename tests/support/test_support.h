@@ -1,6 +1,7 @@
 // Helpers shared by the test programs.
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -65,6 +66,9 @@ std::filesystem::path BinaryDir();
 // workbooks) and returns what it printed, errors included. Without openpyxl the test fails and
 // says what to install.
 std::string RunOpenpyxlScript(const std::string& script);
+
+// Asks `done` every 20 ms until it says yes or `limit` has passed; its last answer.
+bool WaitFor(const std::function<bool()>& done, std::chrono::seconds limit);
 
 // The failure `call` raises. When it raises none the test fails and the result has number 0.
 Error CaughtError(const std::function<void()>& call);
