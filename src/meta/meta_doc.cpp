@@ -100,14 +100,7 @@ RowTally MetaDoc::RowsOf(std::string_view entity_id) const {
 struct MetaDocs::Settled {
   struct Dataset {
     std::uint32_t entity = 0;  // into `entity_ids`
-    long occur_count = 0;
-    long extract_count = 0;
-    long error_count = 0;
-    long rows_refused = 0;
-    float avg_success_coeff = 0;
-    float avg_errors = 0;
-    float extraction_pct = 0;
-    std::string first_refusal;
+    meta_internal::DatasetResult result;
   };
   struct Doc {
     std::string texts;  // the id, the source address and the local path, one after the other
@@ -155,16 +148,7 @@ struct MetaDocs::Settled {
     for (const MetaEntityPtr& e : doc.GetMetaEntities()) {
       Dataset& s = datasets.emplace_back();
       s.entity = EntityIndex(e->EntityId());
-      s.occur_count = e->OccurCount();
-      s.extract_count = e->ExtractCount();
-      s.error_count = e->TotalErrorCount();
-      s.avg_success_coeff = e->AvgSuccessCoefficient();
-      s.avg_errors = e->AvgErrorsPerExtraction();
-      s.extraction_pct = e->ExtractionPct();
-      // Refusals as the document counted them for this dataset: over the whole document.
-      RowTally tally = doc.RowsOf(e->EntityId());
-      s.rows_refused = tally.refused;
-      s.first_refusal = std::move(tally.first_refusal);
+      s.result = meta_internal::ResultOf(*e, doc);
       ++d.dataset_count;
     }
   }
@@ -185,13 +169,8 @@ struct MetaDocs::Settled {
       for (std::size_t k = d.first_dataset; k < d.first_dataset + d.dataset_count; ++k) {
         const Dataset& s = datasets[k];
         const std::string& entity_id = entity_ids[s.entity];
-        ReportAs("MetaEntity.SaveToMetabase", [&] {
-          const std::int16_t code =
-              meta_internal::SuccessCodeId(meta_internal::kEntityCode, s.extraction_pct);
-          return D_Metabase().SaveMetaEnt(id, entity_id, s.occur_count, s.extract_count,
-                                          s.avg_success_coeff, code, s.error_count, s.avg_errors,
-                                          s.rows_refused, s.first_refusal);
-        });
+        ReportAs("MetaEntity.SaveToMetabase",
+                 [&] { return meta_internal::SaveDatasetResult(id, entity_id, s.result); });
       }
     });
   }

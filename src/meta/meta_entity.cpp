@@ -46,12 +46,29 @@ bool MetaEntity::SaveToMetabase() {
   return ReportAs("MetaEntity.SaveToMetabase", [&] {
     const std::shared_ptr<MetaDoc> doc = GetMetaDoc();
     if (!doc) ThrowObjectNotSet("MetaEntity.SaveToMetabase");
-    // Refusals as the document counted them for this dataset: over the whole document.
-    const RowTally tally = doc->RowsOf(entity_id_);
-    return D_Metabase().SaveMetaEnt(doc->DocId(), entity_id_, occur_count_, extract_count_,
-                                    AvgSuccessCoefficient(), SuccessCodeId(), total_error_count_,
-                                    AvgErrorsPerExtraction(), tally.refused, tally.first_refusal);
+    return meta_internal::SaveDatasetResult(doc->DocId(), entity_id_,
+                                            meta_internal::ResultOf(*this, *doc));
   });
+}
+
+meta_internal::DatasetResult meta_internal::ResultOf(const MetaEntity& dataset,
+                                                     const MetaDoc& doc) {
+  RowTally tally = doc.RowsOf(dataset.EntityId());
+  return DatasetResult{dataset.OccurCount(),
+                       dataset.ExtractCount(),
+                       dataset.TotalErrorCount(),
+                       dataset.AvgSuccessCoefficient(),
+                       dataset.AvgErrorsPerExtraction(),
+                       dataset.ExtractionPct(),
+                       tally.refused,
+                       std::move(tally.first_refusal)};
+}
+
+bool meta_internal::SaveDatasetResult(const std::string& doc_id, const std::string& entity_id,
+                                      const DatasetResult& r) {
+  return D_Metabase().SaveMetaEnt(doc_id, entity_id, r.occur_count, r.extract_count,
+                                  r.avg_success_coeff, SuccessCodeId(kEntityCode, r.extraction_pct),
+                                  r.error_count, r.avg_errors, r.rows_refused, r.first_refusal);
 }
 
 void MetaEntity::IncrementExtractCount() {

@@ -8,6 +8,11 @@
 #include "platform/db/recordset.h"
 #include "rules/package_data_access.h"
 
+namespace gw {
+class MetaDoc;
+class MetaEntity;
+}  // namespace gw
+
 namespace gw::meta_internal {
 
 // How a level of the tree asks the rules store for its success code: its name in reports, the
@@ -38,5 +43,23 @@ inline float MeanHeldAt100(double sum, long count) {
 // that gives no row fails with 3021.
 std::string SuccessCodeName(const SuccessCodeLookup& lookup, float determinant);
 std::int16_t SuccessCodeId(const SuccessCodeLookup& lookup, float determinant);
+
+// What a dataset's result row holds: the same write whether the dataset is still an object or
+// its document was settled (`MetaDocs::SettleAll`).
+struct DatasetResult {
+  long occur_count = 0;
+  long extract_count = 0;
+  long error_count = 0;
+  float avg_success_coeff = 0;
+  float avg_errors = 0;
+  float extraction_pct = 0;
+  // Refusals as the document counted them for this dataset: over the whole document.
+  long rows_refused = 0;
+  std::string first_refusal;
+};
+DatasetResult ResultOf(const MetaEntity& dataset, const MetaDoc& doc);
+// The dataset's row, with the success code the store gives its `extraction_pct`.
+bool SaveDatasetResult(const std::string& doc_id, const std::string& entity_id,
+                       const DatasetResult& result);
 
 }  // namespace gw::meta_internal
