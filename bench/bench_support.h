@@ -73,11 +73,11 @@ class CountingSink : public RowSink {
    public:
     explicit Row(long& rows) : rows_(rows) {}
     std::int32_t DefinedSize(std::string_view) override { return 1000; }
-    void SetValue(std::string_view, const Variant&) override {}
+    void SetValue(std::string_view, Variant) override {}
     long ColumnCount() override { return 0; }
-    std::string ColumnName(long) override { return {}; }
+    std::string_view ColumnName(long) override { return {}; }
     void Update() override { ++rows_; }
-    std::shared_ptr<db::Recordset> Recordset() override { return nullptr; }
+    void TakeWritten(WrittenRow& into) override { into.Clear(); }
     void Close() noexcept override {}
 
    private:

@@ -157,7 +157,6 @@ std::shared_ptr<db::Recordset> DataPage::Extract(
                  // occurrence, so the next pass cannot find it again at the same place.
                  if (rest.size() == before) rest = DropFirstCharacter(rest, after);
                  if (StaticColumns) ApplyStaticColumns(*StaticColumns, *next);
-                 if (const auto& row = next->Extraction()) row->SetActiveConnection(nullptr);
                  next = FirstInStr(roots, rest, position, &scan);
                  OnProgressChange.Emit(1, progress_max);
                  DoEvents();

@@ -142,8 +142,8 @@ class Entity : public Object {
   Entities& AllChildren();
   Entities& ChildrenOnPage();
   Attributes& GetAttributes();
-  // The recordset of the last row that was written.
-  const std::shared_ptr<db::Recordset>& Extraction() const { return extraction_; }
+  // The recordset of the last row that was written (made from the kept row on first ask).
+  const std::shared_ptr<db::Recordset>& Extraction() const;
   // "" without a connection string; otherwise the provider the connection string names.
   std::string DataProviderName() const;
   // The first field that is the key, or null.
@@ -243,7 +243,10 @@ class Entity : public Object {
   void LoadDefaultMetaFields();
   void LoadSelectedMetaFields();
   void SetId(std::string value) { id_ = std::move(value); }
-  void SetExtraction(std::shared_ptr<db::Recordset> rs) { extraction_ = std::move(rs); }
+  void SetExtraction(std::shared_ptr<db::Recordset> rs) {
+    extraction_ = std::move(rs);
+    written_.Clear();
+  }
   // The datapage if one is set or was made, without making one.
   std::shared_ptr<DataPage> DataPageIfSet() const;
 
@@ -298,7 +301,9 @@ class Entity : public Object {
   Attributes attributes_;
   Entities all_children_;
   Entities children_on_page_;
-  std::shared_ptr<db::Recordset> extraction_;
+  // The last row written, and the recordset made of it once `Extraction` was asked for it.
+  WrittenRow written_;
+  mutable std::shared_ptr<db::Recordset> extraction_;
   MetaEntityPtr metadata_;
   MetaFieldsPtr selected_meta_fields_;
   bool is_dirty_ = false;

@@ -251,8 +251,14 @@ bool Entity::WriteRow(SinkRow& row, MetaEntity& meta) {
         "Either adjust the End tag directly or reduce the Minimum tag length option.");
     return false;
   }
-  extraction_ = row.Recordset();
+  row.TakeWritten(written_);
+  extraction_.reset();
   return true;
+}
+
+const std::shared_ptr<db::Recordset>& Entity::Extraction() const {
+  if (!extraction_ && written_.table) extraction_ = written_.table->ToRecordset(written_.values);
+  return extraction_;
 }
 
 void Entity::ExtractChildEntities(const PageScan& scan, std::string_view& sSrcHTML, bool overridden,
@@ -305,10 +311,9 @@ void Entity::FillRSMetaFields(SinkRow& row) {
       row.SetValue(mf->ColumnName(), value);
       continue;
     }
-    const std::string whole = value.ToText();
-    row.SetValue(
-        mf->ColumnName(),
-        Variant(std::string(text::TruncateCodePoints(whole, static_cast<std::size_t>(width)))));
+    std::string text = value.ToText();
+    text.resize(text::TruncateCodePoints(text, static_cast<std::size_t>(width)).size());
+    row.SetValue(mf->ColumnName(), Variant(std::move(text)));
   }
 }
 

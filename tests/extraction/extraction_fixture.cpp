@@ -10,11 +10,11 @@ class RecordingRow : public SinkRow {
       : inner_(std::move(inner)), closed_(closed) {}
   ~RecordingRow() override { Close(); }
   std::int32_t DefinedSize(std::string_view c) override { return inner_->DefinedSize(c); }
-  void SetValue(std::string_view c, const Variant& v) override { inner_->SetValue(c, v); }
+  void SetValue(std::string_view c, Variant v) override { inner_->SetValue(c, std::move(v)); }
   long ColumnCount() override { return inner_->ColumnCount(); }
-  std::string ColumnName(long i) override { return inner_->ColumnName(i); }
+  std::string_view ColumnName(long i) override { return inner_->ColumnName(i); }
   void Update() override { inner_->Update(); }
-  std::shared_ptr<db::Recordset> Recordset() override { return inner_->Recordset(); }
+  void TakeWritten(WrittenRow& into) override { inner_->TakeWritten(into); }
   void Close() noexcept override {
     if (!is_closed_) ++closed_;
     is_closed_ = true;

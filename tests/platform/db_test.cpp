@@ -2,6 +2,7 @@
 
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
+#include "platform/db/row_appender.h"
 #include "platform/rows_one_by_one.h"
 #include "support/test_support.h"
 
@@ -119,6 +120,86 @@ TEST_F(SqliteTest, AppendingThroughAnUpdatableRecordsetInsertsTheRow) {
   EXPECT_EQ((*check)["qty"].Value().ToLong(), 12);
   EXPECT_EQ((*check)[2L].Value().ToString(), "integer");
   EXPECT_EQ((*check)["seen"].Value().ToDate().ToIsoText(), "2026-11-23 08:00:00");
+}
+
+TEST_F(SqliteTest, AnAppenderWritesRowsAsAnUpdatableRecordsetWouldAndKeepsTheirValues) {
+  auto cn = Open();
+  auto rs = Recordset::Create();
+  rs->SetMaxRecords(2);
+  rs->Open("SELECT * FROM items", cn, CursorType::Keyset, LockType::Optimistic);
+  const RowAppender appender(rs->Source(), rs->Columns());
+  Driver& d = cn->GetDriver();
+  const long id = appender.Require("ID");  // names compare without regard to case
+  const long name = appender.Require("name");
+  const long qty = appender.Require("qty");
+  EXPECT_EQ(FailureNumber([&] { appender.Require("nope"); }), dberr::kItemNotFound);
+
+  Row row;
+  appender.Start(row);
+  appender.Set(row, id, Variant("c"));
+  appender.Set(row, qty, Variant("12"));  // converted to the column's type
+  EXPECT_EQ(FailureNumber([&] { appender.Set(row, qty, Variant("lots")); }), dberr::kMultipleStep);
+  appender.Insert(d, row);
+  // The row keeps what was written, unset columns null.
+  EXPECT_EQ(row[static_cast<std::size_t>(qty)].ToLong(), 12);
+  EXPECT_EQ(row[static_cast<std::size_t>(id)].ToText(), "c");
+  EXPECT_TRUE(row[static_cast<std::size_t>(name)].IsNull());
+
+  // The next rows set other columns; refused ones keep their values too.
+  const struct {
+    const char* id;
+    const char* name;
+    ErrorNumber failure;
+  } rows[] = {{"a", "Again", dberr::kIntegrity},             // the key is taken
+              {"e", "Elderberries", dberr::kDataTruncated},  // longer than VARCHAR(10)
+              {"f", "ĀĒĪŌŪĀĒĪŌŪ", 0}};                       // ten characters in twenty bytes
+  for (const auto& r : rows) {
+    SCOPED_TRACE(r.id);
+    appender.Start(row);
+    appender.Set(row, id, Variant(r.id));
+    appender.Set(row, name, Variant(r.name));
+    if (r.failure != 0) {
+      EXPECT_EQ(FailureNumber([&] { appender.Insert(d, row); }), r.failure);
+    } else {
+      appender.Insert(d, row);
+    }
+    EXPECT_EQ(row[static_cast<std::size_t>(id)].ToText(), r.id);
+    EXPECT_EQ(row[static_cast<std::size_t>(name)].ToText(), r.name);
+    EXPECT_TRUE(row[static_cast<std::size_t>(qty)].IsNull());
+  }
+  auto check = Open()->Execute(
+      "SELECT id, coalesce(name, '-'), coalesce(qty, '-'), typeof(qty) FROM items "
+      "WHERE id IN ('a', 'c', 'f') ORDER BY id");
+  std::vector<std::string> seen;
+  for (; !check->IsEOF(); check->MoveNext()) {
+    seen.push_back((*check)[0L].Value().ToText() + "|" + (*check)[1L].Value().ToText() + "|" +
+                   (*check)[2L].Value().ToText() + "|" + (*check)[3L].Value().ToText());
+  }
+  EXPECT_EQ(seen, (std::vector<std::string>{"a|Apple|3|integer", "c|-|12|integer",
+                                            "f|ĀĒĪŌŪĀĒĪŌŪ|-|null"}));
+
+  // The last row as a recordset: one row, disconnected, still editable in memory.
+  auto written = appender.ToRecordset(row);
+  EXPECT_EQ(written->RecordCount(), 1);
+  EXPECT_EQ(written->ActiveConnection(), nullptr);
+  EXPECT_EQ(written->Source(), "SELECT * FROM items");
+  EXPECT_EQ((*written)["name"].Value().ToText(), "ĀĒĪŌŪĀĒĪŌŪ");
+  (*written)["qty"] = Variant("7");
+  EXPECT_EQ((*written)["qty"].Value().ToLong(), 7);
+  EXPECT_TRUE((*written)["qty"].OriginalValue().IsNull());
+}
+
+TEST_F(SqliteTest, AKeptStatementYieldsTheColumnsAnotherConnectionAdded) {
+  auto cn = Open();
+  EXPECT_EQ(cn->Execute("SELECT * FROM log")->GetFields().Count(), 1);
+  Open()->ExecuteScript("ALTER TABLE log ADD COLUMN said VARCHAR(5) DEFAULT 'hi'");
+  Open()->ExecuteScript("INSERT INTO log (line) VALUES ('one')");
+  // The same text again: the connection's kept statement, which SQLite prepares anew.
+  auto rs = cn->Execute("SELECT * FROM log");
+  ASSERT_EQ(rs->GetFields().Count(), 2);
+  EXPECT_EQ(rs->GetFields()[1L].Name(), "said");
+  EXPECT_EQ(rs->GetFields()[1L].DefinedSize(), 5);
+  EXPECT_EQ((*rs)["said"].Value().ToText(), "hi");
 }
 
 TEST_F(SqliteTest, RefusedValuesFailAtSetOrAtUpdate) {

@@ -80,6 +80,9 @@ class Connection : public Object {
 
   // The open driver; fails with 3704 when closed.
   Driver& GetDriver();
+  // The open driver, shared (null when closed): for a caller that keeps writing through it after
+  // this object is closed; a pooled connection's driver stays its batch's.
+  const std::shared_ptr<Driver>& SharedDriver() const { return driver_; }
 
  private:
   Connection() = default;

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "platform/db/row_appender.h"
 #include "platform/text.h"
 
 namespace gw::db {
@@ -142,6 +143,26 @@ std::shared_ptr<Recordset> Recordset::FromResult(ResultSet result) {
   rs->Load(std::move(result));
   rs->cursor_type_ = CursorType::Static;
   rs->lock_type_ = LockType::ReadOnly;
+  return rs;
+}
+
+std::shared_ptr<Recordset> Recordset::FromAddedRow(std::string source,
+                                                   std::vector<ColumnInfo> columns, Row values) {
+  auto rs = Create();
+  rs->source_ = std::move(source);
+  rs->cursor_type_ = CursorType::Keyset;
+  rs->lock_type_ = LockType::Optimistic;
+  rs->cache_size_ = 2;
+  rs->max_records_ = 2;
+  rs->columns_ = std::move(columns);
+  RowData row;
+  row.original = values;
+  row.values = std::move(values);
+  row.bookmark = rs->next_bookmark_++;
+  rs->rows_.push_back(std::move(row));
+  rs->BuildFields();
+  rs->open_ = true;
+  rs->pos_ = 0;
   return rs;
 }
 
@@ -397,55 +418,10 @@ void Recordset::SetBookmark(const Variant& bookmark) {
 // ----------------------------------------------------------------------------
 
 Variant Recordset::Coerce(std::size_t column, const Variant& value) const {
-  const ColumnInfo& c = columns_[column];
-  if (value.IsNull() || value.IsEmpty()) return Variant(kNull);
-  if (c.type == DataType::Chapter || c.type == DataType::Variant) return value;
-  try {
-    if (IsTextType(c.type) || c.type == DataType::Guid) return Variant(value.ToString());
-    switch (c.type) {
-      case DataType::SmallInt:
-        return Variant(value.ToInteger());
-      case DataType::Integer:
-        return Variant(value.ToLong());
-      case DataType::BigInt:
-        return Variant(static_cast<long long>(value.ToLongLong()));
-      case DataType::Single:
-        return Variant(value.ToSingle());
-      case DataType::Double:
-      case DataType::Currency:
-      case DataType::Decimal:
-      case DataType::Numeric:
-        return Variant(value.ToDouble());
-      case DataType::Boolean:
-        return Variant(value.ToBool());
-      case DataType::Date:
-      case DataType::DBTimeStamp:
-        return Variant(value.ToDate());
-      default:
-        return Variant(value.ToText());
-    }
-  } catch (const Error&) {
-    Fail(dberr::kMultipleStep, "Fields",
-         "Multiple-step operation generated errors. Check each status value. (The value does not "
-         "fit the column " +
-             c.name + ".)");
-  }
+  return CoerceToColumn(columns_[column], value);
 }
 
-void Recordset::CheckWidths(const Row& values) const {
-  for (std::size_t k = 0; k < columns_.size(); ++k) {
-    const ColumnInfo& c = columns_[k];
-    if (!IsTextType(c.type) || c.defined_size <= 0 || c.defined_size >= kUnboundedTextSize)
-      continue;
-    const Variant& v = values[k];
-    if (!v.IsString()) continue;
-    if (text::CountCodePoints(v.ToText()) > static_cast<std::size_t>(c.defined_size)) {
-      Fail(dberr::kDataTruncated, "Update",
-           "String or binary data would be truncated. (Column " + c.name + " holds " +
-               std::to_string(c.defined_size) + " characters.)");
-    }
-  }
-}
+void Recordset::CheckWidths(const Row& values) const { CheckTextWidths(columns_, values); }
 
 void Recordset::AddNew() {
   RequireUpdatable("AddNew");
@@ -476,46 +452,19 @@ bool Recordset::WritesThrough() const {
   return connection_ && connection_->IsOpen() && lock_type_ != LockType::ReadOnly && !fabricated_;
 }
 
-std::string Recordset::BaseTable() const {
-  std::string table;
-  for (const auto& c : columns_) {
-    if (c.base_table.empty()) continue;
-    if (table.empty()) {
-      table = c.base_table;
-    } else if (!text::EqualsNoCase(table, c.base_table)) {
-      Fail(dberr::kNotUpdatable, "Update",
-           "Insufficient base table information for updating or refreshing: the rows come from "
-           "more than one table.");
-    }
-  }
-  if (table.empty()) {
-    Fail(dberr::kNotUpdatable, "Update",
-         "Insufficient base table information for updating or refreshing.");
-  }
-  return table;
-}
+std::string Recordset::BaseTable() const { return BaseTableOf(columns_); }
 
 void Recordset::WriteInsert(RowData& row) {
   Driver& d = connection_->GetDriver();
-  const std::string table = BaseTable();
-  std::string cols, marks;
+  const std::string sql = InsertText(d, BaseTable(), columns_, row.values);
   std::vector<Variant> params;
   long auto_column = -1;
   for (std::size_t k = 0; k < columns_.size(); ++k) {
     const ColumnInfo& c = columns_[k];
     if (c.base_column.empty()) continue;
     if (c.auto_increment) auto_column = static_cast<long>(k);
-    if (row.values[k].IsNull()) continue;  // unset columns take the store's default
-    if (!cols.empty()) {
-      cols += ", ";
-      marks += ", ";
-    }
-    cols += d.QuoteIdentifier(c.base_column);
-    marks += '?';
-    params.push_back(row.values[k]);
+    if (!row.values[k].IsNull()) params.push_back(row.values[k]);
   }
-  std::string sql = "INSERT INTO " + d.QuoteIdentifier(table);
-  sql += cols.empty() ? std::string(" DEFAULT VALUES") : " (" + cols + ") VALUES (" + marks + ")";
   d.Execute(sql, params);
   if (auto_column >= 0 && row.values[static_cast<std::size_t>(auto_column)].IsNull()) {
     row.values[static_cast<std::size_t>(auto_column)] = Variant(d.LastInsertId());

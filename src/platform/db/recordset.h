@@ -86,6 +86,11 @@ class Recordset : public Object {
   static std::shared_ptr<Recordset> Create();
   // A read-only, disconnected recordset over rows already read.
   static std::shared_ptr<Recordset> FromResult(ResultSet result);
+  // An updatable recordset of one row, `values`, positioned on it and disconnected: what a
+  // recordset opened on `source` for appending holds once that row was added and its connection
+  // closed (a cache size and row limit of 2, as appending sets them).
+  static std::shared_ptr<Recordset> FromAddedRow(std::string source,
+                                                 std::vector<ColumnInfo> columns, Row values);
   ~Recordset() override;
   std::string TypeName() const override { return "Recordset"; }
 

@@ -199,8 +199,10 @@ void Bind(sqlite3* db, sqlite3_stmt* st, int index, const Variant& v) {
       break;
     }
     case VarType::String: {
+      // The text is read where it stands: the caller's value outlives the statement's run, and
+      // the bindings are cleared before the statement is left.
       const auto& s = std::get<std::string>(v.Raw());
-      rc = sqlite3_bind_text(st, index, s.data(), static_cast<int>(s.size()), SQLITE_TRANSIENT);
+      rc = sqlite3_bind_text(st, index, s.data(), static_cast<int>(s.size()), SQLITE_STATIC);
       break;
     }
     case VarType::Object:
@@ -248,11 +250,14 @@ class SqliteDriver final : public Driver {
     BindAll(st, params);
 
     ResultSet result;
+    int rc = sqlite3_step(st);
+    // A kept statement that SQLite had to prepare again (its tables changed since, say a column
+    // was added by another connection) may yield other columns than it was described with.
+    if (sqlite3_stmt_status(st, SQLITE_STMTSTATUS_REPREPARE, 0) != p.reprepared) Describe(p);
     const int ncol = sqlite3_column_count(st);
     result.has_columns = ncol > 0;
     if (ncol > 0) result.columns = p.columns;
-    int rc;
-    while ((rc = sqlite3_step(st)) == SQLITE_ROW) {
+    for (; rc == SQLITE_ROW; rc = sqlite3_step(st)) {
       if (max_rows > 0 && static_cast<long>(result.rows.size()) >= max_rows) break;
       Row row;
       row.reserve(static_cast<std::size_t>(ncol));
@@ -437,6 +442,8 @@ class SqliteDriver final : public Driver {
     sqlite3_stmt* stmt = nullptr;
     std::vector<ColumnInfo> columns;
     std::vector<DataType> types;
+    // SQLite's count of the times it prepared the statement again, when it was described.
+    int reprepared = 0;
     std::list<std::string>::iterator lru;
   };
 
@@ -447,8 +454,13 @@ class SqliteDriver final : public Driver {
                   "The statement takes " + std::to_string(expected) + " parameters but " +
                       std::to_string(params.size()) + " were given.");
     }
-    for (std::size_t k = 0; k < params.size(); ++k)
-      Bind(db_, st, static_cast<int>(k + 1), params[k]);
+    try {
+      for (std::size_t k = 0; k < params.size(); ++k)
+        Bind(db_, st, static_cast<int>(k + 1), params[k]);
+    } catch (...) {
+      sqlite3_clear_bindings(st);  // no text of the caller's stays bound
+      throw;
+    }
   }
 
   // A statement of its own, not kept in the cache; its columns described.
@@ -467,6 +479,16 @@ class SqliteDriver final : public Driver {
     }
     Prepared p;
     p.stmt = st;
+    Describe(p);
+    return p;
+  }
+
+  // The columns the statement yields, as it stands now.
+  void Describe(Prepared& p) {
+    sqlite3_stmt* st = p.stmt;
+    p.columns.clear();
+    p.types.clear();
+    p.reprepared = sqlite3_stmt_status(st, SQLITE_STMTSTATUS_REPREPARE, 0);
     const int ncol = sqlite3_column_count(st);
     for (int c = 0; c < ncol; ++c) {
       ColumnInfo info;
@@ -494,15 +516,14 @@ class SqliteDriver final : public Driver {
       p.types.push_back(info.type);
       p.columns.push_back(std::move(info));
     }
-    return p;
   }
 
   Prepared& Prepare(std::string_view sql) {
-    const std::string key(sql);
-    if (auto it = cache_.find(key); it != cache_.end()) {
+    if (auto it = cache_.find(sql); it != cache_.end()) {
       lru_.splice(lru_.begin(), lru_, it->second.lru);
       return it->second;
     }
+    const std::string key(sql);
     Prepared p = Compile(key);
     lru_.push_front(key);
     p.lru = lru_.begin();
@@ -520,7 +541,14 @@ class SqliteDriver final : public Driver {
   bool in_memory_ = false;
   // The journal mode the file had when a session switched it to write-ahead logging.
   std::string journal_mode_before_session_;
-  std::unordered_map<std::string, Prepared> cache_;
+  // Looked up by the text as given, without a copy of it.
+  struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view s) const noexcept {
+      return std::hash<std::string_view>{}(s);
+    }
+  };
+  std::unordered_map<std::string, Prepared, TextHash, std::equal_to<>> cache_;
   std::list<std::string> lru_;
 };
 
