@@ -79,16 +79,23 @@ class CurlMultiDriver {
   static int CloseSocket(void*, curl_socket_t s);
 
  private:
+  using Active = std::unordered_map<CURL*, std::weak_ptr<HttpTransport>>;
+
   static int SocketCallback(CURL*, curl_socket_t s, int what, void* userp, void*);
   static int TimerCallback(CURLM*, long timeout_ms, void* userp);
   void Act(curl_socket_t s, int flags);
   void DeliverFinished();
+  // Takes a transfer's entry out of `active_`.
+  void Release(Active::iterator it);
   // Stops watching `s` (the loop takes it out of its set).
   void Forget(curl_socket_t s);
 
   EventLoop& loop_;
   MultiHandle multi_;
-  std::unordered_map<CURL*, std::weak_ptr<HttpTransport>> active_;
+  Active active_;
+  // Entries of `active_` taken out, kept for the next transfers (no allocation per request).
+  static constexpr std::size_t kMaxSpareEntries = 64;
+  std::vector<Active::node_type> spare_entries_;
   // The sockets the loop watches for curl. A connection that goes idle between requests stays
   // watched, idle in the loop's set: its next request costs no registration.
   std::unordered_map<curl_socket_t, EventLoop::Id> watches_;
@@ -224,6 +231,10 @@ struct HttpTransport::Impl {
   // Transfer.
   EasyHandle easy;
   Slist header_list;
+  // What `header_list` was made from; a request sending the same headers keeps it.
+  std::vector<std::pair<std::string, std::string>> listed_headers;
+  bool listed_expect = false;
+  bool listed = false;
   char error_buffer[CURL_ERROR_SIZE] = {};
   // The options `easy` was last configured with; none: it holds curl's defaults.
   std::optional<HandleOptions> configured;
@@ -258,6 +269,8 @@ struct HttpTransport::Impl {
   void Configure();
   bool ConfiguredAsNow() const;
   void ConfigureHandle();
+  // Makes `header_list` from `headers` (and an empty "Expect:" before a body).
+  void MakeHeaderList(bool body_expected);
   // Reads the outcome after curl finished; fills an error or nothing.
   std::optional<Error> Finish(CURLcode rc);
   Error Failure(CURLcode rc) const;
@@ -302,7 +315,16 @@ CurlMultiDriver::~CurlMultiDriver() {
 }
 
 void CurlMultiDriver::Add(CURL* easy, std::weak_ptr<HttpTransport> transport) {
-  active_[easy] = std::move(transport);
+  if (spare_entries_.empty()) {
+    active_[easy] = std::move(transport);
+  } else {
+    Active::node_type entry = std::move(spare_entries_.back());
+    spare_entries_.pop_back();
+    entry.key() = easy;
+    entry.mapped() = std::move(transport);
+    const auto placed = active_.insert(std::move(entry));
+    if (!placed.inserted) placed.position->second = std::move(placed.node.mapped());
+  }
   const CURLMcode rc = curl_multi_add_handle(multi_.get(), easy);
   if (rc != CURLM_OK) {
     active_.erase(easy);
@@ -325,7 +347,16 @@ void CurlMultiDriver::Add(CURL* easy, std::weak_ptr<HttpTransport> transport) {
 }
 
 void CurlMultiDriver::Remove(CURL* easy) {
-  if (active_.erase(easy) != 0) curl_multi_remove_handle(multi_.get(), easy);
+  const auto it = active_.find(easy);
+  if (it == active_.end()) return;
+  Release(it);
+  curl_multi_remove_handle(multi_.get(), easy);
+}
+
+void CurlMultiDriver::Release(Active::iterator it) {
+  Active::node_type entry = active_.extract(it);
+  entry.mapped().reset();
+  if (spare_entries_.size() < kMaxSpareEntries) spare_entries_.push_back(std::move(entry));
 }
 
 int CurlMultiDriver::SocketCallback(CURL*, curl_socket_t s, int what, void* userp, void*) {
@@ -409,8 +440,13 @@ void CurlMultiDriver::Act(curl_socket_t s, int flags) {
 }
 
 void CurlMultiDriver::DeliverFinished() {
-  // Collect first: a completion handler may start, abandon or destroy other transfers.
-  std::vector<std::pair<std::weak_ptr<HttpTransport>, CURLcode>> done;
+  // Collect first: a completion handler may start, abandon or destroy other transfers, or the
+  // driver itself (nothing of `this` is touched once the events begin). One transfer is the
+  // usual case and is kept apart from the list.
+  using Done = std::pair<std::weak_ptr<HttpTransport>, CURLcode>;
+  Done first;
+  std::vector<Done> more;
+  bool any = false;
   int left = 0;
   while (CURLMsg* msg = curl_multi_info_read(multi_.get(), &left)) {
     if (msg->msg != CURLMSG_DONE) continue;
@@ -418,21 +454,29 @@ void CurlMultiDriver::DeliverFinished() {
     const CURLcode rc = msg->data.result;
     const auto it = active_.find(easy);
     if (it == active_.end()) continue;
-    done.emplace_back(it->second, rc);
-    active_.erase(it);
+    if (!any) {
+      first = Done(std::move(it->second), rc);
+      any = true;
+    } else {
+      more.emplace_back(std::move(it->second), rc);
+    }
+    Release(it);
     curl_multi_remove_handle(multi_.get(), easy);
   }
-  for (auto& [weak, rc] : done) {
-    const std::shared_ptr<HttpTransport> t = weak.lock();  // alive until its events are raised
-    if (!t || !t->impl_->pending) continue;
+  if (!any) return;
+  const auto deliver = [](const Done& d) {
+    const std::shared_ptr<HttpTransport> t = d.first.lock();  // alive until its events are raised
+    if (!t || !t->impl_->pending) return;
     t->impl_->pending = false;
     t->impl_->in_driver = false;
-    if (auto failure = t->impl_->Finish(rc)) {
+    if (auto failure = t->impl_->Finish(d.second)) {
       t->OnError.Emit(failure->Number(), failure->Description());
     } else {
       t->OnResponseFinished.Emit();
     }
-  }
+  };
+  deliver(first);
+  for (const Done& d : more) deliver(d);
 }
 
 // ---- HttpTransport --------------------------------------------------------------------------
@@ -493,6 +537,15 @@ void HttpTransport::SetCredentials(std::string_view user, std::string_view passw
   }
 }
 
+void HttpTransport::ClearCredentials() {
+  impl_->user.clear();
+  impl_->password.clear();
+  impl_->proxy_user.clear();
+  impl_->proxy_password.clear();
+  impl_->server_credentials = false;
+  impl_->proxy_credentials = false;
+}
+
 void HttpTransport::SetTimeouts(long resolve_ms, long connect_ms, long send_ms, long receive_ms) {
   impl_->resolve_ms = resolve_ms;
   impl_->connect_ms = connect_ms;
@@ -500,8 +553,8 @@ void HttpTransport::SetTimeouts(long resolve_ms, long connect_ms, long send_ms, 
   impl_->receive_ms = receive_ms;
 }
 
-void HttpTransport::SetUserAgent(std::string user_agent) {
-  impl_->user_agent = std::move(user_agent);
+void HttpTransport::SetUserAgent(std::string_view user_agent) {
+  if (impl_->user_agent != user_agent) impl_->user_agent = user_agent;
 }
 
 void HttpTransport::SetSettings(HttpTransportSettings settings) {
@@ -655,6 +708,15 @@ void HttpTransport::Impl::Configure() {
 
   // Headers, in the order they were set. The body's length is always its real length, and no
   // "Expect: 100-continue" round trip is made.
+  const bool body_expected = has_body || method == "POST";
+  if (!(listed && listed_expect == body_expected && listed_headers == headers)) {
+    MakeHeaderList(body_expected);
+  }
+  curl_easy_setopt(h, CURLOPT_HTTPHEADER, header_list.get());
+}
+
+void HttpTransport::Impl::MakeHeaderList(bool body_expected) {
+  listed = false;
   curl_slist* list = nullptr;
   bool has_expect = false;
   for (const auto& [name, value] : headers) {
@@ -669,9 +731,11 @@ void HttpTransport::Impl::Configure() {
     list = grown;
   }
   // curl asks for "100-continue" only before a body.
-  if (!has_expect && (has_body || method == "POST")) list = curl_slist_append(list, "Expect:");
+  if (!has_expect && body_expected) list = curl_slist_append(list, "Expect:");
   header_list.reset(list);
-  curl_easy_setopt(h, CURLOPT_HTTPHEADER, header_list.get());
+  listed_headers = headers;
+  listed_expect = body_expected;
+  listed = true;
 }
 
 void HttpTransport::Impl::ConfigureHandle() {

@@ -62,9 +62,11 @@ class HttpTransport : public std::enable_shared_from_this<HttpTransport> {
   void Open(std::string_view verb, std::string_view url, bool async);
   void SetRequestHeader(std::string_view name, std::string_view value);
   void SetCredentials(std::string_view user, std::string_view password, CredentialTarget target);
+  // Forgets the credentials of both targets: for a transport that passes to another request.
+  void ClearCredentials();
   void SetTimeouts(long resolve_ms, long connect_ms, long send_ms, long receive_ms);
   // Sent as "User-Agent" unless a header of that name was set.
-  void SetUserAgent(std::string user_agent);
+  void SetUserAgent(std::string_view user_agent);
   void SetSettings(HttpTransportSettings settings);
 
   // Sends without a body, or with `body` (as is, with its own length). Only "http://" and

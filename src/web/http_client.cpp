@@ -125,7 +125,12 @@ void HttpClient::DoWebRequest(const std::string& Url, const std::string& Method,
              // Replacing the request abandons one still in flight; it raises nothing after this.
              complete_connection_.Disconnect();
              error_connection_.Disconnect();
+             // The last request's transport serves this one when nothing else holds that
+             // request (a host's handler of its completion, or a reader of `CurrentRequest`).
+             std::shared_ptr<HttpTransport> transport;
+             if (request_ && request_.use_count() == 1) transport = request_->ReleaseTransport();
              request_ = CreateRequest(Method, FormVariables);
+             if (transport) request_->AdoptTransport(std::move(transport));
              if (is_post) WriteRequestBody(*request_, FormVariables);
              if (async_) {
                is_ready_ = false;

@@ -25,7 +25,7 @@ std::string HttpWebResponse::Method() const { return text::ToUpper(method_); }
 std::shared_ptr<Stream> HttpWebResponse::BodyStream() const {
   return ReportAs("HttpWebResponse.BodyStream", [&] {
     auto stream = std::make_shared<Stream>();
-    if (const auto* content_type = headers_.Find("Content-Type")) {
+    if (const auto* content_type = Headers().Find("Content-Type")) {
       try {
         if (auto charset = (*content_type)->GetElementByName("Charset")) {
           stream->SetCharset(charset->Value());
@@ -51,7 +51,7 @@ const BString& HttpWebResponse::BodyText() const {
 
 std::string HttpWebResponse::HeadersToString() const {
   std::string out;
-  for (const auto& [name, header] : headers_) {
+  for (const auto& [name, header] : Headers()) {
     out += name;
     out += " : ";
     out += header->Value();
@@ -60,13 +60,39 @@ std::string HttpWebResponse::HeadersToString() const {
   return out;
 }
 
+namespace {
+
+// Whether a line of `headerText` may be a "Set-Cookie" header: its name, spaces trimmed, starts
+// so (any case).
+bool NamesSetCookie(std::string_view headerText) {
+  constexpr std::string_view kName = "set-cookie";
+  std::size_t pos = 0;
+  while (pos < headerText.size()) {
+    std::size_t start = pos;
+    while (start < headerText.size() && headerText[start] == ' ') ++start;
+    if (text::EqualsNoCase(headerText.substr(start, kName.size()), kName)) return true;
+    const std::size_t end = headerText.find('\n', start);
+    if (end == std::string_view::npos) break;
+    pos = end + 1;
+  }
+  return false;
+}
+
+}  // namespace
+
 void HttpWebResponse::Load(std::string_view headerText, HttpTransport* http,
                            const HttpWebRequest& request) {
   ReportAs("HttpWebResponse.Load(headerText,http,request)", Args(headerText, http, request), [&] {
     response_uri_ = request.RequestUri();
     method_ = request.Method();
-    ParseHeaders(headerText);
-    cookies_->LoadFromResponseHeaders(headers_);
+    // Without cookies the headers wait for a reader: nothing else here needs them.
+    ParseLoadedHeaders();
+    if (headers_.Count() == 0 && !NamesSetCookie(headerText)) {
+      loaded_headers_ = headerText;
+    } else {
+      ParseHeaders(headerText);
+      cookies_->LoadFromResponseHeaders(headers_);
+    }
     if (http) {
       content_type_ = http->ContentType();
       raw_body_ = http->TakeResponseBody();  // read once per hop
@@ -78,28 +104,44 @@ void HttpWebResponse::Load(std::string_view headerText, HttpTransport* http,
   });
 }
 
-void HttpWebResponse::ParseHeaders(std::string_view headerText) {
-  ReportAs("HttpWebResponse.ParseHeaders(headerText)", Args(headerText), [&] {
-    std::size_t pos = 0;
-    while (pos <= headerText.size()) {
-      std::size_t end = headerText.find('\n', pos);
-      if (end == std::string_view::npos) end = headerText.size();
-      std::string_view line = headerText.substr(pos, end - pos);
-      pos = end + 1;
-      if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
-      if (line.empty()) continue;
-      std::size_t sep = line.find(':');
-      if (sep == std::string_view::npos) sep = line.find(' ');
-      if (sep == std::string_view::npos) continue;
-      const std::string name(text::TrimSpaces(line.substr(0, sep)));
-      std::string value(text::TrimSpaces(line.substr(sep + 1)));
-      if (auto* existing = headers_.Find(name)) {
-        (*existing)->SetValue((*existing)->Value() + ", " + value);
-      } else {
-        headers_.Add(name, std::make_shared<HttpHeader>(name, std::move(value)));
-      }
+namespace {
+
+void AddHeaderLines(HttpHeaders& headers, std::string_view headerText) {
+  std::size_t pos = 0;
+  while (pos <= headerText.size()) {
+    std::size_t end = headerText.find('\n', pos);
+    if (end == std::string_view::npos) end = headerText.size();
+    std::string_view line = headerText.substr(pos, end - pos);
+    pos = end + 1;
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    if (line.empty()) continue;
+    std::size_t sep = line.find(':');
+    if (sep == std::string_view::npos) sep = line.find(' ');
+    if (sep == std::string_view::npos) continue;
+    const std::string name(text::TrimSpaces(line.substr(0, sep)));
+    std::string value(text::TrimSpaces(line.substr(sep + 1)));
+    if (auto* existing = headers.Find(name)) {
+      (*existing)->SetValue((*existing)->Value() + ", " + value);
+    } else {
+      headers.Add(name, std::make_shared<HttpHeader>(name, std::move(value)));
     }
-  });
+  }
+}
+
+}  // namespace
+
+void HttpWebResponse::ParseLoadedHeaders() const {
+  if (loaded_headers_.empty()) return;
+  const std::string text = std::move(loaded_headers_);
+  loaded_headers_.clear();
+  ReportAs("HttpWebResponse.ParseHeaders(headerText)", Args(text),
+           [&] { AddHeaderLines(headers_, text); });
+}
+
+void HttpWebResponse::ParseHeaders(std::string_view headerText) {
+  ParseLoadedHeaders();
+  ReportAs("HttpWebResponse.ParseHeaders(headerText)", Args(headerText),
+           [&] { AddHeaderLines(headers_, headerText); });
 }
 
 // ---- HttpWebRequest -------------------------------------------------------------------------
@@ -142,23 +184,38 @@ void HttpWebRequest::SetRefererUrl(std::string_view value) { SetHeaderEntry("Ref
 bool HttpWebRequest::IsPost() const { return text::ToUpper(method_) == "POST"; }
 
 HttpTransport& HttpWebRequest::http() {
-  if (!http_) {
-    http_ = HttpTransport::Create();
-    // The handlers run from DoEvents; `this` is alive while its transport is, since the
-    // transport is abandoned (and so raises nothing) when the request goes.
-    finished_connection_ = http_->OnResponseFinished.Connect([this] { OnResponseFinished(); });
-    error_connection_ = http_->OnError.Connect(
-        [this](ErrorNumber number, const std::string& text) { OnError(number, text); });
-  }
+  if (!http_) AdoptTransport(HttpTransport::Create());
   return *http_;
+}
+
+void HttpWebRequest::AdoptTransport(std::shared_ptr<HttpTransport> transport) {
+  if (http_) http_->Abort();
+  http_ = std::move(transport);
+  // The handlers run from DoEvents; `this` is alive while its transport is, since the
+  // transport is abandoned (and so raises nothing) when the request goes.
+  finished_connection_ = http_->OnResponseFinished.Connect([this] { OnResponseFinished(); });
+  error_connection_ = http_->OnError.Connect(
+      [this](ErrorNumber number, const std::string& text) { OnError(number, text); });
+}
+
+std::shared_ptr<HttpTransport> HttpWebRequest::ReleaseTransport() {
+  if (!http_ || http_->IsPending()) return nullptr;
+  finished_connection_.Disconnect();
+  error_connection_.Disconnect();
+  http_->ClearCredentials();
+  return std::move(http_);
 }
 
 void HttpWebRequest::SendRequest(bool async) {
   ReportAs("HttpWebRequest.SendRequest", [&] {
     HttpTransport& h = http();
     const WebSettings settings = CurrentWebSettings();
-    const std::string user_agent = UserAgent();
-    h.SetUserAgent(user_agent.empty() ? settings.EffectiveUserAgent() : user_agent);
+    const std::string* user_agent = headers_.Find("User-Agent");
+    if (user_agent != nullptr && !user_agent->empty()) {
+      h.SetUserAgent(*user_agent);
+    } else {
+      h.SetUserAgent(settings.user_agent.empty() ? DefaultUserAgent() : settings.user_agent);
+    }
     h.Open(text::ToUpper(method_), request_uri_->ToExternalForm(), async);
     // The transport never redirects, keeps no cookies and sends the address as it is; whether
     // certificate errors are ignored is a setting.

@@ -65,9 +65,18 @@ class HttpWebResponse : public Object {
   const std::shared_ptr<CookieContainer>& Cookies() const noexcept { return cookies_; }
   void SetCookies(std::shared_ptr<CookieContainer> cookies) { cookies_ = std::move(cookies); }
   // By name, ignoring case; a header that came twice holds both values joined by ", ".
-  HttpHeaders& Headers() noexcept { return headers_; }
-  const HttpHeaders& Headers() const noexcept { return headers_; }
-  void SetHeaders(HttpHeaders headers) { headers_ = std::move(headers); }
+  HttpHeaders& Headers() {
+    ParseLoadedHeaders();
+    return headers_;
+  }
+  const HttpHeaders& Headers() const {
+    ParseLoadedHeaders();
+    return headers_;
+  }
+  void SetHeaders(HttpHeaders headers) {
+    loaded_headers_.clear();
+    headers_ = std::move(headers);
+  }
 
   // A new open binary stream holding the raw body, made at every read; its `Charset` is the
   // "charset" of "Content-Type" when there is one (quotes kept).
@@ -95,7 +104,11 @@ class HttpWebResponse : public Object {
   long status_code_ = 0;
   std::string status_text_;
   std::string method_;
-  HttpHeaders headers_ = MakeHttpHeaders();
+  // Parses the header text `Load` kept (most responses are read for their body alone).
+  void ParseLoadedHeaders() const;
+
+  mutable HttpHeaders headers_ = MakeHttpHeaders();
+  mutable std::string loaded_headers_;  // not parsed yet
   std::shared_ptr<CookieContainer> cookies_ = std::make_shared<CookieContainer>();
   std::string raw_body_;
   std::string content_type_;  // the transport's, for the character set of the text
@@ -139,6 +152,12 @@ class HttpWebRequest : public Object {
   void SetRequestUri(std::shared_ptr<Uri> uri) { request_uri_ = std::move(uri); }
   // The platform object, made on first use.
   HttpTransport& http();
+  // Gives up the platform object so that the next request of the same client sends on it (its
+  // curl handle and options, its buffers): null when there is none or a transmission is pending.
+  // The credentials given to it are forgotten; this request makes a new one if sent again.
+  std::shared_ptr<HttpTransport> ReleaseTransport();
+  // Sends on `transport` (idle, released by an earlier request) instead of making one.
+  void AdoptTransport(std::shared_ptr<HttpTransport> transport);
 
   const std::string& Method() const noexcept { return method_; }
   void SetMethod(std::string method) { method_ = std::move(method); }

@@ -120,7 +120,10 @@ std::string WebSettings::EffectiveUserAgent() const {
   return user_agent.empty() ? DefaultUserAgent() : user_agent;
 }
 
-std::string DefaultUserAgent() { return "Gleanwright/" GW_VERSION " (Zentrovo_Shared; Linux)"; }
+const std::string& DefaultUserAgent() {
+  static const std::string agent = "Gleanwright/" GW_VERSION " (Zentrovo_Shared; Linux)";
+  return agent;
+}
 
 void SetOptionReader(OptionReader reader) {
   SettingsState& s = StateOf();

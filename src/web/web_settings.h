@@ -54,7 +54,7 @@ struct WebSettings {
 };
 
 // "Gleanwright/<version> (Zentrovo_Shared; Linux)".
-std::string DefaultUserAgent();
+const std::string& DefaultUserAgent();
 
 // An option reader answers an option's value by name, or Empty when it has none.
 using OptionReader = std::function<Variant(const std::string& name)>;

@@ -285,6 +285,84 @@ TEST_F(HttpExchangeTest, ARequestInheritsNothingFromTheOneBeforeIt) {
   }
 }
 
+// The requests of one client, sent one after another, synchronously or not, go out on the
+// transport the request before them used: what that request was given (credentials, agent,
+// referer, method and body) must not travel on, and what this one is given must go out.
+TEST_F(HttpExchangeTest, AClientsRequestsShareATransportAndInheritNothing) {
+  struct Step {
+    std::string method;  // "POST": a form with a=<k>
+    std::string path;
+    bool async;
+    bool credentials;
+    std::string user_agent;
+    std::string referer;
+    std::string answer;  // "": fails for want of credentials
+  };
+  const std::vector<Step> steps = {
+      {"GET", "/secret", false, true, "agent one", "http://r.test/1", "welcome"},
+      {"GET", "/secret", false, false, "", "", ""},
+      {"POST", "/echo", false, false, "", "http://r.test/2", "a=2"},
+      {"GET", "/page", true, false, "agent two", "", "<p>hello</p>"},
+      {"GET", "/secret", true, true, "", "http://r.test/4", "welcome"},
+      {"GET", "/secret", true, false, "", "http://r.test/4", ""},
+      {"POST", "/echo", true, false, "agent two", "", "a=6"},
+      {"GET", "/page", false, false, "", "", "<p>hello</p>"},
+  };
+  auto client = HttpClient::Create();
+  std::string message = "none";
+  ScopedConnection done =
+      client->AsynchRequestComplete.Connect([&](const std::string& m) { message = m; });
+  const HttpTransport* last_transport = nullptr;
+  for (std::size_t k = 0; k < steps.size(); ++k) {
+    const Step& step = steps[k];
+    SCOPED_TRACE(std::to_string(k) + ": " + step.method + " " + step.path);
+    client->SetUserName(step.credentials ? "user" : "");
+    client->SetPassword(step.credentials ? "pw" : "");
+    client->SetUserAgent(step.user_agent);
+    client->SetStaticRefererUrl(step.referer);
+    const std::size_t before = SeenRequests().size();
+    std::string failure;
+    try {
+      if (step.method == "POST") {
+        WebForm form;
+        form.SetAction(server_.Url(step.path));
+        form.AddFormVariable("a", std::to_string(k));
+        client->SubmitForm(form, step.async);
+      } else {
+        client->GetPage(server_.Url(step.path), step.async);
+      }
+      if (step.async) {
+        message = "none";
+        ASSERT_TRUE(EventLoop::Current().RunUntil([&] { return client->IsReady(); },
+                                                  std::chrono::seconds(10)));
+        failure = message;
+      }
+    } catch (const Error& e) {
+      failure = e.Description();
+    }
+    if (step.answer.empty()) {
+      EXPECT_NE(failure.find("requires authentication"), std::string::npos) << failure;
+    } else {
+      EXPECT_EQ(failure, "");
+      EXPECT_EQ(client->HttpResponse()->ResponseBody(), step.answer);
+    }
+    const auto seen = SeenRequests();
+    ASSERT_GT(seen.size(), before);
+    for (std::size_t n = before; n < seen.size(); ++n) {
+      EXPECT_EQ(seen[n].method, step.method);
+      EXPECT_EQ(seen[n].user_agent, step.user_agent.empty() ? DefaultUserAgent() : step.user_agent);
+      EXPECT_EQ(seen[n].referer, step.referer);
+    }
+    // Credentials are given when the server asks for them, never before.
+    EXPECT_EQ(seen[before].authorization, "");
+    const HttpTransport* transport = &client->CurrentRequest()->http();
+    if (last_transport != nullptr) {
+      EXPECT_EQ(transport, last_transport);
+    }
+    last_transport = transport;
+  }
+}
+
 TEST_F(HttpExchangeTest, EndlessRedirectMakesElevenTransmissionsAndReturnsTheLast3xx) {
   auto request = Request("/loop");
   const auto response = request->GetResponse();
