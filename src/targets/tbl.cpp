@@ -78,6 +78,20 @@ long DeclaredWidth(std::string_view type) {
   }
 }
 
+// The page size a SQLite target file is made with. Every commit writes the pages it changed
+// whole, and a document's commit changes the file's header page, each table's root and the last
+// page of each table's rows besides the pages its rows fill: with larger pages the same rows take
+// fewer of them (about 10 pages of 4 KB a document of the bookshop sample, 6 of 16 KB). SQLite
+// reads any page size; a file that already holds something keeps its own.
+constexpr int kNewTargetPageSize = 16384;
+
+// Gives a SQLite file that holds nothing yet (just made) the target page size.
+void SizePagesOfNewFile(db::Connection& cn) {
+  auto pages = cn.Execute("PRAGMA page_count");
+  if (pages->IsEOF() || pages->GetFields()[0L].Value().ToLong() != 0) return;
+  cn.ExecuteScript("PRAGMA page_size = " + std::to_string(kNewTargetPageSize));
+}
+
 class SqliteTable {
  public:
   SqliteTable(db::Connection& cn, std::string table) : cn_(cn), table_(std::move(table)) {}
@@ -298,6 +312,7 @@ void Tbl::CreateSQLite(std::string_view CnStr, const TableDescription& Ent, bool
              } else {
                cn = db::Connection::Create();
                cn->Open(CnStr);
+               SizePagesOfNewFile(*cn);
              }
              RefuseUnusableNames(*cn, t, Ent);
              SqliteTable table(*cn, t);

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "support/mariadb_server.h"
 #include "support/test_support.h"
@@ -106,6 +107,30 @@ TEST_F(SqliteTables, AWideningRebuildKeepsIndexesTriggersAndOtherConstraints) {
   EXPECT_FALSE(Schema("prods_code").empty());
   Exec(cn_, "INSERT INTO Prods (name, code) VALUES ('Bolt', 'b2')");
   EXPECT_EQ(Rows(cn_, "log").size(), 2u);  // the trigger came back
+}
+
+TEST_F(SqliteTables, ANewFileGetsLargePagesAndAFileInUseKeepsItsOwn) {
+  const auto page_size = [](const std::string& cn_str) {
+    auto cn = db::Connection::Create();
+    cn->Open(cn_str);
+    return cn->Execute("PRAGMA page_size")->GetFields()[0L].Value().ToLong();
+  };
+  // A file that does not exist yet, and one that exists but holds nothing (as an empty file made
+  // for a target does).
+  Tbl().Create(cn_, Describe("Prods", {{"name", 20}}), false);
+  EXPECT_EQ(page_size(cn_), 16384);
+  const std::string empty = "Provider=SQLite;Data Source=" + (dir_ / "empty.db").string();
+  { std::ofstream(dir_ / "empty.db"); }
+  Tbl().Create(empty, Describe("Prods", {{"name", 20}}), false);
+  EXPECT_EQ(page_size(empty), 16384);
+  // A file that holds a table keeps its pages; the new table and its rows go in as they are.
+  const std::string used = "Provider=SQLite;Data Source=" + (dir_ / "used.db").string();
+  Exec(used, "CREATE TABLE log (n INT); INSERT INTO log VALUES (1)");
+  Tbl().Create(used, Describe("Prods", {{"name", 20}}), false);
+  Exec(used, "INSERT INTO Prods (name) VALUES ('Nut')");
+  EXPECT_EQ(page_size(used), 4096);
+  EXPECT_EQ(Rows(used, "Prods"), (RowList{{"Nut"}}));
+  EXPECT_EQ(Rows(used, "log"), (RowList{{"1"}}));
 }
 
 TEST_F(SqliteTables, AColumnIsNotNarrowedBelowAStoredValue) {
