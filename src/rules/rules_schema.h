@@ -15,7 +15,8 @@ class RulesSchema {
   // The schema version this program makes and upgrades to. A SQLite store records its version in
   // `PRAGMA user_version` (0: made before versions were recorded).
   // 2: the crawl queue's column and indexes.
-  static constexpr int kVersion = 2;
+  // 3: no separate index of a task's rows in a run (the crawl queue's address index serves).
+  static constexpr int kVersion = 3;
 
   // The version the store records; 0 when it records none (or its dialect has no such notion).
   static int StoredVersion(db::Connection& cn);

@@ -187,6 +187,37 @@ TEST_F(RulesStoreTest, AVersionOneStoreGetsTheCrawlQueue) {
             2);
 }
 
+TEST_F(RulesStoreTest, AVersionTwoStoreLosesTheIndexTheAddressIndexCovers) {
+  {
+    auto cn = Open();
+    // As version 2 left it: an index of (task, package, start time) beside the address index.
+    cn->ExecuteScript(
+        "CREATE INDEX ix_task_instance_docs_run ON task_instance_docs (task_id, job_id, "
+        "job_start_time);"
+        "PRAGMA user_version = 2;");
+  }
+  Exec("INSERT INTO jobs (job_id, job_name) VALUES ('j1', 'Kept')");
+  auto cn = db::Connection::Create();
+  cn->Open(cn_str_);
+  bool created = true;
+  EXPECT_EQ(RulesSchema::BringUpToDate(*cn, created),
+            std::vector<std::string>{"task_docs_run_index_covered"});
+  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM sqlite_master WHERE name = 'ix_task_instance_docs_run'"),
+            0);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_name = 'Kept'"), 1);
+  // A task's rows in a run are still found through an index, not by reading the table.
+  auto plan = cn->Execute(
+      "EXPLAIN QUERY PLAN SELECT COUNT(*) FROM task_instance_docs WHERE task_id = 't' AND "
+      "job_id = 'j' AND job_start_time = 's'");
+  std::string detail;
+  for (; !plan->IsEOF(); plan->MoveNext()) detail += (*plan)["detail"].Value().ToText() + "\n";
+  EXPECT_NE(detail.find("INDEX ix_task_instance_docs_uri (task_id=? AND job_id=? AND "
+                        "job_start_time=?)"),
+            std::string::npos)
+      << detail;
+}
+
 TEST_F(RulesStoreTest, ANewerStoreIsRefusedAndLeftAsItIs) {
   {
     auto cn = Open();

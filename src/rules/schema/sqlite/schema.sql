@@ -259,12 +259,11 @@ CREATE TABLE IF NOT EXISTS task_instance_docs (
     FOREIGN KEY (task_id, job_id, job_start_time)
     REFERENCES task_instances (task_id, job_id, job_start_time) ON DELETE CASCADE
 );
-CREATE INDEX IF NOT EXISTS ix_task_instance_docs_run
-  ON task_instance_docs (task_id, job_id, job_start_time);
 CREATE INDEX IF NOT EXISTS ix_task_instance_docs_job
   ON task_instance_docs (job_id, job_start_time);
 -- A crawl's queue: whether an address is known to the run, the rows still to fetch, and the
 -- fetched rows whose links have not been read, each found without reading the rest of the run.
+-- The first serves every look-up of a task's rows in a run as well (its first three columns).
 CREATE INDEX IF NOT EXISTS ix_task_instance_docs_uri
   ON task_instance_docs (task_id, job_id, job_start_time, uri);
 CREATE INDEX IF NOT EXISTS ix_task_instance_docs_open
