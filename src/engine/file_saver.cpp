@@ -215,58 +215,80 @@ std::string FileSaver::ReplaceAliases(std::string_view str) {
 
 std::string FileSaver::ReplaceTags(std::string_view str) {
   std::string s(str);
-  const auto put = [&s](std::string_view tag, std::string_view value) {
-    if (text::FindNoCase(s, tag) != text::npos) s = text::ReplaceAll(s, tag, value, true);
+  // Tags in a fixed order, each value worked out only when its tag is there (a value may hold a
+  // tag replaced after it, as before).
+  const auto put = [&s](std::string_view tag, const auto& value) {
+    if (text::FindNoCase(s, tag) != text::npos) s = text::ReplaceAll(s, tag, value(), true);
+  };
+  const auto has = [&s](std::initializer_list<std::string_view> tags) {
+    for (std::string_view tag : tags) {
+      if (text::FindNoCase(s, tag) != text::npos) return true;
+    }
+    return false;
   };
   if (auto task = task_.lock()) {
     // A package or datapage that cannot be read leaves its tags as they are.
     std::shared_ptr<Job> job;
-    try {
-      job = task->GetJob();
-    } catch (const Error&) {
+    if (has({"[PKGID]", "[PKGNAME]", "[PKGTIME]"})) {
+      try {
+        job = task->GetJob();
+      } catch (const Error&) {
+      }
     }
     if (job) {
-      put("[PKGID]", job->JobId());
-      put("[PKGNAME]", job->JobName());
-      put("[PKGTIME]", job->StartTime().ToUsText());
+      put("[PKGID]", [&] { return job->JobId(); });
+      put("[PKGNAME]", [&] { return job->JobName(); });
+      put("[PKGTIME]", [&] { return job->StartTime().ToUsText(); });
     }
     std::shared_ptr<DataPage> page;
-    try {
-      page = task->GetDataPage();
-    } catch (const Error&) {
+    if (has({"[DATAPAGE]"})) {
+      try {
+        page = task->GetDataPage();
+      } catch (const Error&) {
+      }
     }
-    if (page) put("[DATAPAGE]", page->DisplayName());
-    put("[TASKTIME]", task->StartTime().ToUsText());
-    put("[TASKID]", task->TaskId());
-    put("[TASKNAME]", task->TaskName());
+    if (page) put("[DATAPAGE]", [&] { return page->DisplayName(); });
+    put("[TASKTIME]", [&] { return task->StartTime().ToUsText(); });
+    put("[TASKID]", [&] { return task->TaskId(); });
+    put("[TASKNAME]", [&] { return task->TaskName(); });
   }
-  put("[DOCID]", doc_id_);
-  const DateTime now = DateTime::Now();
-  put("[DAY]", std::to_string(now.Day()));
-  put("[MONTH]", std::to_string(now.Month()));
-  put("[YEAR]", std::to_string(now.Year()));
-  put("[HOUR]", std::to_string(now.Hour()));
-  put("[MINUTE]", std::to_string(now.Minute()));
-  put("[SECOND]", std::to_string(now.Second()));
+  put("[DOCID]", [&] { return doc_id_; });
+  // One clock reading for all the date and time tags.
+  std::optional<DateTime> now;
+  const auto part = [&](int (DateTime::*field)() const) {
+    return [&, field] {
+      if (!now) now = DateTime::Now();
+      return std::to_string(((*now).*field)());
+    };
+  };
+  put("[DAY]", part(&DateTime::Day));
+  put("[MONTH]", part(&DateTime::Month));
+  put("[YEAR]", part(&DateTime::Year));
+  put("[HOUR]", part(&DateTime::Hour));
+  put("[MINUTE]", part(&DateTime::Minute));
+  put("[SECOND]", part(&DateTime::Second));
   if (src_url_) {
     const web::Uri& u = *src_url_;
-    put("[URLPATH]", u.PathWithoutFile());
-    std::string shown;
-    try {
-      shown = u.ToString();
-    } catch (const Error&) {
-      shown = u.ToExternalForm();
-    }
-    put("[URL]", text::ReplaceAll(shown, "://", "_"));
+    put("[URLPATH]", [&] { return u.PathWithoutFile(); });
+    put("[URL]", [&] {
+      std::string shown;
+      try {
+        shown = u.ToString();
+      } catch (const Error&) {
+        shown = u.ToExternalForm();
+      }
+      return text::ReplaceAll(shown, "://", "_");
+    });
     if (u.QueryString().empty()) {
       // "[FILENAME]?[URLQUERY]" of an address without a query leaves no stray separator.
       for (const char* sep : {"?", "*", ":", "_"}) {
-        put(std::string("[FILENAME]") + sep + "[URLQUERY]", "[FILENAME][URLQUERY]");
+        put(std::string("[FILENAME]") + sep + "[URLQUERY]",
+            [] { return std::string("[FILENAME][URLQUERY]"); });
       }
     }
-    put("[URLQUERY]", u.QueryString());
-    put("[FILENAME]", GetFilename(u));
-    put("[HOST]", u.Host());
+    put("[URLQUERY]", [&] { return u.QueryString(); });
+    put("[FILENAME]", [&] { return GetFilename(u); });
+    put("[HOST]", [&] { return u.Host(); });
   }
   return s;
 }
@@ -433,6 +455,11 @@ std::string FileSaver::TrimFile(const std::string& dir, std::string& base,
 
 std::string FileSaver::GetCreateableFileName(const std::string& folder,
                                              const std::string& filename) {
+  return CreateableFileName(folder, filename, true);
+}
+
+std::string FileSaver::CreateableFileName(const std::string& folder, const std::string& filename,
+                                          bool probe_first) {
   const std::size_t dot = filename.rfind('.');
   std::string base = dot == std::string::npos ? filename : filename.substr(0, dot);
   const std::string extension = dot == std::string::npos ? "" : filename.substr(dot);
@@ -446,7 +473,8 @@ std::string FileSaver::GetCreateableFileName(const std::string& folder,
   // the number found taken last time, while that name and the plain name are both still there.
   const std::string key = prefix + filename;
   long counter = 0;
-  if (const auto last = last_taken_.find(key); last != last_taken_.end()) {
+  const auto last = last_taken_.find(key);
+  if (last != last_taken_.end()) {
     const bool shortened = shortened_;
     std::string plain = base, previous = base;
     if (Exists(prefix + TrimFile(dir, plain, "", extension)) &&
@@ -458,7 +486,8 @@ std::string FileSaver::GetCreateableFileName(const std::string& folder,
   }
   for (;; ++counter) {
     std::string candidate = prefix + TrimFile(dir, base, numbered(counter), extension);
-    if (Exists(candidate)) continue;
+    const bool unprobed = !probe_first && counter == 0 && last == last_taken_.end();
+    if (!unprobed && Exists(candidate)) continue;
     // The number handed out is remembered (it is taken once the file is written), and not
     // without bound.
     if (last_taken_.size() >= kMaxRememberedNames) last_taken_.clear();
@@ -467,7 +496,9 @@ std::string FileSaver::GetCreateableFileName(const std::string& folder,
   }
 }
 
-std::string FileSaver::GetCreateableFullPath() {
+std::string FileSaver::GetCreateableFullPath() { return CreateableFullPath(true); }
+
+std::string FileSaver::CreateableFullPath(bool probe_first) {
   const std::string folder = BuildFolderPath();
   // The folder is made (and looked at) once while it stays the same; should it go away
   // meanwhile, the write that finds it missing makes it again (`WriteNewFile`).
@@ -476,7 +507,7 @@ std::string FileSaver::GetCreateableFullPath() {
     made_folder_ = folder;
   }
   const bool folder_shortened = shortened_;
-  std::string path = GetCreateableFileName(folder, CalcFileName());
+  std::string path = CreateableFileName(folder, CalcFileName(), probe_first);
   shortened_ = shortened_ || folder_shortened;
   return path;
 }
@@ -489,8 +520,16 @@ std::string FileSaver::WriteNewFile(std::string_view bytes) {
 
 std::string FileSaver::WriteNewFile(
     const std::function<void(int fd, const std::string& path)>& write) {
-  std::string path = GetCreateableFullPath();
+  // A name new to this saver is tried without looking first (a new file is almost always under a
+  // new name); the exclusive naming below finds it taken, and then the free one is looked for.
+  std::string path = CreateableFullPath(false);
+  bool probed = false;
   std::string folder = fs::path(path).parent_path().string();
+  const auto next_free_name = [&] {
+    path = probed ? GetCreateableFileName(folder, fs::path(path).filename().string())
+                  : CreateableFullPath(true);
+    probed = true;
+  };
   // A folder made earlier and removed (or replaced) since is made again, or fails to be, as it
   // would have before each write.
   const auto open_again_if_folder_gone = [&](const auto& open) {
@@ -498,6 +537,7 @@ std::string FileSaver::WriteNewFile(
     if (result < 0 && (errno == ENOENT || errno == ENOTDIR) && !made_folder_.empty()) {
       made_folder_.clear();
       path = GetCreateableFullPath();
+      probed = true;
       folder = fs::path(path).parent_path().string();
       result = open();
     }
@@ -524,8 +564,8 @@ std::string FileSaver::WriteNewFile(
       if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
         named = true;
       } else if (errno == EEXIST) {
-        // Another writer took the name meanwhile: the next free one.
-        path = GetCreateableFileName(folder, fs::path(path).filename().string());
+        // The name is taken (or another writer took it meanwhile): the next free one.
+        next_free_name();
       } else {
         error = errno;
         break;
@@ -558,10 +598,8 @@ std::string FileSaver::WriteNewFile(
     ::unlink(temporary.c_str());
     WriteFailed("FileSaver.SaveToFile", path, why);
   }
-  // Another writer may take the name meanwhile: then the next free one.
-  while (!Publish(temporary, path)) {
-    path = GetCreateableFileName(folder, fs::path(path).filename().string());
-  }
+  // The name may be taken (or another writer may take it meanwhile): then the next free one.
+  while (!Publish(temporary, path)) next_free_name();
   return path;
 }
 

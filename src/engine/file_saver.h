@@ -152,6 +152,12 @@ class FileSaver : public Object, public ISerializable {
   static const char* ExtensionMap(std::string_view ext);
 
  private:
+  // `GetCreateableFullPath` and `GetCreateableFileName`; without `probe_first`, a name handed
+  // out for the first time is not looked for: the caller's exclusive create tells whether it is
+  // taken, and then asks again with it.
+  std::string CreateableFullPath(bool probe_first);
+  std::string CreateableFileName(const std::string& folder, const std::string& filename,
+                                 bool probe_first);
   std::string WriteNewFile(std::string_view bytes);
   // Makes a new file at the next free name and returns its path: `write` fills the descriptor
   // it is given (the path is the name the file is meant to take, for messages). The file is

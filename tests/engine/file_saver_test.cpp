@@ -176,6 +176,56 @@ TEST_F(FileSaverTest, TheNextFreeNumberFollowsTheFilesThatAreThere) {
   EXPECT_EQ(ReadFile(r + "x(1).htm"), "f");
 }
 
+TEST_F(FileSaverTest, ANameTakenBeforeTheFirstSaveIsLeftAsItIs) {
+  // Whatever holds the name (a file, a folder, a link to nothing, a link to a file), the first
+  // save under it takes the next number and touches none of it; a name cut to fit the path's 255
+  // characters is taken the same way.
+  struct Case {
+    const char* name;
+    bool cut;
+    std::function<void(const fs::path&)> take;
+  };
+  const std::vector<Case> cases = {
+      {"a file", false, [](const fs::path& p) { WriteFile(p, "theirs"); }},
+      {"a folder", false, [](const fs::path& p) { fs::create_directory(p); }},
+      {"a link to nothing", false,
+       [](const fs::path& p) { fs::create_symlink(p.parent_path() / "nowhere", p); }},
+      {"a link to a file", false,
+       [](const fs::path& p) {
+         WriteFile(p.parent_path() / "target.txt", "theirs");
+         fs::create_symlink(p.parent_path() / "target.txt", p);
+       }},
+      {"a cut name", true, [](const fs::path& p) { WriteFile(p, "theirs"); }},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    testing::TempDir folder;
+    const fs::path root = folder.Path();
+    // Cut, "<n...>extra.htm" loses "extra" (and three more characters beside a number).
+    const std::string base(250 - root.string().size(), 'n');
+    auto saver = FileSaver::Create();
+    saver->SetRootFolder(root.string());
+    saver->SetFileName(c.cut ? base + "extra.htm" : "x.htm");
+    const std::string plain = c.cut ? base : "x";
+    const std::string numbered = c.cut ? base.substr(3) : "x";
+    c.take(root / (plain + ".htm"));
+    const auto before = FilesBelow(root);
+    const std::string first = saver->SaveBytes("mine");
+    EXPECT_EQ(first, (root / (numbered + "(1).htm")).string());
+    EXPECT_EQ(saver->LastPathWasShortened(), c.cut);
+    EXPECT_EQ(ReadFile(first), "mine");
+    // The next save goes on after it.
+    EXPECT_EQ(saver->SaveBytes("again"), (root / (numbered + "(2).htm")).string());
+    if (fs::is_regular_file(root / (plain + ".htm"))) {
+      EXPECT_EQ(ReadFile(root / (plain + ".htm")), "theirs");
+    }
+    auto after = FilesBelow(root);
+    std::erase(after, numbered + "(1).htm");
+    std::erase(after, numbered + "(2).htm");
+    EXPECT_EQ(after, before);
+  }
+}
+
 TEST_F(FileSaverTest, LongPathsAreShortenedToTheLimits) {
   // A folder of 200 characters and a name of 70: the name's base is cut so the path is 255.
   const std::string folder =
