@@ -3,11 +3,15 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
 #include <string_view>
+#include <system_error>
 #include <thread>
 #include <unordered_map>
 
@@ -155,12 +159,53 @@ class AddressSet {
   std::size_t count_ = 0;
 };
 
+// What the links of one saved page give its level: its address, the kept links (after the
+// ruleset) that the run did not know when the page was saved, in order, each with its text, and
+// its e-mail links. A link known then is known when the level is read.
+struct ScannedPage {
+  std::string doc_id;
+  bool read = false;  // false: the page is read from its file with the level, as before
+  std::uint64_t page = 0;
+  std::vector<std::pair<std::uint64_t, std::string>> fresh;
+  UriListPtr emails;  // null for none
+};
+
+// Reads the links of a saved page's body. Touches only what it makes itself, the ruleset and
+// the set of known addresses, neither of which changes while pages are being saved; so it may
+// run on any thread.
+ScannedPage ScanSavedPage(std::string doc_id, std::string_view body, const std::string& uri,
+                          const UriRuleset& rules, bool inclusive, const AddressSet& known) {
+  ScannedPage scanned;
+  scanned.doc_id = std::move(doc_id);
+  try {
+    auto page = WebPage::Create();
+    page->RegExHrefsOfBytes(body, uri);
+    scanned.page = AddressSet::HashOf(page->url().HashCode());
+    if (page->HttpLinks().Count() > 0) {
+      const auto kept = page->HttpLinks().DivideByRuleset(rules, inclusive);
+      for (const auto& [key, item] : acquire_internal::UriListInternal::RawDictionary(*kept)) {
+        const std::uint64_t h = AddressSet::HashOf(key);
+        if (!known.Contains(h)) scanned.fresh.emplace_back(h, item->url());
+      }
+    }
+    if (page->EmailLinks().Count() > 0) scanned.emails = page->EmailLinksPtr();
+    scanned.read = true;
+  } catch (...) {
+    // Read from its file with the level, where its failure is told.
+    scanned.read = false;
+    scanned.fresh.clear();
+    scanned.emails.reset();
+  }
+  return scanned;
+}
+
 // The links of a round's pages, read from each response while it is in hand, as it is saved, so
 // that the work overlaps the transfers still under way; reading the level then takes a page's
 // links from here instead of reading its file back, and stores the same rows in the same order.
-// Only what the level can use is kept: the links the run did not know when the page was saved (a
-// link known then is known when the level is read), by their `AddressSet` hash, and each
-// address's text once for the round, so the memory follows the new links, not the links read.
+// Only what the level can use is kept: the links the run did not know when the page was saved,
+// by their `AddressSet` hash, and each address's text once for the round, so the memory follows
+// the new links, not the links read. What a page gives does not depend on the order in which
+// pages are added: each keeps its own spelling of its links.
 class ReadAheadLinks {
  public:
   struct Page {
@@ -171,25 +216,19 @@ class ReadAheadLinks {
     UriListPtr emails;  // null for none
   };
 
-  // Keeps what the links of `page` (the links just scanned) give the level.
-  void Add(const std::string& doc_id, WebPage& page, const UriRuleset& rules, bool inclusive,
-           const AddressSet& known) {
+  // Keeps what a scanned page gives the level; a page whose scan failed is left to the level.
+  void Add(ScannedPage&& scanned) {
+    if (!scanned.read) return;
     Page read;
-    read.page = AddressSet::HashOf(page.url().HashCode());
-    if (page.HttpLinks().Count() > 0) {
-      const auto kept = page.HttpLinks().DivideByRuleset(rules, inclusive);
-      for (const auto& [key, item] : acquire_internal::UriListInternal::RawDictionary(*kept)) {
-        const std::uint64_t h = AddressSet::HashOf(key);
-        if (known.Contains(h)) continue;
-        const auto [text, first] = texts_.try_emplace(h, item->url());
-        if (!first && text->second != item->url()) {
-          read.spelled.emplace_back(read.fresh.size(), item->url());
-        }
-        read.fresh.push_back(h);
-      }
+    read.page = scanned.page;
+    read.fresh.reserve(scanned.fresh.size());
+    for (auto& [h, url] : scanned.fresh) {
+      const auto [text, first] = texts_.try_emplace(h, url);
+      if (!first && text->second != url) read.spelled.emplace_back(read.fresh.size(), url);
+      read.fresh.push_back(h);
     }
-    if (page.EmailLinks().Count() > 0) read.emails = page.EmailLinksPtr();
-    pages_[doc_id] = std::move(read);
+    read.emails = std::move(scanned.emails);
+    pages_[scanned.doc_id] = std::move(read);
   }
   // What was kept of the page with this id; null when it was not read ahead.
   const Page* Find(const std::string& doc_id) const {
@@ -211,6 +250,108 @@ class ReadAheadLinks {
  private:
   std::unordered_map<std::string, Page> pages_;  // by document id
   std::unordered_map<std::uint64_t, std::string> texts_;
+};
+
+// Reads the links of the pages a pass saves on a few threads of its own, so that the loop's
+// thread goes on with the transfers, the files and the store. A job owns its copy of the body
+// and everything it makes; it reads the pass's copy of the ruleset and the run's known addresses,
+// which nobody changes until `Finish` has returned (the level's reading adds to them afterwards).
+// What the jobs give goes to the `ReadAheadLinks` on the loop's thread only, when it asks.
+class LinkReader {
+ public:
+  LinkReader(const UriRuleset& rules, bool inclusive, const AddressSet& known)
+      : rules_(rules.Clone()), inclusive_(inclusive), known_(known) {
+    const unsigned cores = std::thread::hardware_concurrency();
+    const unsigned threads = std::clamp(cores > 1 ? cores - 1 : 1U, 1U, kMaxThreads);
+    try {
+      for (unsigned i = 0; i < threads; ++i) workers_.emplace_back([this] { Work(); });
+    } catch (const std::system_error&) {
+      // Without threads the pages are read as they are saved, on the loop's thread.
+    }
+  }
+  ~LinkReader() {
+    {
+      std::lock_guard lock(mutex_);
+      stopping_ = true;
+    }
+    wake_workers_.notify_all();
+    for (std::thread& worker : workers_) worker.join();
+  }
+  LinkReader(const LinkReader&) = delete;
+  LinkReader& operator=(const LinkReader&) = delete;
+
+  // Queues a saved page (its body copied), first handing what is done to `ahead`; waits while
+  // many pages are queued, so that the bodies held stay few.
+  void Submit(const std::string& doc_id, const std::string& uri, std::string_view body,
+              ReadAheadLinks& ahead) {
+    if (workers_.empty()) {
+      ahead.Add(ScanSavedPage(doc_id, body, uri, *rules_, inclusive_, known_));
+      return;
+    }
+    std::deque<ScannedPage> done;
+    {
+      std::unique_lock lock(mutex_);
+      wake_loop_.wait(lock, [&] { return jobs_.size() < kMaxQueued; });
+      jobs_.push_back({doc_id, uri, std::string(body)});
+      ++unfinished_;
+      done.swap(done_);
+    }
+    wake_workers_.notify_one();
+    for (ScannedPage& page : done) ahead.Add(std::move(page));
+  }
+  // Waits for every queued page and hands what they gave to `ahead`.
+  void Finish(ReadAheadLinks& ahead) {
+    std::deque<ScannedPage> done;
+    {
+      std::unique_lock lock(mutex_);
+      wake_loop_.wait(lock, [&] { return unfinished_ == 0; });
+      done.swap(done_);
+    }
+    for (ScannedPage& page : done) ahead.Add(std::move(page));
+  }
+
+ private:
+  static constexpr unsigned kMaxThreads = 2;
+  static constexpr std::size_t kMaxQueued = 64;
+  struct Job {
+    std::string doc_id;
+    std::string uri;
+    std::string body;
+  };
+
+  void Work() {
+    for (;;) {
+      Job job;
+      {
+        std::unique_lock lock(mutex_);
+        wake_workers_.wait(lock, [&] { return stopping_ || !jobs_.empty(); });
+        if (stopping_) return;  // the pass failed: what is queued is not wanted
+        job = std::move(jobs_.front());
+        jobs_.pop_front();
+      }
+      wake_loop_.notify_one();  // room in the queue
+      ScannedPage page =
+          ScanSavedPage(std::move(job.doc_id), job.body, job.uri, *rules_, inclusive_, known_);
+      {
+        std::lock_guard lock(mutex_);
+        done_.push_back(std::move(page));
+        --unfinished_;
+      }
+      wake_loop_.notify_one();
+    }
+  }
+
+  const std::shared_ptr<UriRuleset> rules_;
+  const bool inclusive_;
+  const AddressSet& known_;
+  std::mutex mutex_;
+  std::condition_variable wake_workers_;  // a job queued, or stopping
+  std::condition_variable wake_loop_;     // room in the queue, or a job done
+  std::deque<Job> jobs_;
+  std::deque<ScannedPage> done_;
+  std::size_t unfinished_ = 0;  // queued or being read
+  bool stopping_ = false;
+  std::vector<std::thread> workers_;
 };
 
 // Gives the open rows whose files the journal names their outcome, in one transaction.
@@ -357,24 +498,21 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
             [&journal](const std::string& id, const std::string& file, const std::string& code) {
               journal.Append(id, file, code);
             });
-        // A web page's links are read as it is saved; a local page's (resolved against the
-        // client's address of the round) and any page not read here are read from their files.
+        // A web page's links are read as it is saved (on the reader's threads); a local page's
+        // (resolved against the client's address of the round) and any page not read here are
+        // read from their files.
+        LinkReader reader(rules, are_rules_inclusive_, links);
         const ScopedConnection page_saved = pass->OnPageSaved.Connect(
             [&](const DownloadRow& row, const std::string&, std::string_view body) {
               if (body.empty() || limit_met() || is_local(row.uri)) return;
-              try {
-                auto page = WebPage::Create();
-                page->RegExHrefsOfBytes(body, row.uri);
-                ahead.Add(row.doc_id, *page, rules, are_rules_inclusive_, links);
-              } catch (const Error&) {
-                // Read from its file with the level, where its failure is told.
-              }
+              reader.Submit(row.doc_id, row.uri, body, ahead);
             });
         const ScopedConnection outcome = pass->OnRowOutcome.Connect(
             [this](const std::string& id, const std::string& code, bool saved, long long bytes) {
               OnRowOutcome.Emit(id, code, saved, bytes);
             });
         client = pass->DownloadFiles(rows, saver, client, "GET", tsk->SaveErrorPages());
+        reader.Finish(ahead);
       }
       if (limit_met()) {
         ahead.Clear();

@@ -402,6 +402,77 @@ TEST_F(CrawlRunTest, ALevelsRowsFollowTheQueueWhateverOrderItsPagesArriveIn) {
                                               {"/z.htm", 1}}));
 }
 
+// A level far wider than the pages whose links are read at a time: every page's links, rules,
+// spelling and e-mail addresses must reach the rows and the file as if the pages had been read
+// one after the other in queue order.
+TEST_F(CrawlRunTest, AWideLevelGivesTheRowsOfItsPagesReadInQueueOrder) {
+  constexpr int kPages = 300;
+  const auto name = [](const char* prefix, int i) {
+    return "/" + std::string(prefix) + std::to_string(i) + ".htm";
+  };
+  testing::LoopbackHttpServer site;
+  std::mutex mutex;
+  std::map<std::string, int> hits;
+  site.Http().Get(".*", [&](const httplib::Request& req, httplib::Response& res) {
+    {
+      std::lock_guard lock(mutex);
+      ++hits[text::AsciiLower(req.path)];
+    }
+    std::string html = "<html><body>\n";
+    const auto link = [&](const std::string& href) {
+      html += "<a href=\"" + href + "\">link</a>\n";
+    };
+    const std::string path = text::AsciiLower(req.path);
+    if (path == "/start.htm") {
+      for (int i = 0; i < kPages; ++i) link(name("p", i));
+    } else if (path.starts_with("/p")) {
+      // p<i> links to q<i>, to q<i+1> spelled "Q<i+1>" (first seen here, so that spelling
+      // stays), to a page the rules skip, back to known pages, and now and then to an address.
+      const int i = std::stoi(path.substr(2));
+      link(name("q", i));
+      link(name("Q", (i + 1) % kPages));
+      link(name("skip", i));
+      link(name("p", i) + "#self");
+      link("/start.htm");
+      if (i % 10 == 0) link("mailto:m" + std::to_string(i) + "@example.test");
+    }
+    res.set_content(html + "</body></html>\n", "text/html");
+  });
+  site.Start(8);
+  auto job = NewJob("Wide");
+  auto task = CrawlTask(job, {site.Url("/start.htm")});
+  Crawler& crawler = CrawlerOf(task);
+  crawler.SetMaxDepth(2);
+  auto rule = crawler.Ruleset()->Add();
+  rule->SetPart("[FILENAME]");
+  rule->SetOperator("[STARTS WITH]");
+  rule->SetValue("skip");
+  const fs::path emails = folder_.Path() / "out" / "emails.txt";
+  crawler.SetEmailOutputPath(emails.string());
+  job->SaveAll();
+  job->Execute();
+
+  std::vector<std::string> expected{site.Url("/start.htm") + "|NULL"};
+  for (int i = 0; i < kPages; ++i) expected.push_back(site.Url(name("p", i)) + "|1");
+  expected.push_back(site.Url(name("q", 0)) + "|2");
+  for (int i = 1; i < kPages; ++i) expected.push_back(site.Url(name("Q", i)) + "|2");
+  EXPECT_EQ(RulesRows("SELECT uri, crawl_depth FROM task_instance_docs WHERE job_id = ? ORDER BY "
+                      "rowid",
+                      {Variant(job->JobId())}),
+            expected);
+  const std::string raw = ReadFile(emails);
+  std::string list;
+  for (std::size_t i = 2; i < raw.size(); i += 2) list += raw[i];
+  std::string expected_list;
+  for (int i = 0; i < kPages; i += 10) {
+    expected_list += "m" + std::to_string(i) + "@example.test, " + site.Url(name("p", i)) + "\r\n";
+  }
+  EXPECT_EQ(list, expected_list);
+  std::lock_guard lock(mutex);
+  EXPECT_EQ(hits.size(), 2u + 2u * kPages);  // robots.txt, the start page, every p and q
+  for (const auto& [path, n] : hits) EXPECT_EQ(n, 1) << path;
+}
+
 TEST_F(CrawlRunTest, CancelStopsTheRoundsAndKeepsWhatWasDone) {
   auto job = NewJob("Cancelled");
   CrawlTask(job, {site_->Url("/index.htm")});
