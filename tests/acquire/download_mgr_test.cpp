@@ -108,8 +108,13 @@ class Site {
     });
     server_.Start(64, host);
   }
-  // Idle connections kept for reuse would hold the server's workers until they time out.
-  ~Site() { HttpTransport::CloseIdleConnections(); }
+  // Idle connections kept for reuse would hold the server's workers until they time out. The
+  // server stops before the record its handlers write goes (members go after the destructor's
+  // body, the server last of all).
+  ~Site() {
+    HttpTransport::CloseIdleConnections();
+    server_.Stop();
+  }
   std::string Url(const std::string& path) const { return server_.Url(path); }
   long Requests(const std::string& line) {
     std::lock_guard lock(mutex_);
