@@ -1,5 +1,8 @@
 #include "design/html_plugin.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -26,12 +29,36 @@ namespace {
                   " needs the template editor's browser, which is not available.");
 }
 
+// Writes `bytes` over the file at `path` (made when it is missing) and cuts the file to their
+// length; the errno of the call that failed, or 0. The file is written over in place rather than
+// emptied first: ext4 writes a file that was cut to nothing and written again out to the disk as
+// it is closed, and every cleansed document of a run would wait for that.
+int OverwriteFile(const std::string& path, std::string_view bytes) {
+  const int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
+  if (fd < 0) return errno;
+  const auto fail = [fd] {
+    const int code = errno;
+    ::close(fd);
+    return code;
+  };
+  std::size_t done = 0;
+  while (done < bytes.size()) {
+    const ssize_t n =
+        ::pwrite(fd, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
+    if (n < 0 && errno == EINTR) continue;
+    if (n <= 0) {
+      if (n == 0) errno = EIO;
+      return fail();
+    }
+    done += static_cast<std::size_t>(n);
+  }
+  if (::ftruncate(fd, static_cast<off_t>(bytes.size())) != 0) return fail();
+  return ::close(fd) == 0 ? 0 : errno;
+}
+
 void WriteDocument(const std::string& path, const DocumentFile& doc, std::string_view text) {
   const std::string bytes = doc.bom + EncodeFromUtf8(text, doc.charset);
-  std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!out || !out.write(bytes.data(), static_cast<std::streamsize>(bytes.size())) ||
-      !out.flush()) {
-    const int code = errno;
+  if (const int code = OverwriteFile(path, bytes); code != 0) {
     Error e(errnum::kPathFileAccessError, "CHTMLPlugin.WriteDocument",
             "Path/File access error: could not write " + path + ": " + std::strerror(code));
     e.SetSystemError(code);
@@ -63,12 +90,11 @@ class HeldDocument {
     rewritten_ = true;
   }
 
-  // Writes the file when a step changed it; false when that failed (the file is then as it was).
+  // Writes the file when a step changed it; false when that failed (the file may then hold part
+  // of the new bytes).
   bool WriteBack() {
     if (!rewritten_) return true;
-    std::ofstream out(path_, std::ios::binary | std::ios::trunc);
-    return out && out.write(bytes_.data(), static_cast<std::streamsize>(bytes_.size())) &&
-           out.flush();
+    return OverwriteFile(path_, bytes_) == 0;
   }
 
   const std::string& Text() const { return doc_.text; }

@@ -152,6 +152,18 @@ TEST_F(HtmlPluginTest, CleansingInMemoryLeavesTheFileAndTextOfCleansingTheFile) 
     EXPECT_EQ(fresh->SourceText(), want_text);
     EXPECT_EQ(ReadFile(twin), ReadFile(file_));
   }
+  // The file is written over in place: one cleansed to fewer bytes must end where its new
+  // content ends, whichever way it was cleansed (a replacement keeps the page in its HTML tags).
+  for (const std::string result : {"z", "", "<p>a longer text than the one it replaces</p>"}) {
+    SCOPED_TRACE("cleansed to \"" + result + "\"");
+    const IDocPlugin::CleansePass replace{"REPLACE", "<p>abcdefghij</p>," + result};
+    WriteFile(file_, "<p>abcdefghij</p>");
+    plugin_->CleanseDocument(file_.string(), replace.method, replace.parameters);
+    EXPECT_EQ(ReadFile(file_), "<HTML>" + result + "</HTML>");
+    WriteFile(twin, "<p>abcdefghij</p>");
+    CHTMLPlugin::Create()->CleanseAndGetSource(twin.string(), {replace, {"NONE", ""}});
+    EXPECT_EQ(ReadFile(twin), "<HTML>" + result + "</HTML>");
+  }
   // A file that is not there, or a folder, reads as nothing and nothing is made.
   EXPECT_EQ(plugin_->CleanseAndGetSource((dir_ / "gone.htm").string(), {{}, {}}), "");
   EXPECT_FALSE(std::filesystem::exists(dir_ / "gone.htm"));
