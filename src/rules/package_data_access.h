@@ -15,11 +15,7 @@ namespace gw {
 
 class DJob : public RulesDataAccess {
  public:
-  DJob() = default;
-  explicit DJob(std::string rules_db_conn_str) : RulesDataAccess(std::move(rules_db_conn_str)) {}
-
-  const std::string& RulesDBConnStr() const { return ConnStr(); }
-  void SetRulesDBConnStr(std::string cn_str) { SetConnStr(std::move(cn_str)); }
+  using RulesDataAccess::RulesDataAccess;
 
   // Stamps the completion time of the package's unfinished runs with now; without an id, of the
   // unfinished runs of every package. A finished run keeps its completion time. Meant for when
@@ -71,11 +67,7 @@ class DJob : public RulesDataAccess {
 
 class DTask : public RulesDataAccess {
  public:
-  DTask() = default;
-  explicit DTask(std::string rules_db_conn_str) : RulesDataAccess(std::move(rules_db_conn_str)) {}
-
-  const std::string& RulesDBConnStr() const { return ConnStr(); }
-  void SetRulesDBConnStr(std::string cn_str) { SetConnStr(std::move(cn_str)); }
+  using RulesDataAccess::RulesDataAccess;
 
   // doc_id, uri, temp_uri, copy_completion_time of the run's documents that are ready to
   // extract (their temp_uri is set).
@@ -112,9 +104,7 @@ class DTask : public RulesDataAccess {
 
 class DDocSource : public RulesDataAccess {
  public:
-  DDocSource() = default;
-  explicit DDocSource(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   // Does nothing: sources go only with `DeleteAll`.
   void Delete(const std::string& DocSrcId);
@@ -128,8 +118,7 @@ class DDocSource : public RulesDataAccess {
 
 class D_Doc : public RulesDataAccess {
  public:
-  D_Doc() = default;
-  explicit D_Doc(std::string rules_db_conn_str) : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   db::RecordsetPtr GetDoc(const std::string& DocId);
   // Writes the document row `DocId`. On an existing row every argument at its empty value
@@ -149,9 +138,7 @@ class D_Doc : public RulesDataAccess {
 
 class D_DownloadMgr : public RulesDataAccess {
  public:
-  D_DownloadMgr() = default;
-  explicit D_DownloadMgr(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   // What a file with this extension in its address is saved as; "" when unknown.
   std::string GetSaveAsFileExt(const std::string& InputFileExt);
@@ -192,9 +179,7 @@ class D_DownloadMgr : public RulesDataAccess {
 
 class D_Metabase : public RulesDataAccess {
  public:
-  D_Metabase() = default;
-  explicit D_Metabase(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   // The one code row (id, display_name) whose band holds the determinant.
   db::RecordsetPtr GetTaskSuccessCode(double sngDeterminantVal);

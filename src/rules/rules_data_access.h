@@ -12,10 +12,13 @@
 namespace gw {
 
 class RulesDataAccess {
- protected:
+ public:
+  // On the rules store of the process, or on the one `rules_db_conn_str` names. Every
+  // data-access class takes these two constructors as they are.
   RulesDataAccess();
   explicit RulesDataAccess(std::string rules_db_conn_str);
 
+ protected:
   const std::string& ConnStr() const { return rules_db_conn_str_; }
   // Sets the string here and on the `CDisconnRS`.
   void SetConnStr(std::string cn_str);

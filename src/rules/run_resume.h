@@ -14,9 +14,7 @@ enum class TaskRunState { kNotStarted, kUnfinished, kFinished };
 
 class D_RunResume : public RulesDataAccess {
  public:
-  D_RunResume() = default;
-  explicit D_RunResume(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   // The start time of the package's newest run without a completion time; empty when there is
   // none.

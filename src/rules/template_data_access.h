@@ -16,12 +16,7 @@ namespace gw {
 
 class D_Attrib : public RulesDataAccess {
  public:
-  D_Attrib() = default;
-  explicit D_Attrib(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
-
-  const std::string& RulesDBConnStr() const { return ConnStr(); }
-  void SetRulesDBConnStr(std::string cn_str) { SetConnStr(std::move(cn_str)); }
+  using RulesDataAccess::RulesDataAccess;
 
   // A_Id, EntityId, ColumnName, StartTag, EndTag, Step, IsPK, ColumnType, ColumnSize, IsOptional.
   db::RecordsetPtr Selectx(const std::string& Id);
@@ -37,12 +32,7 @@ class D_Attrib : public RulesDataAccess {
 
 class D_Entity : public RulesDataAccess {
  public:
-  D_Entity() = default;
-  explicit D_Entity(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
-
-  const std::string& RulesDBConnStr() const { return ConnStr(); }
-  void SetRulesDBConnStr(std::string cn_str) { SetConnStr(std::move(cn_str)); }
+  using RulesDataAccess::RulesDataAccess;
 
   // E_Id of every dataset whose parent is `EntityId`.
   db::RecordsetPtr GetChildren(const std::string& EntityId);
@@ -67,9 +57,7 @@ class D_Entity : public RulesDataAccess {
 
 class D_DataPage : public RulesDataAccess {
  public:
-  D_DataPage() = default;
-  explicit D_DataPage(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   // E_Id of the datasets without a parent inside the template.
   db::RecordsetPtr GetRootEntities(const std::string& DatapageId);
@@ -96,9 +84,7 @@ class D_DataPage : public RulesDataAccess {
 
 class D_CustCols : public RulesDataAccess {
  public:
-  D_CustCols() = default;
-  explicit D_CustCols(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   void InsCustColForEnt(const std::string& EntityId, long CustColId);
   void DelCustColsForEnt(const std::string& EntityId);
@@ -114,9 +100,7 @@ class D_CustCols : public RulesDataAccess {
 
 class D_HiLiter : public RulesDataAccess {
  public:
-  D_HiLiter() = default;
-  explicit D_HiLiter(std::string rules_db_conn_str)
-      : RulesDataAccess(std::move(rules_db_conn_str)) {}
+  using RulesDataAccess::RulesDataAccess;
 
   db::RecordsetPtr SelectAll(const std::string& DocType);
 };
