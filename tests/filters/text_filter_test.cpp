@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
+#include <string_view>
 
 #include "platform/regex.h"
 
@@ -86,78 +88,59 @@ TEST(TextFilterHtml, RemoveHtmlCommentsAlsoRemovesTags) {
   EXPECT_EQ(RemoveHtmlComments(text), "ac");
 }
 
-TEST(TextFilterHtml, ConvertHtmlToTextLayout) {
-  struct Case {
-    const char* html;
-    const char* want;
+// The filters that rewrite the text they are given and return it: the layout of plain text, the
+// tags a list keeps, and the attributes a rewritten tag loses.
+TEST(TextFilterHtml, InPlaceFiltersReturnTheTextTheyLeave) {
+  const auto to_text = [](std::string& text, std::string_view) { return ConvertHtmlToText(text); };
+  const auto except = [](std::string& text, std::string_view keep) {
+    return ConvertHtmlToTextExcept(text, keep);
   };
-  const Case cases[] = {
-      {"<b class=x>A</b>", "\r\n\r\nA"},
-      {"<b>A</b>", "A"},
-      {"<p>One<br>Two<BR clear=all>Three</p>", "\r\n\r\nOne\r\nTwo\r\nThree"},
-      {"<ul><li>x<li class=y>z</ul>", "\r\n-x\r\n-z"},
-      {"<table><tr><td>a</td><td>b</td></tr></table>", "\r\na b \r\n\r\n"},
-      {"<div>a</div><span>b</span>c", "\r\na\r\nb c"},  // CR LF + space tidied
-      {"a&nbsp;&nbsp;b", "a b"},
-      {"a&nbsp;&nbsp;&nbsp;&nbsp;b", "a  b"},  // one tidy pass only
-      {"<p>x</p>\r\n\r\n\r\n\r\ny", "\r\n\r\nx\r\n\r\n\r\ny"},
-      // The first regex pass trims the spaces that the literal pass left at the ends.
-      {" <p>x</p> ", "\r\n\r\nx"},
+  const auto attributes = [](std::string& text, std::string_view keep) {
+    return RemoveHtmlAttributesExcept(text, keep);
   };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.html);
-    std::string text = c.html;
-    EXPECT_EQ(ConvertHtmlToText(text), c.want);
-    EXPECT_EQ(text, c.want);
-  }
-}
-
-TEST(TextFilterHtml, ConvertHtmlToTextExceptKeepsNamedAndUnknownTags) {
   struct Case {
+    std::function<std::string(std::string&, std::string_view)> filter;
     const char* html;
     const char* keep;
     const char* want;
   };
   const Case cases[] = {
-      {"<b>A</b> <b class=x>B</b><i>C</i>", "b", "<b>A</b> <b class=x>B</b>C"},
-      {"<b>A</b><i>B</i><u>C</u>", "<b>,</i>", "<b>A</b><i>B</i>C"},
+      {to_text, "<b class=x>A</b>", "", "\r\n\r\nA"},
+      {to_text, "<b>A</b>", "", "A"},
+      {to_text, "<p>One<br>Two<BR clear=all>Three</p>", "", "\r\n\r\nOne\r\nTwo\r\nThree"},
+      {to_text, "<ul><li>x<li class=y>z</ul>", "", "\r\n-x\r\n-z"},
+      {to_text, "<table><tr><td>a</td><td>b</td></tr></table>", "", "\r\na b \r\n\r\n"},
+      {to_text, "<div>a</div><span>b</span>c", "", "\r\na\r\nb c"},  // CR LF + space tidied
+      {to_text, "a&nbsp;&nbsp;b", "", "a b"},
+      {to_text, "a&nbsp;&nbsp;&nbsp;&nbsp;b", "", "a  b"},  // one tidy pass only
+      {to_text, "<p>x</p>\r\n\r\n\r\n\r\ny", "", "\r\n\r\nx\r\n\r\n\r\ny"},
+      // The first regex pass trims the spaces that the literal pass left at the ends.
+      {to_text, " <p>x</p> ", "", "\r\n\r\nx"},
+      {except, "<b>A</b> <b class=x>B</b><i>C</i>", "b", "<b>A</b> <b class=x>B</b>C"},
+      {except, "<b>A</b><i>B</i><u>C</u>", "<b>,</i>", "<b>A</b><i>B</i>C"},
       // An item with a leading space is a key of its own, so "b" is not kept.
-      {"<b>A</b>,<i>B</i>", "i, b", "A,<i>B</i>"},
-      {"<p>a</p><x-tag>b</x-tag>", "", "\r\n\r\na<x-tag>b</x-tag>"},
-      {"<script>x()</script>y", "", "y"},
-      {"<script>x()</script>y", "script", "<script>x()</script>y"},
-      {"<td class=\"c\">1</td><td>2</td>", "td", "<td class=\"c\">1</td><td>2</td>"},
-      {"<td class=\"c\">1</td><td>2</td>", "", "1 2"},
-      {"<o:p>x</o:p><st1:city>y</st1:city>", "", "xy"},
+      {except, "<b>A</b>,<i>B</i>", "i, b", "A,<i>B</i>"},
+      {except, "<p>a</p><x-tag>b</x-tag>", "", "\r\n\r\na<x-tag>b</x-tag>"},
+      {except, "<script>x()</script>y", "", "y"},
+      {except, "<script>x()</script>y", "script", "<script>x()</script>y"},
+      {except, "<td class=\"c\">1</td><td>2</td>", "td", "<td class=\"c\">1</td><td>2</td>"},
+      {except, "<td class=\"c\">1</td><td>2</td>", "", "1 2"},
+      {except, "<o:p>x</o:p><st1:city>y</st1:city>", "", "xy"},
+      // Rewritten tags are upper-cased.
+      {attributes, "<td class=\"x\">a</td><p align=center>b</p>", "", "<TD>a</td><P>b</p>"},
+      {attributes, "<b>x</b>", "", "<B>x</b>"},
+      {attributes, "<td class=x>a</td>", "td", "<td class=x>a</td>"},
+      {attributes, "<font face='a:b'>x &amp; y</font>", "", "<FONT>x & y</font>"},
+      {attributes, "<x-tag a=1>x", "", "<x-tag a=1>x"},
+      // The first two alternatives take any tag with a quoted attribute whose name begins with
+      // a table name, and the table's earlier, shorter name wins.
+      {attributes, "<unknown a=\"1\">x", "", "<U>x"},
+      {attributes, "<span style='a'>x</span>", "", "<S>x</span>"},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.html) + " keep " + c.keep);
     std::string text = c.html;
-    EXPECT_EQ(ConvertHtmlToTextExcept(text, c.keep), c.want);
-  }
-}
-
-TEST(TextFilterHtml, RemoveHtmlAttributesExceptUpperCasesRewrittenTags) {
-  struct Case {
-    const char* html;
-    const char* keep;
-    const char* want;
-  };
-  const Case cases[] = {
-      {"<td class=\"x\">a</td><p align=center>b</p>", "", "<TD>a</td><P>b</p>"},
-      {"<b>x</b>", "", "<B>x</b>"},
-      {"<td class=x>a</td>", "td", "<td class=x>a</td>"},
-      {"<font face='a:b'>x &amp; y</font>", "", "<FONT>x & y</font>"},
-      {"<x-tag a=1>x", "", "<x-tag a=1>x"},
-      // The first two alternatives take any tag with a quoted attribute whose name begins with
-      // a table name, and the table's earlier, shorter name wins.
-      {"<unknown a=\"1\">x", "", "<U>x"},
-      {"<span style='a'>x</span>", "", "<S>x</span>"},
-  };
-  for (const auto& c : cases) {
-    SCOPED_TRACE(c.html);
-    std::string text = c.html;
-    EXPECT_EQ(RemoveHtmlAttributesExcept(text, c.keep), c.want);
+    EXPECT_EQ(c.filter(text, c.keep), c.want);
     EXPECT_EQ(text, c.want);
   }
 }
