@@ -5,6 +5,7 @@
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
+#include "extraction/stored_fields.h"
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "rules/settings.h"
@@ -12,19 +13,6 @@
 namespace gw::engine_test {
 
 namespace {
-
-AttribPtr AddField(const EntityPtr& e, const std::string& column, std::int16_t step,
-                   const std::string& start, const std::string& end, bool optional = false) {
-  auto a = Attrib::Create();
-  a->SetColumnName(column);
-  a->SetStep(step);
-  a->SetStartTag(start);
-  a->SetEndTag(end);
-  a->SetIsOptional(optional);
-  a->SetColumnSize(100);
-  e->GetAttributes().Add(a, a->Id());
-  return a;
-}
 
 std::vector<std::string> RowsOf(db::Recordset& rs) {
   std::vector<std::string> rows;
@@ -64,23 +52,16 @@ RunTest::RunTest()
 std::string RunTest::SaveListingPage() {
   auto page = DataPage::Create();
   page->SetDisplayName("Listing");
-  auto items = Entity::Create();
-  page->RootEntities().Add(items, items->Id());
-  items->SetEntityName("items");
-  items->SetTableName("items");
-  items->SetInitString("<li class=item>");
-  items->SetDBConnStr(target_cn_);
+  auto items =
+      testing::Dataset(page->RootEntities(), "items", "items", "<li class=item>", target_cn_);
   items->SetOnPageOrder(1);
-  AddField(items, "name", 1, "<b>", "</b>");
-  AddField(items, "note", 2, "<i>", "</i>", /*optional=*/true);
-  auto tags = Entity::Create();
-  items->ChildrenOnPage().Add(tags, tags->Id());
-  tags->SetEntityName("tags");
-  tags->SetTableName("tags");
-  tags->SetInitString("<span>");
-  tags->SetDBConnStr(target_cn_);
+  testing::Field(items, "name", 1, "<b>", "</b>")->SetColumnSize(100);
+  auto note = testing::Field(items, "note", 2, "<i>", "</i>");
+  note->SetColumnSize(100);
+  note->SetIsOptional(true);
+  auto tags = testing::Dataset(items->ChildrenOnPage(), "tags", "tags", "<span>", target_cn_);
   tags->SetOnPageOrder(1);
-  AddField(tags, "tag", 1, "<span>", "</span>");
+  testing::Field(tags, "tag", 1, "<span>", "</span>")->SetColumnSize(100);
   page->Save();
   for (const auto& e : {items, tags}) {
     e->Save();
@@ -139,19 +120,33 @@ std::vector<std::string> RunTest::RulesRows(const std::string& sql,
   return RowsOf(*Open()->Execute(sql, params));
 }
 
-void RunTest::Listen(Job& job, EventLog& log) {
+namespace {
+
+// The events a package and a task both raise.
+template <typename Source>
+void ListenToCommonEvents(Source& source, EventLog& log) {
   auto& c = log.connections;
   auto* events = &log.events;
-  c.emplace_back(job.OnStatusChange.Connect(
+  c.emplace_back(source.OnStatusChange.Connect(
       [events](const std::string& s, bool&) { events->push_back("status:" + s); }));
-  c.emplace_back(job.OnMajorProgressChange.Connect([events](long change, long max) {
+  c.emplace_back(source.OnMajorProgressChange.Connect([events](long change, long max) {
     events->push_back("major:" + std::to_string(change) + "/" + std::to_string(max));
   }));
-  c.emplace_back(job.OnAllDownloadsBegin.Connect([events] { events->push_back("downloads"); }));
-  c.emplace_back(job.OnAllDownloadsComplete.Connect([events] { events->push_back("downloaded"); }));
-  c.emplace_back(job.OnDatapageExtractBegin.Connect([events] { events->push_back("page begin"); }));
+  c.emplace_back(source.OnAllDownloadsBegin.Connect([events] { events->push_back("downloads"); }));
   c.emplace_back(
-      job.OnDatapageExtractComplete.Connect([events] { events->push_back("page complete"); }));
+      source.OnAllDownloadsComplete.Connect([events] { events->push_back("downloaded"); }));
+  c.emplace_back(
+      source.OnDatapageExtractBegin.Connect([events] { events->push_back("page begin"); }));
+  c.emplace_back(
+      source.OnDatapageExtractComplete.Connect([events] { events->push_back("page complete"); }));
+}
+
+}  // namespace
+
+void RunTest::Listen(Job& job, EventLog& log) {
+  ListenToCommonEvents(job, log);
+  auto& c = log.connections;
+  auto* events = &log.events;
   c.emplace_back(
       job.OnTaskExtractionBegin.Connect([events] { events->push_back("extraction begin"); }));
   c.emplace_back(
@@ -165,20 +160,9 @@ void RunTest::Listen(Job& job, EventLog& log) {
 }
 
 void RunTest::Listen(Task& task, EventLog& log) {
+  ListenToCommonEvents(task, log);
   auto& c = log.connections;
   auto* events = &log.events;
-  c.emplace_back(task.OnStatusChange.Connect(
-      [events](const std::string& s, bool&) { events->push_back("status:" + s); }));
-  c.emplace_back(task.OnMajorProgressChange.Connect([events](long change, long max) {
-    events->push_back("major:" + std::to_string(change) + "/" + std::to_string(max));
-  }));
-  c.emplace_back(task.OnAllDownloadsBegin.Connect([events] { events->push_back("downloads"); }));
-  c.emplace_back(
-      task.OnAllDownloadsComplete.Connect([events] { events->push_back("downloaded"); }));
-  c.emplace_back(
-      task.OnDatapageExtractBegin.Connect([events] { events->push_back("page begin"); }));
-  c.emplace_back(
-      task.OnDatapageExtractComplete.Connect([events] { events->push_back("page complete"); }));
   c.emplace_back(
       task.OnExtractionBegin.Connect([events] { events->push_back("extraction begin"); }));
   c.emplace_back(

@@ -16,6 +16,7 @@ namespace gw {
 namespace {
 
 using testing::CaughtError;
+using testing::Dataset;
 using testing::Field;
 using testing::RulesStoreTest;
 
@@ -27,12 +28,8 @@ class TemplatePersistenceTest : public RulesStoreTest {
     page_->SetDisplayName("Shop\\Products");
     page_->SetDescription(Variant("Product listing"));
     page_->SetDBName("shop");
-    root_ = Entity::Create();
-    page_->RootEntities().Add(root_, root_->Id());
-    root_->SetEntityName("Products");
-    root_->SetTableName("products");
-    root_->SetInitString("<tr class=p>");
-    root_->SetDBConnStr("Provider=SQLite;Data Source=/data/shop.sqlite");
+    root_ = Dataset(page_->RootEntities(), "Products", "products", "<tr class=p>",
+                    "Provider=SQLite;Data Source=/data/shop.sqlite");
     root_->SetOnPageOrder(1);
     auto name = Field(root_, "name", 1, "<td>", "</td>");
     name->SetColumnType("RXMATCH");
@@ -43,11 +40,7 @@ class TemplatePersistenceTest : public RulesStoreTest {
     auto note = Field(root_, "note", 3, "<i>", "</i>");
     note->SetIsOptional(true);
     note->SetColumnSize(-1);
-    child_ = Entity::Create();
-    root_->ChildrenOnPage().Add(child_, child_->Id());
-    child_->SetEntityName("Reviews");
-    child_->SetTableName("reviews");
-    child_->SetInitString("<li>");
+    child_ = Dataset(root_->ChildrenOnPage(), "Reviews", "reviews", "<li>");
     child_->SetOnPageOrder(1);
     Field(child_, "text", 1, "<p>", "</p>");
   }
