@@ -478,24 +478,34 @@ class Importer {
     }
   }
 
+  // Resolves `ref`, a reference of `record` (its `property`) to an item of the file, by the item's
+  // id and then by its name (`name_of`): true when `ref` holds an item's id now, false when no
+  // item has that id or name; several items of that name are refused as `ambiguous`.
+  template <typename Item, typename NameOf>
+  bool ResolveInFile(const Object& record, const char* property, std::string& ref,
+                     const std::vector<std::shared_ptr<Item>>& items, NameOf name_of,
+                     const std::string& ambiguous) const {
+    for (const auto& item : items) {
+      if (SameId(item->id, ref)) return true;
+    }
+    std::vector<const Item*> named;
+    for (const auto& item : items) {
+      if (text::EqualsNoCase(name_of(*item), ref)) named.push_back(item.get());
+    }
+    if (named.size() > 1) Refuse(record, property, ambiguous, engineerr::kExchangeAmbiguous);
+    if (named.empty()) return false;
+    ref = named.front()->id;
+    return true;
+  }
+
   void PlanParent(EntityRecord& e, const DataPageRecord& page) const {
     const std::string given = e.parent_entity_id;
     if (given.empty()) return;
-    const auto& all = page.entities->items;
-    for (const auto& other : all) {
-      if (SameId(other->id, given)) return;
-    }
-    std::vector<const EntityRecord*> named;
-    for (const auto& other : all) {
-      if (text::EqualsNoCase(other->entity_name, given)) named.push_back(other.get());
-    }
-    if (named.size() > 1) {
-      Refuse(e, "ParentEntityID",
-             "several datasets of this datapage are named \"" + given + "\"; give the parent's id",
-             engineerr::kExchangeAmbiguous);
-    }
-    if (named.size() == 1) {
-      e.parent_entity_id = named.front()->id;
+    if (ResolveInFile(
+            e, "ParentEntityID", e.parent_entity_id, page.entities->items,
+            [](const EntityRecord& other) { return other.entity_name; },
+            "several datasets of this datapage are named \"" + given +
+                "\"; give the parent's id")) {
       return;
     }
     if (D_Entity().Selectx(given)->IsEOF()) {
@@ -599,20 +609,10 @@ class Importer {
   void PlanTaskDataPage(TaskRecord& t, const ExchangeFile& file) const {
     const std::string given = t.data_page_id;
     if (given.empty()) return;
-    const auto& pages = file.data_pages->items;
-    for (const auto& p : pages) {
-      if (SameId(p->id, given)) return;
-    }
-    std::vector<const DataPageRecord*> named;
-    for (const auto& p : pages) {
-      if (text::EqualsNoCase(p->display_name, given)) named.push_back(p.get());
-    }
-    if (named.size() > 1) {
-      Refuse(t, "DataPageId", "several datapages of this file are named \"" + given + "\"",
-             engineerr::kExchangeAmbiguous);
-    }
-    if (named.size() == 1) {
-      t.data_page_id = named.front()->id;
+    if (ResolveInFile(
+            t, "DataPageId", t.data_page_id, file.data_pages->items,
+            [](const DataPageRecord& p) { return p.display_name; },
+            "several datapages of this file are named \"" + given + "\"")) {
       return;
     }
     if (std::string id = StoredDataPageId(given); !id.empty()) {

@@ -23,6 +23,7 @@ namespace gw {
 namespace {
 
 using testing::CaughtError;
+using testing::Dataset;
 using testing::Field;
 using testing::RulesStoreTest;
 
@@ -59,12 +60,8 @@ class ExchangeTest : public RulesStoreTest {
     page->SetDescription(Variant("Products & prices <2026>"));
     page->SetDBName("shop");
     page->Save();
-    auto products = Entity::Create();
-    page->RootEntities().Add(products, products->Id());
-    products->SetEntityName("Products");
-    products->SetTableName("products");
-    products->SetInitString("<tr class=\"p\">");
-    products->SetDBConnStr(kTargetCnStr);
+    auto products =
+        Dataset(page->RootEntities(), "Products", "products", "<tr class=\"p\">", kTargetCnStr);
     products->SetOnPageOrder(1);
     Field(products, "name", 1, "<td>", "</td>\r\n<td>");
     auto price = Field(products, "price", 2, " <b>%26", "</b>");
@@ -72,12 +69,7 @@ class ExchangeTest : public RulesStoreTest {
     price->SetColumnTypeParameter("[0-9.]+");
     price->SetColumnSize(20);
     Field(products, "note", 3, "<i>é", "</i>")->SetIsOptional(true);
-    auto reviews = Entity::Create();
-    products->ChildrenOnPage().Add(reviews, reviews->Id());
-    reviews->SetEntityName("Reviews");
-    reviews->SetTableName("reviews");
-    reviews->SetInitString("<li>");
-    reviews->SetDBConnStr(kTargetCnStr);
+    auto reviews = Dataset(products->ChildrenOnPage(), "Reviews", "reviews", "<li>", kTargetCnStr);
     Field(reviews, "text", 1, "<li>", "</li>");
     auto chosen = MetaFields::Create();
     for (long id : {27L, 11L}) {
@@ -224,8 +216,8 @@ TEST_F(ExchangeTest, AFileThatCannotBeStoredIsRefusedWithItsLineAndNothingIsWrit
     ErrorNumber number;
     std::string message_start;
   };
-  auto edited = [&](const std::string& from, const std::string& to) {
-    std::string x = good;
+  auto edited = [&](const std::string& from, const std::string& to, std::string x = {}) {
+    if (x.empty()) x = good;
     x.replace(x.find(from), from.size(), to);
     return x;
   };
@@ -261,6 +253,12 @@ TEST_F(ExchangeTest, AFileThatCannotBeStoredIsRefusedWithItsLineAndNothingIsWrit
        engineerr::kExchangeRefused,
        "in.xml:" + line_of("<ParentEntityID>" + Parent(good)) +
            ": the parent dataset \"Prodcuts\" is neither"},
+      {"a parent named by two datasets",
+       edited("<ParentEntityID>" + Parent(good) + "<", "<ParentEntityID>Products<",
+              edited("<EntityName>Reviews<", "<EntityName>products<")),
+       engineerr::kExchangeAmbiguous,
+       "in.xml:" + line_of("<ParentEntityID>" + Parent(good)) +
+           ": several datasets of this datapage are named \"Products\"; give the parent's id"},
       {"a newer format", edited("<FormatVersion>1<", "<FormatVersion>2<"),
        engineerr::kExchangeRefused, "in.xml:2: the file has the format version 2"},
       {"an id given twice", edited("<TaskId>T2</TaskId>", "<TaskId>T1</TaskId>"),
