@@ -6,6 +6,7 @@
 #include <list>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
 #include <vector>
@@ -146,51 +147,36 @@ class Collection {
     keys_.clear();
   }
 
-  // Iteration over the items, in order.
-  class iterator {
+  // Iteration over the items, in order; `Const` gives the read-only one.
+  template <bool Const>
+  class Iterator {
+    using Base = std::conditional_t<Const, typename std::vector<Entry>::const_iterator,
+                                    typename std::vector<Entry>::iterator>;
+    using Ref = std::conditional_t<Const, const T&, T&>;
+
    public:
     using difference_type = std::ptrdiff_t;
     using value_type = T;
-    iterator() = default;
-    explicit iterator(typename std::vector<Entry>::iterator it) : it_(it) {}
-    T& operator*() const { return it_->value; }
-    T* operator->() const { return &it_->value; }
-    iterator& operator++() {
+    Iterator() = default;
+    explicit Iterator(Base it) : it_(it) {}
+    Ref operator*() const { return it_->value; }
+    std::remove_reference_t<Ref>* operator->() const { return &it_->value; }
+    Iterator& operator++() {
       ++it_;
       return *this;
     }
-    iterator operator++(int) {
+    Iterator operator++(int) {
       auto copy = *this;
       ++it_;
       return copy;
     }
-    bool operator==(const iterator& o) const { return it_ == o.it_; }
+    bool operator==(const Iterator& o) const { return it_ == o.it_; }
 
    private:
-    typename std::vector<Entry>::iterator it_;
+    Base it_;
   };
-  class const_iterator {
-   public:
-    using difference_type = std::ptrdiff_t;
-    using value_type = T;
-    const_iterator() = default;
-    explicit const_iterator(typename std::vector<Entry>::const_iterator it) : it_(it) {}
-    const T& operator*() const { return it_->value; }
-    const T* operator->() const { return &it_->value; }
-    const_iterator& operator++() {
-      ++it_;
-      return *this;
-    }
-    const_iterator operator++(int) {
-      auto copy = *this;
-      ++it_;
-      return copy;
-    }
-    bool operator==(const const_iterator& o) const { return it_ == o.it_; }
-
-   private:
-    typename std::vector<Entry>::const_iterator it_;
-  };
+  using iterator = Iterator<false>;
+  using const_iterator = Iterator<true>;
   iterator begin() { return iterator(items_.begin()); }
   iterator end() { return iterator(items_.end()); }
   const_iterator begin() const { return const_iterator(items_.begin()); }
