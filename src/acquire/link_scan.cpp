@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 namespace gw {
 
@@ -41,64 +42,42 @@ inline std::size_t NextLt(std::string_view s, std::size_t from) {
   return p ? static_cast<std::size_t>(static_cast<const char*>(p) - s.data()) : npos;
 }
 
-// Finds the first end tag at or after a position that never goes back: every question starts at
-// or after the last one, so the page is searched once in all.
-class EndTagFinder {
+// The first hit at or after a position that never goes back: the last hit is remembered, so the
+// page is searched once in all. `search(from)` gives the next hit at or after `from`, or npos.
+template <typename Search>
+class ForwardFinder {
  public:
-  explicit EndTagFinder(std::string_view s) : s_(s) {}
+  explicit ForwardFinder(Search search) : search_(std::move(search)) {}
   std::size_t Find(std::size_t from) {
     if (found_ != npos && found_ >= from) return found_;
     if (exhausted_) return npos;
-    for (std::size_t at = NextLt(s_, from); at != npos; at = NextLt(s_, at + 1)) {
-      if (EndTagAt(s_, at) != 0) return found_ = at;
-    }
-    exhausted_ = true;
-    return found_ = npos;
-  }
-
- private:
-  std::string_view s_;
-  std::size_t found_ = npos;
-  bool exhausted_ = false;
-};
-
-// Finds the first "ÿ" (C3 BF) or "Ÿ" (C5 B8) at or after a position that never goes back. In
-// valid UTF-8 these byte pairs are those characters and nothing else.
-class StopCharFinder {
- public:
-  explicit StopCharFinder(std::string_view s) : s_(s) {}
-  std::size_t Find(std::size_t from) {
-    if (found_ != npos && found_ >= from) return found_;
-    if (exhausted_) return npos;
-    found_ = std::min(next_y_.Find(s_, from, '\xC3', '\xBF'),
-                      next_capital_y_.Find(s_, from, '\xC5', '\xB8'));
+    found_ = search_(from);
     exhausted_ = found_ == npos;
     return found_;
   }
 
  private:
-  // The next pair `lead`, `trail` at or after a position that never goes back.
-  struct PairFinder {
-    std::size_t at = 0;
-    bool searched = false;
-    std::size_t Find(std::string_view s, std::size_t from, char lead, char trail) {
-      if (searched && (at == npos || at >= from)) return at;
-      searched = true;
-      for (std::size_t i = from; i + 1 < s.size();) {
-        const void* p = std::memchr(s.data() + i, lead, s.size() - 1 - i);
-        if (!p) break;
-        i = static_cast<std::size_t>(static_cast<const char*>(p) - s.data());
-        if (s[i + 1] == trail) return at = i;
-        ++i;
-      }
-      return at = npos;
-    }
-  };
-
-  std::string_view s_;
+  Search search_;
   std::size_t found_ = npos;
   bool exhausted_ = false;
-  PairFinder next_y_, next_capital_y_;
+};
+
+// The next byte pair `lead`, `trail` at or after a position that never goes back.
+struct PairFinder {
+  std::size_t at = 0;
+  bool searched = false;
+  std::size_t Find(std::string_view s, std::size_t from, char lead, char trail) {
+    if (searched && (at == npos || at >= from)) return at;
+    searched = true;
+    for (std::size_t i = from; i + 1 < s.size();) {
+      const void* p = std::memchr(s.data() + i, lead, s.size() - 1 - i);
+      if (!p) break;
+      i = static_cast<std::size_t>(static_cast<const char*>(p) - s.data());
+      if (s[i + 1] == trail) return at = i;
+      ++i;
+    }
+    return at = npos;
+  }
 };
 
 // The first address expression's match in `anchor`: its start and end, or false.
@@ -184,8 +163,20 @@ void RemoveStartTags(std::string_view raw, std::string& out) {
 }  // namespace
 
 void ScanAnchors(std::string_view text, const std::function<void(const ScannedAnchor&)>& visit) {
-  EndTagFinder ends(text);
-  StopCharFinder stops(text);
+  // The first end tag at or after a position.
+  ForwardFinder ends([text](std::size_t from) {
+    for (std::size_t at = NextLt(text, from); at != npos; at = NextLt(text, at + 1)) {
+      if (EndTagAt(text, at) != 0) return at;
+    }
+    return npos;
+  });
+  // The first "ÿ" (C3 BF) or "Ÿ" (C5 B8) at or after a position. In valid UTF-8 these byte pairs
+  // are those characters and nothing else.
+  PairFinder next_y, next_capital_y;
+  ForwardFinder stops([&](std::size_t from) {
+    return std::min(next_y.Find(text, from, '\xC3', '\xBF'),
+                    next_capital_y.Find(text, from, '\xC5', '\xB8'));
+  });
   ScannedAnchor anchor;
   std::size_t pos = 0;
   for (std::size_t p = NextLt(text, pos); p != npos; p = NextLt(text, pos)) {

@@ -13,25 +13,24 @@ namespace gw {
 
 namespace {
 
-// One option as a number, or `fallback` when it is missing or unreadable.
-long ReadLong(Settings& settings, const char* name, long fallback) {
+// One option read by `as`, or `fallback` when it is missing or unreadable.
+template <typename T, typename As>
+T ReadOption(Settings& settings, const char* name, T fallback, As as) {
   try {
     const Variant v = settings.GetOption(name);
     if (v.IsEmptyOrNull()) return fallback;
-    return v.ToLong();
+    return as(v);
   } catch (const Error&) {
     return fallback;
   }
 }
 
+long ReadLong(Settings& settings, const char* name, long fallback) {
+  return ReadOption(settings, name, fallback, [](const Variant& v) { return v.ToLong(); });
+}
+
 bool ReadBool(Settings& settings, const char* name, bool fallback) {
-  try {
-    const Variant v = settings.GetOption(name);
-    if (v.IsEmptyOrNull()) return fallback;
-    return v.ToBool();
-  } catch (const Error&) {
-    return fallback;
-  }
+  return ReadOption(settings, name, fallback, [](const Variant& v) { return v.ToBool(); });
 }
 
 bool IsUnreserved(unsigned char c) {

@@ -1,6 +1,7 @@
 #include "acquire/uri_rules.h"
 
 #include <array>
+#include <utility>
 
 #include "acquire/failures.h"
 #include "platform/property_table.h"
@@ -11,8 +12,6 @@ namespace gw {
 
 namespace {
 
-constexpr std::array<std::string_view, 8> kParts = {
-    "[URL]", "[SCHEME]", "[HOST]", "[URLPATH]", "[URLQUERY]", "[FILENAME]", "[FILEEXT]", "[TEXT]"};
 constexpr std::array<std::string_view, 10> kOperators = {
     "[CONTAINS]",    "[DOES NOT CONTAIN]",    "[EQUALS]",    "[NOT EQUAL]",
     "[STARTS WITH]", "[DOES NOT START WITH]", "[ENDS WITH]", "[DOES NOT END WITH]",
@@ -26,27 +25,32 @@ bool IsOneOf(const std::array<std::string_view, N>& names, std::string_view name
   return false;
 }
 
+// The parts of an address a rule can test.
+using PartOf = std::string (*)(const web::Uri&);
+constexpr std::pair<std::string_view, PartOf> kParts[] = {
+    {"[URL]", [](const web::Uri& u) { return u.ToString(); }},
+    {"[SCHEME]", [](const web::Uri& u) { return u.scheme(); }},
+    {"[HOST]", [](const web::Uri& u) { return u.Host(); }},
+    {"[URLPATH]", [](const web::Uri& u) { return u.path(); }},
+    {"[URLQUERY]", [](const web::Uri& u) { return u.QueryString(); }},
+    {"[FILENAME]", [](const web::Uri& u) { return u.FileName(); }},
+    {"[FILEEXT]", [](const web::Uri& u) { return u.FileExtension(); }},
+    {"[TEXT]", [](const web::Uri& u) { return u.linkText(); }},
+};
+
+// How to read the part a name gives; nullptr for an unknown name.
+PartOf PartNamed(std::string_view part) {
+  for (const auto& [name, part_of] : kParts) {
+    if (part == name) return part_of;
+  }
+  return nullptr;
+}
+
 // The part of `u` that `part` names; false for an unknown part.
 bool Subject(const web::Uri& u, std::string_view part, std::string& out) {
-  if (part == "[URL]") {
-    out = u.ToString();
-  } else if (part == "[SCHEME]") {
-    out = u.scheme();
-  } else if (part == "[HOST]") {
-    out = u.Host();
-  } else if (part == "[URLPATH]") {
-    out = u.path();
-  } else if (part == "[URLQUERY]") {
-    out = u.QueryString();
-  } else if (part == "[FILENAME]") {
-    out = u.FileName();
-  } else if (part == "[FILEEXT]") {
-    out = u.FileExtension();
-  } else if (part == "[TEXT]") {
-    out = u.linkText();
-  } else {
-    return false;
-  }
+  const PartOf part_of = PartNamed(part);
+  if (!part_of) return false;
+  out = part_of(u);
   return true;
 }
 
@@ -92,7 +96,7 @@ bool UriRule::IsMatch(const web::Uri& u, bool DefaultValue) const {
 }
 
 void UriRule::Validate() const {
-  if (!IsOneOf(kParts, part_)) {
+  if (!PartNamed(part_)) {
     throw Error(acquireerr::kInvalidUriPart, "UriRule.Validate()",
                 "Invalid Uri part specified in uri rule.  Valid values are [URLPATH], [URL], "
                 "[URLQUERY], [FILENAME], [HOST], [FILEEXT], and [SCHEME]");
@@ -105,7 +109,7 @@ void UriRule::Validate() const {
   }
 }
 
-bool UriRule::IsValid() const { return IsOneOf(kParts, part_) && IsOneOf(kOperators, operator_); }
+bool UriRule::IsValid() const { return PartNamed(part_) && IsOneOf(kOperators, operator_); }
 
 // ---- UriRuleset -------------------------------------------------------------------------------
 
