@@ -1,5 +1,7 @@
 #include "engine/components.h"
 
+#include <string>
+
 namespace gw {
 
 namespace {
@@ -26,22 +28,31 @@ void RegisterDownloadMgrFactory(DownloadMgrFactory factory) {
   DownloadMgrSlot() = std::move(factory);
 }
 
-DocPluginPtr CreateDocPlugin() {
-  if (!DocPluginSlot()) {
-    throw Error(errnum::kCannotCreateObject, "CreateDocPlugin",
-                "ActiveX component can't create object: no document plug-in is registered "
-                "(the host calls RegisterDesignComponents at start).");
+namespace {
+
+// What the registered factory makes; with none registered, the runtime's failure to create an
+// object, which says what `registrar` would have registered.
+template <typename Factory>
+auto CreateFrom(const Factory& factory, const char* source, const char* what,
+                const char* registrar) {
+  if (!factory) {
+    throw Error(errnum::kCannotCreateObject, source,
+                std::string("ActiveX component can't create object: no ") + what +
+                    " is registered (the host calls " + registrar + " at start).");
   }
-  return DocPluginSlot()();
+  return factory();
+}
+
+}  // namespace
+
+DocPluginPtr CreateDocPlugin() {
+  return CreateFrom(DocPluginSlot(), "CreateDocPlugin", "document plug-in",
+                    "RegisterDesignComponents");
 }
 
 DownloadMgrPtr CreateDownloadMgr() {
-  if (!DownloadMgrSlot()) {
-    throw Error(errnum::kCannotCreateObject, "CreateDownloadMgr",
-                "ActiveX component can't create object: no download manager is registered "
-                "(the host calls RegisterAcquireComponents at start).");
-  }
-  return DownloadMgrSlot()();
+  return CreateFrom(DownloadMgrSlot(), "CreateDownloadMgr", "download manager",
+                    "RegisterAcquireComponents");
 }
 
 }  // namespace gw

@@ -22,14 +22,15 @@ bool IsWordChar(char c) {
   throw Error(db::dberr::kSyntax, "Rules store", std::move(text));
 }
 
-// Reads a '...' literal starting at s[i] == '\''; returns its content, `i` past the closing quote.
-std::optional<std::string> ReadStringLiteral(std::string_view s, std::size_t& i) {
+// Reads a quoted text that starts at s[i] and ends at `close`, a doubled `close` standing for
+// itself ('it''s', [a]]b]); returns its content, `i` past the closing character.
+std::optional<std::string> ReadQuoted(std::string_view s, std::size_t& i, char close) {
   std::string value;
   ++i;
   while (i < s.size()) {
-    if (s[i] == '\'') {
-      if (i + 1 < s.size() && s[i + 1] == '\'') {
-        value += '\'';
+    if (s[i] == close) {
+      if (i + 1 < s.size() && s[i + 1] == close) {
+        value += close;
         i += 2;
         continue;
       }
@@ -39,6 +40,11 @@ std::optional<std::string> ReadStringLiteral(std::string_view s, std::size_t& i)
     value += s[i++];
   }
   return std::nullopt;  // unterminated
+}
+
+// Reads a '...' literal starting at s[i] == '\''; returns its content, `i` past the closing quote.
+std::optional<std::string> ReadStringLiteral(std::string_view s, std::size_t& i) {
+  return ReadQuoted(s, i, '\'');
 }
 
 std::string QuoteLiteral(std::string_view value) {
@@ -180,27 +186,13 @@ std::string TranslateSql(std::string_view sql, std::string_view dialect) {
       out.append(sql.substr(i, end - i));
       i = end;
     } else if (c == '[') {
-      std::string name;
-      std::size_t k = i + 1;
-      bool closed = false;
-      while (k < sql.size()) {
-        if (sql[k] == ']') {
-          if (k + 1 < sql.size() && sql[k + 1] == ']') {
-            name += ']';
-            k += 2;
-            continue;
-          }
-          closed = true;
-          ++k;
-          break;
-        }
-        name += sql[k++];
-      }
-      if (!closed) {
+      std::size_t k = i;
+      const auto name = ReadQuoted(sql, k, ']');
+      if (!name) {
         out.append(sql.substr(i));
         break;
       }
-      out += QuoteIdentifier(name, quote);
+      out += QuoteIdentifier(*name, quote);
       i = k;
     } else if (c == '-' && i + 1 < sql.size() && sql[i + 1] == '-') {
       const std::size_t eol = sql.find('\n', i);

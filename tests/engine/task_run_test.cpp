@@ -7,6 +7,7 @@
 #include <map>
 
 #include "acquire/components.h"
+#include "design/components.h"
 #include "design/html_plugin.h"
 #include "engine/components.h"
 #include "engine/doc.h"
@@ -393,6 +394,29 @@ TEST_F(TaskRunTest, WithoutACrawlerACrawlIsRecordedAsNotAvailableAndTheRunGoesOn
             (std::vector<std::string>{"Crawling is not available yet.|1"}));
   EXPECT_EQ(RulesRows("SELECT job_completion_time IS NOT NULL FROM job_instances"),
             (std::vector<std::string>{"1"}));
+}
+
+TEST(Components, AHostThatRegistersNoFactoryGetsTheRuntimesFailure) {
+  RegisterDocPluginFactory({});
+  RegisterDownloadMgrFactory({});
+  struct Restore {
+    ~Restore() {
+      RegisterDesignComponents();
+      RegisterAcquireComponents();
+    }
+  } restore;
+  const Error plugin = CaughtError([] { CreateDocPlugin(); });
+  EXPECT_EQ(plugin.Number(), errnum::kCannotCreateObject);
+  EXPECT_EQ(plugin.Source(), "CreateDocPlugin");
+  EXPECT_EQ(plugin.Description(),
+            "ActiveX component can't create object: no document plug-in is registered (the host "
+            "calls RegisterDesignComponents at start).");
+  const Error mgr = CaughtError([] { CreateDownloadMgr(); });
+  EXPECT_EQ(mgr.Number(), errnum::kCannotCreateObject);
+  EXPECT_EQ(mgr.Source(), "CreateDownloadMgr");
+  EXPECT_EQ(mgr.Description(),
+            "ActiveX component can't create object: no download manager is registered (the host "
+            "calls RegisterAcquireComponents at start).");
 }
 
 TEST_F(TaskRunTest, ValidationTexts) {

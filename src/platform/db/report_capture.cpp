@@ -3,6 +3,8 @@
 #include <mysql.h>
 #include <sqlite3.h>
 #include <xlsxwriter.h>
+#include <string>
+#include <vector>
 
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
@@ -21,6 +23,19 @@ std::string StateText(const Connection& cn) {
 std::string FailureText(const std::exception& e) {
   if (const auto* err = dynamic_cast<const Error*>(&e)) return err->Description();
   return e.what();
+}
+
+// Calls `call` on the released object and says in `lines` how it went ("    Connection: Attempt
+// to call Close succeeded").
+template <typename Call>
+void Attempt(std::vector<std::string>& lines, const char* object, const char* method, Call call) {
+  const std::string attempt = std::string("    ") + object + ": Attempt to call " + method;
+  try {
+    call();
+    lines.push_back(attempt + " succeeded");
+  } catch (const std::exception& e) {
+    lines.push_back(attempt + " failed with error '" + FailureText(e) + "'");
+  }
 }
 
 }  // namespace
@@ -57,23 +72,9 @@ void CaptureForReport(const DbObjectRef& ref, bool describe, ErrorFrame& frame) 
     if (!cn->IsOpen()) {
       lines.push_back("    Transaction: Could not call RollbackTrans: Connection is closed ");
     } else if (cn->InTransaction() && !cn->IsPooled()) {
-      try {
-        cn->RollbackTrans();
-        lines.push_back("    Transaction: Attempt to call RollbackTrans succeeded");
-      } catch (const std::exception& e) {
-        lines.push_back("    Transaction: Attempt to call RollbackTrans failed with error '" +
-                        FailureText(e) + "'");
-      }
+      Attempt(lines, "Transaction", "RollbackTrans", [&] { cn->RollbackTrans(); });
     }
-    if (ref.close) {
-      try {
-        cn->Close();
-        lines.push_back("    Connection: Attempt to call Close succeeded");
-      } catch (const std::exception& e) {
-        lines.push_back("    Connection: Attempt to call Close failed with error '" +
-                        FailureText(e) + "'");
-      }
-    }
+    if (ref.close) Attempt(lines, "Connection", "Close", [&] { cn->Close(); });
     lines.push_back("    Released Objects: " + type + (taken ? ", Connection" : ""));
   } catch (...) {
     // A report must never replace the failure it reports.
