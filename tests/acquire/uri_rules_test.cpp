@@ -5,6 +5,7 @@
 #include <string>
 
 #include "acquire/failures.h"
+#include "support/test_support.h"
 
 namespace gw {
 namespace {
@@ -85,26 +86,18 @@ TEST(UriRule, UnknownPartsAndOperatorsGiveTheDefault) {
 }
 
 TEST(UriRule, ValidationNamesThePartOrTheOperator) {
-  try {
-    Rule("[PORT]", "[EQUALS]", "80")->Validate();
-    FAIL() << "no error";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), acquireerr::kInvalidUriPart);
-    EXPECT_EQ(e.Source(), "UriRule.Validate()");
-    EXPECT_EQ(e.Description(),
-              "Invalid Uri part specified in uri rule.  Valid values are [URLPATH], [URL], "
-              "[URLQUERY], [FILENAME], [HOST], [FILEEXT], and [SCHEME]");
-  }
-  try {
-    Rule("[HOST]", "[LIKE]", "x")->Validate();
-    FAIL() << "no error";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), acquireerr::kInvalidUriOperator);
-    EXPECT_EQ(e.Description(),
-              "Invalid Operator specified in uri rule.  Valid values are [EQUALS], [NOT EQUAL], "
-              "[CONTAINS], [DOES NOT CONTAIN], [STARTS WITH], [DOES NOT START WITH], "
-              "[ENDS WITH], and [DOES NOT END WITH]");
-  }
+  const Error e = testing::CaughtError([&] { Rule("[PORT]", "[EQUALS]", "80")->Validate(); });
+  EXPECT_EQ(e.Number(), acquireerr::kInvalidUriPart);
+  EXPECT_EQ(e.Source(), "UriRule.Validate()");
+  EXPECT_EQ(e.Description(),
+            "Invalid Uri part specified in uri rule.  Valid values are [URLPATH], [URL], "
+            "[URLQUERY], [FILENAME], [HOST], [FILEEXT], and [SCHEME]");
+  const Error e2 = testing::CaughtError([&] { Rule("[HOST]", "[LIKE]", "x")->Validate(); });
+  EXPECT_EQ(e2.Number(), acquireerr::kInvalidUriOperator);
+  EXPECT_EQ(e2.Description(),
+            "Invalid Operator specified in uri rule.  Valid values are [EQUALS], [NOT EQUAL], "
+            "[CONTAINS], [DOES NOT CONTAIN], [STARTS WITH], [DOES NOT START WITH], "
+            "[ENDS WITH], and [DOES NOT END WITH]");
   // Valid though the texts above do not list them.
   EXPECT_NO_THROW(Rule("[TEXT]", "[REGEX MATCH]", "x")->Validate());
   EXPECT_TRUE(Rule("[URL]", "[IS NEXT PAGE LINK]", "")->IsValid());

@@ -9,6 +9,7 @@
 #include "acquire/web_page.h"
 #include "platform/http_transport.h"
 #include "support/http_server.h"
+#include "support/test_support.h"
 #include "web/failures.h"
 #include "web/http_client.h"
 #include "web/web_settings.h"
@@ -93,12 +94,8 @@ TEST_F(WebPageHttpTest, AnErrorPageIsStillAPageButNoServerIsAnError) {
 
   const std::string nowhere =
       "http://127.0.0.1:" + std::to_string(testing::UnusedLoopbackPort()) + "/x.htm";
-  try {
-    WebPage::Create()->LoadFromUrl(nowhere);
-    FAIL() << "no error";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), web::errnum::kCannotConnect);
-  }
+  EXPECT_EQ(testing::FailureNumber([&] { WebPage::Create()->LoadFromUrl(nowhere); }),
+            web::errnum::kCannotConnect);
 }
 
 TEST_F(WebPageHttpTest, AGivenSessionIsUsed) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/regex.h"
+#include "support/test_support.h"
 
 namespace gw::filters {
 namespace {
@@ -50,12 +51,8 @@ TEST(ApplyColumnFilter, UrlBaseIsTheParameterElseTheDocument) {
 }
 
 TEST(ApplyColumnFilter, BadRxMatchPatternFailsWithItsNumber) {
-  try {
-    ApplyColumnFilter("RXMATCH", "([", "text", "");
-    FAIL();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kRegexSyntax);
-  }
+  EXPECT_EQ(testing::FailureNumber([&] { ApplyColumnFilter("RXMATCH", "([", "text", ""); }),
+            errnum::kRegexSyntax);
 }
 
 }  // namespace

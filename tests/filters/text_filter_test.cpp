@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/regex.h"
+#include "support/test_support.h"
 
 namespace gw::filters {
 namespace {
@@ -40,14 +41,10 @@ TEST(TextFilterRegex, RunRegExReplaceTrimsSpacesOnly) {
 }
 
 TEST(TextFilterRegex, ABadPatternIsANumberedError) {
-  try {
-    RunRegExMatch("abc", "(unclosed", true);
-    FAIL();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kRegexSyntax);
-    ASSERT_FALSE(e.CallStack().empty());
-    EXPECT_EQ(e.CallStack().back(), "TextFilter.RunRegExMatch(text,Pattern,matchAll)");
-  }
+  const Error e = testing::CaughtError([&] { RunRegExMatch("abc", "(unclosed", true); });
+  EXPECT_EQ(e.Number(), errnum::kRegexSyntax);
+  ASSERT_FALSE(e.CallStack().empty());
+  EXPECT_EQ(e.CallStack().back(), "TextFilter.RunRegExMatch(text,Pattern,matchAll)");
   EXPECT_THROW(RunRegExReplace("abc", "[", ""), Error);
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "platform/event_loop.h"
+#include "support/test_support.h"
 
 namespace gw::filters {
 namespace {
@@ -63,22 +64,16 @@ TEST(Transformations, StringBetweenTagsAndTruncate) {
   EXPECT_EQ(text, "</td>rest");
 
   text = "abc";
-  try {
-    GetStringBetweenTagsAndTruncate("<td>", "</td>", text);
-    FAIL();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kStartTagNotFound);
-    EXPECT_EQ(e.Source(), "GetStringBetweenTagsAndTruncate Function");
-    EXPECT_EQ(e.Description(), "Start Tag <td> Does not exist in text.");
-  }
+  const Error e =
+      testing::CaughtError([&] { GetStringBetweenTagsAndTruncate("<td>", "</td>", text); });
+  EXPECT_EQ(e.Number(), errnum::kStartTagNotFound);
+  EXPECT_EQ(e.Source(), "GetStringBetweenTagsAndTruncate Function");
+  EXPECT_EQ(e.Description(), "Start Tag <td> Does not exist in text.");
   text = "<td>x";
-  try {
-    GetStringBetweenTagsAndTruncate("<td>", "</td>", text);
-    FAIL();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kEndTagNotFound);
-    EXPECT_EQ(e.Description(), "End Tag </td> Does not exist in text.");
-  }
+  const Error e2 =
+      testing::CaughtError([&] { GetStringBetweenTagsAndTruncate("<td>", "</td>", text); });
+  EXPECT_EQ(e2.Number(), errnum::kEndTagNotFound);
+  EXPECT_EQ(e2.Description(), "End Tag </td> Does not exist in text.");
   EXPECT_EQ(text, "<td>x");
 
   text = "aXbYc";

@@ -387,13 +387,9 @@ TEST(LogFiles, AFailedWriteCarriesTheSystemsError) {
   std::filesystem::create_directories(dir);
   std::filesystem::permissions(
       dir, std::filesystem::perms::owner_read | std::filesystem::perms::owner_exec);
-  try {
-    AppendToLog(dir / "x.txt", "x", LogLimits{});
-    FAIL() << "written";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kDeviceIOError);
-    EXPECT_EQ(e.SystemError(), EACCES);
-  }
+  const Error e = testing::CaughtError([&] { AppendToLog(dir / "x.txt", "x", LogLimits{}); });
+  EXPECT_EQ(e.Number(), errnum::kDeviceIOError);
+  EXPECT_EQ(e.SystemError(), EACCES);
   EXPECT_FALSE(AppendReportToLogFile(""));
   std::filesystem::permissions(dir, std::filesystem::perms::owner_all);
 }

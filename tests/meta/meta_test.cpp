@@ -5,6 +5,7 @@
 #include "meta/meta_entity.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
+#include "support/test_support.h"
 
 namespace gw {
 namespace {
@@ -37,12 +38,9 @@ TEST(MetaDoc, ADocumentWithoutDatasetsScoresZero) {
   doc->GetMetaEntities().Add(other, doc);
   EXPECT_FLOAT_EQ(doc->AvgExtractionPct(), 62.5f);
   EXPECT_EQ(other->GetMetaDoc(), doc);
-  try {
-    doc->GetMetaEntities().Add(MetaEntity::Create("e2"), doc);
-    FAIL() << "a second dataset of one id was accepted";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kDuplicateKey);
-  }
+  const Error e =
+      testing::CaughtError([&] { doc->GetMetaEntities().Add(MetaEntity::Create("e2"), doc); });
+  EXPECT_EQ(e.Number(), errnum::kDuplicateKey);
 }
 
 TEST(MetaEntity, FieldValuesComeFromTheRunOrFallBackToTheirDefault) {

@@ -89,23 +89,19 @@ int Top() {
 }
 
 TEST(ReportAs, FramesKeepTheNumberAndEachLevelsValuesInnermostFirst) {
-  try {
-    Top();
-    FAIL() << "no failure";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), 0x800A0035u);
-    EXPECT_EQ(e.Description(), "File not found: doc!");
-    ASSERT_EQ(e.Frames().size(), 3u);
-    EXPECT_EQ(e.Frames()[0].method, "Tests.Deepest(Name,Count)");
-    ASSERT_EQ(e.Frames()[0].values.size(), 2u);
-    EXPECT_EQ(e.Frames()[0].values[0].text, "'doc!'");
-    EXPECT_EQ(e.Frames()[0].values[1].text, "3");
-    EXPECT_EQ(e.Frames()[1].values.at(0).text, "'doc'");
-    EXPECT_TRUE(e.Frames()[2].values.empty());
-    EXPECT_EQ(e.CallStack(), (std::vector<std::string>{"Tests.Deepest(Name,Count)",
-                                                       "Tests.Middle(Name)", "Tests.Top"}));
-    EXPECT_FALSE(e.FirstSeen().IsEmpty());
-  }
+  const Error e = testing::CaughtError([&] { Top(); });
+  EXPECT_EQ(e.Number(), 0x800A0035u);
+  EXPECT_EQ(e.Description(), "File not found: doc!");
+  ASSERT_EQ(e.Frames().size(), 3u);
+  EXPECT_EQ(e.Frames()[0].method, "Tests.Deepest(Name,Count)");
+  ASSERT_EQ(e.Frames()[0].values.size(), 2u);
+  EXPECT_EQ(e.Frames()[0].values[0].text, "'doc!'");
+  EXPECT_EQ(e.Frames()[0].values[1].text, "3");
+  EXPECT_EQ(e.Frames()[1].values.at(0).text, "'doc'");
+  EXPECT_TRUE(e.Frames()[2].values.empty());
+  EXPECT_EQ(e.CallStack(), (std::vector<std::string>{"Tests.Deepest(Name,Count)",
+                                                     "Tests.Middle(Name)", "Tests.Top"}));
+  EXPECT_FALSE(e.FirstSeen().IsEmpty());
 }
 
 TEST(ReportAs, ValuesAreFormattedOnlyWhenAnErrorPasses) {

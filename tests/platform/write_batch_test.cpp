@@ -171,15 +171,12 @@ TEST_F(WriteBatchTest, ASessionKeepsOneConnectionPerStoreAcrossItsBatches) {
 
 TEST(SqlServerTarget, OpeningSaysItCannotBeReached) {
   auto cn = Connection::Create();
-  try {
-    cn->Open("Provider=SQLOLEDB.1;Data Source=srv;Initial Catalog=shop");
-    FAIL() << "opened";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), dberr::kProviderNotFound);
-    EXPECT_EQ(e.Description(),
-              "SQL Server (Provider=SQLOLEDB.1) cannot be reached from this platform yet. Use a "
-              "SQLite, MySQL/MariaDB, Access or Excel target instead.");
-  }
+  const Error e = testing::CaughtError(
+      [&] { cn->Open("Provider=SQLOLEDB.1;Data Source=srv;Initial Catalog=shop"); });
+  EXPECT_EQ(e.Number(), dberr::kProviderNotFound);
+  EXPECT_EQ(e.Description(),
+            "SQL Server (Provider=SQLOLEDB.1) cannot be reached from this platform yet. Use a "
+            "SQLite, MySQL/MariaDB, Access or Excel target instead.");
 }
 
 TEST(MariaDbRowLimit, OnlyTheRowsAskedForComeBackAndTheLimitEndsWithIt) {

@@ -178,12 +178,7 @@ TEST_F(EnvConfigTest, AStoreThatCannotOpenFailsAndDoStartSqlZeroSkipsTheCheck) {
   CEnvConfig env;
   const std::string bad =
       "Provider=SQLite;Data Source=" + (home_.Path() / "no/such/dir/x.sqlite").string();
-  try {
-    env.StartSQL(bad);
-    FAIL() << "opened";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), ruleserr::kStoreDoesNotAnswer);
-  }
+  EXPECT_EQ(testing::FailureNumber([&] { env.StartSQL(bad); }), ruleserr::kStoreDoesNotAnswer);
   C_Registry().SetKeyValue(C_Registry::HKEY_LOCAL_MACHINE, kKey, env_value::kDoStartSQL, Variant(0),
                            C_Registry::REG_DWORD);
   EXPECT_EQ(env.StartSQL(bad), nullptr);

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <string>
 
+#include "support/test_support.h"
+
 namespace gw::web {
 namespace {
 
@@ -139,15 +141,11 @@ TEST(UriParse, FailuresCarryTheirNumbersAndTexts) {
   // With a scheme of its own an opaque address needs no resolution.
   EXPECT_EQ(ParseError("news2:x", &mail), 0u);
 
-  try {
-    Uri u("http://u@[::1/x");
-    FAIL();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kNoClosingBracket);
-    EXPECT_EQ(e.Source(), "Uri.ParseAuthority");
-    EXPECT_EQ(e.Description(),
-              "No closing ']' found for opening '[' at position 3 in authority 'u@[::1'");
-  }
+  const Error e = testing::CaughtError([&] { Uri u("http://u@[::1/x"); });
+  EXPECT_EQ(e.Number(), errnum::kNoClosingBracket);
+  EXPECT_EQ(e.Source(), "Uri.ParseAuthority");
+  EXPECT_EQ(e.Description(),
+            "No closing ']' found for opening '[' at position 3 in authority 'u@[::1'");
   // A port whose escape is broken fails while being unescaped.
   EXPECT_EQ(ParseError("http://a:%zz/"), gw::errnum::kTypeMismatch);
 }
@@ -319,12 +317,7 @@ TEST(UriTextForms, BrokenEscapeFailsOnlyWhereTextIsUnescaped) {
   const Uri u("http://a/100%zz");
   EXPECT_EQ(u.ToExternalForm(), "http://a/100%zz");
   EXPECT_THROW(u.ToString(), Error);
-  try {
-    u.HashCode();
-    FAIL();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), gw::errnum::kTypeMismatch);
-  }
+  EXPECT_EQ(testing::FailureNumber([&] { u.HashCode(); }), gw::errnum::kTypeMismatch);
 }
 
 TEST(UriTextForms, SettersWriteAsGivenAndKeepTheHash) {

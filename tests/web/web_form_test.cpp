@@ -3,6 +3,7 @@
 
 #include <set>
 
+#include "support/test_support.h"
 #include "web/failures.h"
 #include "web/web_form.h"
 
@@ -86,25 +87,21 @@ TEST(WebFormTest, AppendKeepsTheVariablesThatWereThere) {
 
 TEST(WebFormTest, AnUnclosedQuoteFailsWithTheParsersPosition) {
   WebForm f;
-  try {
-    f.LoadFormVariablesFromXML("<FormVars><var name='q val='x'></var></FormVars>");
-    FAIL() << "no error";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kBadFormSubmitStatement);
-    EXPECT_EQ(e.Source(), "Form Submit Statement");
-    const std::string& d = e.Description();
-    EXPECT_EQ(d.rfind("The Form Submit Statement is formatted incorrectly.  This is usually due to "
-                      "a missing single quote (') before or after a control id or value.  The "
-                      "position of the error is ",
-                      0),
-              0u)
-        << d;
-    EXPECT_NE(
-        d.find(" and should be near the end of the following text:  <form_variables><control"),
-        std::string::npos)
-        << d;
-    EXPECT_NE(d.find("\r\n\r\nThe specific error returned by the parser was: "), std::string::npos);
-  }
+  const Error e = testing::CaughtError(
+      [&] { f.LoadFormVariablesFromXML("<FormVars><var name='q val='x'></var></FormVars>"); });
+  EXPECT_EQ(e.Number(), errnum::kBadFormSubmitStatement);
+  EXPECT_EQ(e.Source(), "Form Submit Statement");
+  const std::string& d = e.Description();
+  EXPECT_EQ(d.rfind("The Form Submit Statement is formatted incorrectly.  This is usually due to "
+                    "a missing single quote (') before or after a control id or value.  The "
+                    "position of the error is ",
+                    0),
+            0u)
+      << d;
+  EXPECT_NE(d.find(" and should be near the end of the following text:  <form_variables><control"),
+            std::string::npos)
+      << d;
+  EXPECT_NE(d.find("\r\n\r\nThe specific error returned by the parser was: "), std::string::npos);
 }
 
 TEST(WebFormTest, AliasTableHasTheFortyFourBlockSpellingsFirst) {
