@@ -518,6 +518,23 @@ std::string_view TrimWhitespace(std::string_view s) noexcept {
   return s.substr(b, e - b);
 }
 
+bool ReadQuoted(std::string_view s, std::size_t& i, char close, std::string& out) {
+  ++i;
+  while (i < s.size()) {
+    if (s[i] == close) {
+      if (i + 1 < s.size() && s[i + 1] == close) {
+        out += close;
+        i += 2;
+        continue;
+      }
+      ++i;
+      return true;
+    }
+    out += s[i++];
+  }
+  return false;
+}
+
 std::vector<std::string> Split(std::string_view s, std::string_view delimiter) {
   std::vector<std::string> parts;
   if (delimiter.empty()) {

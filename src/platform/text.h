@@ -115,6 +115,10 @@ std::string_view RTrimSpaces(std::string_view s) noexcept;
 std::string_view TrimWhitespace(std::string_view s) noexcept;
 
 std::vector<std::string> Split(std::string_view s, std::string_view delimiter);
+// Reads a quoted text whose opening character stands at s[i] and which ends at `close`, a doubled
+// `close` standing for one ('it''s', [a]]b]): its content goes to `out`, `i` past the closing
+// character. False when the text runs unclosed to the end of `s` (`out` then holds all of it).
+bool ReadQuoted(std::string_view s, std::size_t& i, char close, std::string& out);
 std::string Join(const std::vector<std::string>& parts, std::string_view delimiter);
 
 // 1-based substring helpers that never throw: out-of-range parts yield what exists.

@@ -22,29 +22,11 @@ bool IsWordChar(char c) {
   throw Error(db::dberr::kSyntax, "Rules store", std::move(text));
 }
 
-// Reads a quoted text that starts at s[i] and ends at `close`, a doubled `close` standing for
-// itself ('it''s', [a]]b]); returns its content, `i` past the closing character.
-std::optional<std::string> ReadQuoted(std::string_view s, std::size_t& i, char close) {
-  std::string value;
-  ++i;
-  while (i < s.size()) {
-    if (s[i] == close) {
-      if (i + 1 < s.size() && s[i + 1] == close) {
-        value += close;
-        i += 2;
-        continue;
-      }
-      ++i;
-      return value;
-    }
-    value += s[i++];
-  }
-  return std::nullopt;  // unterminated
-}
-
 // Reads a '...' literal starting at s[i] == '\''; returns its content, `i` past the closing quote.
 std::optional<std::string> ReadStringLiteral(std::string_view s, std::size_t& i) {
-  return ReadQuoted(s, i, '\'');
+  std::string value;
+  if (!text::ReadQuoted(s, i, '\'', value)) return std::nullopt;  // unterminated
+  return value;
 }
 
 std::string QuoteLiteral(std::string_view value) {
@@ -187,12 +169,12 @@ std::string TranslateSql(std::string_view sql, std::string_view dialect) {
       i = end;
     } else if (c == '[') {
       std::size_t k = i;
-      const auto name = ReadQuoted(sql, k, ']');
-      if (!name) {
+      std::string name;
+      if (!text::ReadQuoted(sql, k, ']', name)) {
         out.append(sql.substr(i));
         break;
       }
-      out += QuoteIdentifier(*name, quote);
+      out += QuoteIdentifier(name, quote);
       i = k;
     } else if (c == '-' && i + 1 < sql.size() && sql[i + 1] == '-') {
       const std::size_t eol = sql.find('\n', i);

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 namespace gw::text {
 namespace {
 
@@ -114,6 +116,21 @@ TEST(TextTrim, SpacesOnlyVersusWhitespace) {
   EXPECT_EQ(TrimSpaces("  a b \t"), "a b \t");
   EXPECT_EQ(TrimWhitespace(" \r\n a b \t"), "a b");
   EXPECT_EQ(Split("a;;b", ";"), (std::vector<std::string>{"a", "", "b"}));
+}
+
+TEST(TextReadQuoted, ADoubledCloseStandsForOneAndAnUnclosedTextRunsToTheEnd) {
+  // The text, where its quote opens, the closing character; then what is read and where it ends.
+  for (const auto& [s, start, close, closed, content, end] :
+       {std::tuple("x'it''s'y", 1u, '\'', true, "it's", 8u),
+        std::tuple("[a]]b]", 0u, ']', true, "a]b", 6u),
+        std::tuple("'ab''", 0u, '\'', false, "ab'", 5u)}) {
+    SCOPED_TRACE(s);
+    std::size_t i = start;
+    std::string out;
+    EXPECT_EQ(ReadQuoted(s, i, close, out), closed);
+    EXPECT_EQ(out, content);
+    EXPECT_EQ(i, end);
+  }
 }
 
 }  // namespace

@@ -22,19 +22,7 @@ ConnectionProperties ConnectionProperties::Parse(std::string_view s) {
     while (i < s.size() && (s[i] == ' ' || s[i] == '\t')) ++i;
     std::string value;
     if (i < s.size() && (s[i] == '"' || s[i] == '\'')) {
-      const char q = s[i++];
-      while (i < s.size()) {
-        if (s[i] == q) {
-          if (i + 1 < s.size() && s[i + 1] == q) {
-            value.push_back(q);
-            i += 2;
-            continue;
-          }
-          ++i;
-          break;
-        }
-        value.push_back(s[i++]);
-      }
+      text::ReadQuoted(s, i, s[i], value);
       const std::size_t end = s.find(';', i);
       i = end == std::string_view::npos ? s.size() : end + 1;
     } else {

@@ -373,20 +373,7 @@ class Scanner {
     Skip();
     std::string out;
     if (i_ < s_.size() && (s_[i_] == '[' || s_[i_] == '"' || s_[i_] == '`')) {
-      const char close = s_[i_] == '[' ? ']' : s_[i_];
-      ++i_;
-      while (i_ < s_.size()) {
-        if (s_[i_] == close) {
-          if (i_ + 1 < s_.size() && s_[i_ + 1] == close) {
-            out += close;
-            i_ += 2;
-            continue;
-          }
-          ++i_;
-          break;
-        }
-        out += s_[i_++];
-      }
+      text::ReadQuoted(s_, i_, s_[i_] == '[' ? ']' : s_[i_], out);
     } else {
       while (i_ < s_.size() && !std::strchr(" \t\r\n,();", s_[i_])) out += s_[i_++];
     }
