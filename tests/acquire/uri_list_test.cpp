@@ -10,6 +10,7 @@
 #include "acquire/uri_rules.h"
 #include "engine/doc_source.h"
 #include "engine/job.h"
+#include "engine/running_instance.h"
 #include "engine/task.h"
 #include "platform/charset.h"
 #include "platform/db/connection.h"
@@ -59,12 +60,7 @@ TEST(UriList, ALinkIsKeptOnceWithItsFirstSourceAndText) {
   EXPECT_EQ(list.Item("no such key"), nullptr);
   EXPECT_EQ(list.Keys().size(), 2u);
   for (long bad : {0L, 3L}) {
-    try {
-      list.ItemByIndex(bad);
-      ADD_FAILURE() << bad;
-    } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), errnum::kSubscriptOutOfRange);
-    }
+    EXPECT_EQ(testing::FailureNumber([&] { list.ItemByIndex(bad); }), errnum::kSubscriptOutOfRange);
   }
   EXPECT_TRUE(UriListInternal::RawUnsavedDictionary(list).empty());
 }
@@ -151,13 +147,7 @@ class UriListStoreTest : public testing::RulesStoreTest {
     task_->SetTaskName("links");
     task_->SetStep(1);
     job_->GetTasks().Add(task_);
-    job_->SaveAll();
-    job_->SetIsInstance(true);
-    job_->SetStartTime(DateTime::Now());
-    job_->Save();
-    task_->SetIsInstance(true);
-    task_->SetStartTime(job_->StartTime());
-    task_->Save();
+    testing::StartInstance(*job_, *task_);
   }
   long QueuedRows() {
     return Count(

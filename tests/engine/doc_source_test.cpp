@@ -7,6 +7,7 @@
 
 #include "engine/doc_source.h"
 #include "engine/run_fixture.h"
+#include "engine/running_instance.h"
 #include "platform/db/connection.h"
 #include "rules/package_data_access.h"
 
@@ -48,16 +49,7 @@ class DocSourceTest : public RunTest {
     return "SELECT CASE WHEN n < " + std::to_string(row) +
            " THEN uri ELSE abs(n - n - 9223372036854775807 - 1) END FROM pages ORDER BY n";
   }
-  // The package saved, and the job and task made a running instance.
-  void StartInstance() {
-    job_->SaveAll();
-    job_->SetIsInstance(true);
-    job_->SetStartTime(DateTime::Now());
-    job_->Save();
-    task_->SetIsInstance(true);
-    task_->SetStartTime(job_->StartTime());
-    task_->Save();
-  }
+  void StartInstance() { testing::StartInstance(*job_, *task_); }
 
   JobPtr job_ = NewJob("Sources");
   Error overflow_{0, "", ""};

@@ -122,9 +122,11 @@ std::vector<std::string> RunTest::RulesRows(const std::string& sql,
 
 namespace {
 
-// The events a package and a task both raise.
+// The events a package and a task both raise; the three of a task's extraction and end are
+// named differently on each.
 template <typename Source>
-void ListenToCommonEvents(Source& source, EventLog& log) {
+void ListenToCommonEvents(Source& source, EventLog& log, Signal<>& extraction_begin,
+                          Signal<>& extraction_complete, Signal<>& execute_complete) {
   auto& c = log.connections;
   auto* events = &log.events;
   c.emplace_back(source.OnStatusChange.Connect(
@@ -139,35 +141,27 @@ void ListenToCommonEvents(Source& source, EventLog& log) {
       source.OnDatapageExtractBegin.Connect([events] { events->push_back("page begin"); }));
   c.emplace_back(
       source.OnDatapageExtractComplete.Connect([events] { events->push_back("page complete"); }));
+  c.emplace_back(extraction_begin.Connect([events] { events->push_back("extraction begin"); }));
+  c.emplace_back(
+      extraction_complete.Connect([events] { events->push_back("extraction complete"); }));
+  c.emplace_back(execute_complete.Connect([events] { events->push_back("task complete"); }));
 }
 
 }  // namespace
 
 void RunTest::Listen(Job& job, EventLog& log) {
-  ListenToCommonEvents(job, log);
-  auto& c = log.connections;
+  ListenToCommonEvents(job, log, job.OnTaskExtractionBegin, job.OnTaskExtractionComplete,
+                       job.OnTaskExecuteComplete);
   auto* events = &log.events;
-  c.emplace_back(
-      job.OnTaskExtractionBegin.Connect([events] { events->push_back("extraction begin"); }));
-  c.emplace_back(
-      job.OnTaskExtractionComplete.Connect([events] { events->push_back("extraction complete"); }));
-  c.emplace_back(
-      job.OnTaskExecuteComplete.Connect([events] { events->push_back("task complete"); }));
-  c.emplace_back(job.OnJobExecuteBegin.Connect(
+  log.connections.emplace_back(job.OnJobExecuteBegin.Connect(
       [events](const std::string&, const DateTime&) { events->push_back("job begin"); }));
-  c.emplace_back(job.OnJobExecuteComplete.Connect(
+  log.connections.emplace_back(job.OnJobExecuteComplete.Connect(
       [events](const std::string&, const DateTime&) { events->push_back("job complete"); }));
 }
 
 void RunTest::Listen(Task& task, EventLog& log) {
-  ListenToCommonEvents(task, log);
-  auto& c = log.connections;
-  auto* events = &log.events;
-  c.emplace_back(
-      task.OnExtractionBegin.Connect([events] { events->push_back("extraction begin"); }));
-  c.emplace_back(
-      task.OnExtractionComplete.Connect([events] { events->push_back("extraction complete"); }));
-  c.emplace_back(task.OnExecuteComplete.Connect([events] { events->push_back("task complete"); }));
+  ListenToCommonEvents(task, log, task.OnExtractionBegin, task.OnExtractionComplete,
+                       task.OnExecuteComplete);
 }
 
 }  // namespace gw::engine_test

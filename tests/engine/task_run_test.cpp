@@ -405,18 +405,14 @@ TEST(Components, AHostThatRegistersNoFactoryGetsTheRuntimesFailure) {
       RegisterAcquireComponents();
     }
   } restore;
-  const Error plugin = CaughtError([] { CreateDocPlugin(); });
-  EXPECT_EQ(plugin.Number(), errnum::kCannotCreateObject);
-  EXPECT_EQ(plugin.Source(), "CreateDocPlugin");
-  EXPECT_EQ(plugin.Description(),
-            "ActiveX component can't create object: no document plug-in is registered (the host "
-            "calls RegisterDesignComponents at start).");
-  const Error mgr = CaughtError([] { CreateDownloadMgr(); });
-  EXPECT_EQ(mgr.Number(), errnum::kCannotCreateObject);
-  EXPECT_EQ(mgr.Source(), "CreateDownloadMgr");
-  EXPECT_EQ(mgr.Description(),
-            "ActiveX component can't create object: no download manager is registered (the host "
-            "calls RegisterAcquireComponents at start).");
+  testing::ExpectFailures({
+      {[] { CreateDocPlugin(); }, errnum::kCannotCreateObject, "CreateDocPlugin",
+       "ActiveX component can't create object: no document plug-in is registered (the host "
+       "calls RegisterDesignComponents at start)."},
+      {[] { CreateDownloadMgr(); }, errnum::kCannotCreateObject, "CreateDownloadMgr",
+       "ActiveX component can't create object: no download manager is registered (the host "
+       "calls RegisterAcquireComponents at start)."},
+  });
 }
 
 TEST_F(TaskRunTest, ValidationTexts) {

@@ -97,15 +97,11 @@ TEST_F(WebRunTest, TheRootFolderIsClearedBeforeTheDownloads) {
   auto again = NewJob("Again");
   Fetch(again, "first", 1, "/login")->SetClearRootFolderBeforeDownload(true);
   again->SaveAll();
-  try {
-    again->Execute();
-    ADD_FAILURE() << "no failure";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), engineerr::kClearRootFolderFailed);
-    EXPECT_NE(e.Description().find("root directory (" + folder_.Path().string() + ")"),
-              std::string::npos)
-        << e.Description();
-  }
+  const Error e = testing::CaughtError([&] { again->Execute(); });
+  EXPECT_EQ(e.Number(), engineerr::kClearRootFolderFailed);
+  EXPECT_NE(e.Description().find("root directory (" + folder_.Path().string() + ")"),
+            std::string::npos)
+      << e.Description();
   fs::permissions(folder_.Path() / "locked", fs::perms::owner_all);
 }
 

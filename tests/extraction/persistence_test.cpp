@@ -16,7 +16,6 @@ namespace gw {
 namespace {
 
 using testing::CaughtError;
-using testing::Dataset;
 using testing::Field;
 using testing::RulesStoreTest;
 
@@ -28,8 +27,8 @@ class TemplatePersistenceTest : public RulesStoreTest {
     page_->SetDisplayName("Shop\\Products");
     page_->SetDescription(Variant("Product listing"));
     page_->SetDBName("shop");
-    root_ = Dataset(page_->RootEntities(), "Products", "products", "<tr class=p>",
-                    "Provider=SQLite;Data Source=/data/shop.sqlite");
+    root_ = testing::Dataset(page_->RootEntities(), "Products", "products", "<tr class=p>",
+                             "Provider=SQLite;Data Source=/data/shop.sqlite");
     root_->SetOnPageOrder(1);
     auto name = Field(root_, "name", 1, "<td>", "</td>");
     name->SetColumnType("RXMATCH");
@@ -40,7 +39,7 @@ class TemplatePersistenceTest : public RulesStoreTest {
     auto note = Field(root_, "note", 3, "<i>", "</i>");
     note->SetIsOptional(true);
     note->SetColumnSize(-1);
-    child_ = Dataset(root_->ChildrenOnPage(), "Reviews", "reviews", "<li>");
+    child_ = testing::Dataset(root_->ChildrenOnPage(), "Reviews", "reviews", "<li>");
     child_->SetOnPageOrder(1);
     Field(child_, "text", 1, "<p>", "</p>");
   }

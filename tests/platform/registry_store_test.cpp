@@ -125,13 +125,9 @@ TEST(RegistryStore, ReadsAHandEditedFileAndReportsDamageWithTheLine) {
   for (const char* text : damaged) {
     SCOPED_TRACE(text);
     testing::WriteFile(file, text);
-    try {
-      RegistryStore(file).Read();
-      ADD_FAILURE() << "no failure";
-    } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), regerr::kDamaged);
-      EXPECT_NE(e.Description().find("line"), std::string::npos);
-    }
+    const Error e = testing::CaughtError([&] { RegistryStore(file).Read(); });
+    EXPECT_EQ(e.Number(), regerr::kDamaged);
+    EXPECT_NE(e.Description().find("line"), std::string::npos);
   }
 }
 
