@@ -25,8 +25,16 @@ void LoopbackHttpServer::Start(int threads, const std::string& host) {
   if (host.rfind("127.", 0) != 0) throw std::runtime_error("test servers stay on loopback");
   host_ = host;
   server_->new_task_queue = [threads] { return new httplib::ThreadPool(threads); };
+  int listening = -1;
+  server_->set_socket_options([&listening](socket_t sock) {
+    httplib::default_socket_options(sock);
+    listening = sock;
+  });
   port_ = server_->bind_to_any_port(host_);
   if (port_ <= 0) throw std::runtime_error("the test server could not bind to " + host_);
+  // The library listens with a backlog of 5: tests that open dozens of connections at once would
+  // see connections dropped and tried again a second later.
+  if (listening >= 0) ::listen(listening, 128);
   thread_ = std::thread([this] { server_->listen_after_bind(); });
   for (int k = 0; k < 500 && !server_->is_running(); ++k) {
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
