@@ -34,6 +34,8 @@ TEST_F(RulesStoreTest, FirstUseCreatesTheStoreInWriteAheadMode) {
   EXPECT_TRUE(RulesSchema::Exists(*cn));
   EXPECT_EQ((*cn->Execute("PRAGMA journal_mode"))[0L].Value().ToString(), "wal");
   EXPECT_EQ(Count("SELECT COUNT(*) FROM providers WHERE provider_id = 'Default'"), 1);
+  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
+  EXPECT_EQ(Count("PRAGMA user_version"), RulesSchema::kVersion);
 }
 
 TEST_F(RulesStoreTest, LoadingSchemaDataAndUpgradeAgainChangesNothing) {
@@ -133,81 +135,60 @@ TEST_F(RulesStoreTest, UpgradeWidensANarrowColumnTypeAndKeepsRowsCascadesAndUnkn
   EXPECT_EQ(Count("SELECT COUNT(*) FROM ui_attributes"), 0);
 }
 
-TEST_F(RulesStoreTest, TheStoreRecordsItsSchemaVersion) {
-  auto cn = Open();
-  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
-  EXPECT_EQ(Count("PRAGMA user_version"), RulesSchema::kVersion);
-}
-
+// Stores as earlier programs left them: each is brought up to date when first opened, once.
 TEST_F(RulesStoreTest, AnOlderStoreIsUpgradedWhenFirstOpenedAndKeepsItsRows) {
-  {
-    auto cn = Open();
-    // As an earlier program left it: no version, no row counts in the run history.
-    cn->ExecuteScript(
-        "ALTER TABLE task_instance_docs DROP COLUMN rows_written;"
-        "ALTER TABLE task_instance_docs DROP COLUMN rows_refused;"
-        "ALTER TABLE task_instance_docs DROP COLUMN refusal;"
-        "PRAGMA user_version = 0;");
+  struct Case {
+    const char* as_left;
+    std::string script;
+    const char* step;
+    std::string upgraded;  // counts 1 once the step has run
+  };
+  const Case cases[] = {
+      {"no version, no row counts in the run history",
+       "ALTER TABLE task_instance_docs DROP COLUMN rows_written;"
+       "ALTER TABLE task_instance_docs DROP COLUMN rows_refused;"
+       "ALTER TABLE task_instance_docs DROP COLUMN refusal;"
+       "PRAGMA user_version = 0;",
+       "run_history_row_counts",
+       "SELECT COUNT(*) = 3 FROM pragma_table_info('task_instance_docs') WHERE name IN "
+       "('rows_written', 'rows_refused', 'refusal')"},
+      {"version 1, before crawls: no crawl depth and neither address index",
+       "DROP INDEX ix_task_instance_docs_uri;"
+       "DROP INDEX ix_task_instance_docs_unread;"
+       "ALTER TABLE task_instance_docs DROP COLUMN crawl_depth;"
+       "PRAGMA user_version = 1;",
+       "crawl_queue",
+       "SELECT (SELECT COUNT(*) FROM pragma_table_info('task_instance_docs') WHERE name = "
+       "'crawl_depth') + (SELECT COUNT(*) FROM sqlite_master WHERE type = 'index' AND name IN "
+       "('ix_task_instance_docs_uri', 'ix_task_instance_docs_unread')) = 3"},
+      {"version 2: an index of (task, package, start time) beside the address index",
+       "CREATE INDEX ix_task_instance_docs_run ON task_instance_docs (task_id, job_id, "
+       "job_start_time);"
+       "PRAGMA user_version = 2;",
+       "task_docs_run_index_covered",
+       "SELECT COUNT(*) = 0 FROM sqlite_master WHERE name = 'ix_task_instance_docs_run'"},
+  };
+  int n = 0;
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.as_left);
+    path_ = home_.Path() / ("older" + std::to_string(++n) + ".sqlite");
+    cn_str_ = "Provider=SQLite;Data Source=" + path_.string();
+    SetRulesConnectionOverride(cn_str_);
+    Open()->ExecuteScript(c.script);
+    Exec("INSERT INTO jobs (job_id, job_name) VALUES ('j1', 'Kept')");
+    auto cn = db::Connection::Create();
+    cn->Open(cn_str_);
+    bool created = true;
+    EXPECT_EQ(RulesSchema::BringUpToDate(*cn, created), std::vector<std::string>{c.step});
+    EXPECT_FALSE(created);
+    EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
+    EXPECT_EQ(Count(c.upgraded), 1);
+    EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_name = 'Kept'"), 1);
+    EXPECT_TRUE(RulesSchema::BringUpToDate(*cn, created).empty()) << "a second time does nothing";
   }
-  Exec("INSERT INTO jobs (job_id, job_name) VALUES ('j1', 'Kept')");
-  auto cn = db::Connection::Create();
-  cn->Open(cn_str_);
-  bool created = true;
-  const auto steps = RulesSchema::BringUpToDate(*cn, created);
-  EXPECT_FALSE(created);
-  EXPECT_EQ(steps, std::vector<std::string>{"run_history_row_counts"});
-  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
-  EXPECT_EQ(Count("SELECT COUNT(*) FROM pragma_table_info('task_instance_docs') WHERE name IN "
-                  "('rows_written', 'rows_refused', 'refusal')"),
-            3);
-  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_name = 'Kept'"), 1);
-  EXPECT_TRUE(RulesSchema::BringUpToDate(*cn, created).empty()) << "a second time does nothing";
-}
-
-TEST_F(RulesStoreTest, AVersionOneStoreGetsTheCrawlQueue) {
-  {
-    auto cn = Open();
-    // As the program before crawls left it: row counts recorded, no crawl depth, version 1.
-    cn->ExecuteScript(
-        "DROP INDEX ix_task_instance_docs_uri;"
-        "DROP INDEX ix_task_instance_docs_unread;"
-        "ALTER TABLE task_instance_docs DROP COLUMN crawl_depth;"
-        "PRAGMA user_version = 1;");
-  }
-  auto cn = db::Connection::Create();
-  cn->Open(cn_str_);
-  bool created = true;
-  EXPECT_EQ(RulesSchema::BringUpToDate(*cn, created), std::vector<std::string>{"crawl_queue"});
-  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
-  EXPECT_EQ(Count("SELECT COUNT(*) FROM pragma_table_info('task_instance_docs') WHERE name = "
-                  "'crawl_depth'"),
-            1);
-  EXPECT_EQ(Count("SELECT COUNT(*) FROM sqlite_master WHERE type = 'index' AND name IN "
-                  "('ix_task_instance_docs_uri', 'ix_task_instance_docs_unread')"),
-            2);
-}
-
-TEST_F(RulesStoreTest, AVersionTwoStoreLosesTheIndexTheAddressIndexCovers) {
-  {
-    auto cn = Open();
-    // As version 2 left it: an index of (task, package, start time) beside the address index.
-    cn->ExecuteScript(
-        "CREATE INDEX ix_task_instance_docs_run ON task_instance_docs (task_id, job_id, "
-        "job_start_time);"
-        "PRAGMA user_version = 2;");
-  }
-  Exec("INSERT INTO jobs (job_id, job_name) VALUES ('j1', 'Kept')");
-  auto cn = db::Connection::Create();
-  cn->Open(cn_str_);
-  bool created = true;
-  EXPECT_EQ(RulesSchema::BringUpToDate(*cn, created),
-            std::vector<std::string>{"task_docs_run_index_covered"});
-  EXPECT_EQ(RulesSchema::StoredVersion(*cn), RulesSchema::kVersion);
-  EXPECT_EQ(Count("SELECT COUNT(*) FROM sqlite_master WHERE name = 'ix_task_instance_docs_run'"),
-            0);
-  EXPECT_EQ(Count("SELECT COUNT(*) FROM jobs WHERE job_name = 'Kept'"), 1);
-  // A task's rows in a run are still found through an index, not by reading the table.
-  auto plan = cn->Execute(
+  // Without the covered index, a task's rows in a run are still found through an index, not by
+  // reading the table.
+  auto plan = Open()->Execute(
       "EXPLAIN QUERY PLAN SELECT COUNT(*) FROM task_instance_docs WHERE task_id = 't' AND "
       "job_id = 'j' AND job_start_time = 's'");
   std::string detail;
