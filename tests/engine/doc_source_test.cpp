@@ -117,9 +117,7 @@ TEST_F(DocSourceTest, IncludeSubFoldersIsNotStored) {
 }
 
 TEST_F(DocSourceTest, SqlSourcesListTheRowsOfTheirQuery) {
-  auto cn = db::Connection::Create();
-  cn->Open(target_cn_);
-  cn->ExecuteScript(
+  TargetScript(
       "CREATE TABLE pages (uri TEXT, n INT);"
       "INSERT INTO pages VALUES ('http://a.test/1', 1), (NULL, 2), ('', 3), ('http://a.test/1', "
       "4);");
@@ -139,9 +137,7 @@ TEST_F(DocSourceTest, SqlSourcesListTheRowsOfTheirQuery) {
 
 TEST_F(DocSourceTest, QueuingWritesOneQueuedRowPerAddress) {
   WriteFile(docs_ / "a.htm", "a");
-  auto cn = db::Connection::Create();
-  cn->Open(target_cn_);
-  cn->ExecuteScript(
+  TargetScript(
       "CREATE TABLE pages (uri TEXT);"
       "INSERT INTO pages VALUES ('http://a.test/1'), (NULL), ('http://a.test/1');");
   PathSource(docs_.Path().string());
@@ -163,14 +159,11 @@ TEST_F(DocSourceTest, QueuingWritesOneQueuedRowPerAddress) {
 // whose order is not the table's, each become one row, in the query's order.
 TEST_F(DocSourceTest, AQueryOfThousandsOfAddressesQueuesEachOnceInItsOrder) {
   constexpr int kAddresses = 4000;
-  auto cn = db::Connection::Create();
-  cn->Open(target_cn_);
-  cn->ExecuteScript(
+  TargetScript(
       "CREATE TABLE pages (uri TEXT, n INT);"
       "WITH RECURSIVE k(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM k WHERE n < 4000) "
       "INSERT INTO pages SELECT CASE WHEN n % 500 = 0 THEN NULL ELSE 'http://a.test/' || n END, "
       "n FROM k ORDER BY (n * 7919) % 4001");
-  cn->Close();
   AddSource(task_, "SELECT uri FROM pages ORDER BY n DESC", SrcType::sql, target_cn_);
   StartInstance();
 
@@ -210,9 +203,7 @@ TEST_F(DocSourceTest, ASourceThatCannotBeReadToTheEndQueuesNothing) {
             }).Number(),
             db::dberr::kObjectClosed);
   EXPECT_EQ(queued(), (std::vector<std::string>{"0"}));
-  auto cn = db::Connection::Create();
-  cn->Open(target_cn_);
-  EXPECT_EQ((*cn->Execute("SELECT MIN(n) FROM pages"))[0L].Value().ToLong(), 10001);
+  EXPECT_EQ(TargetRows("SELECT MIN(n) FROM pages"), (std::vector<std::string>{"10001"}));
   EXPECT_FALSE(source->UriList()->State() == db::ObjectState::Open);
 }
 
@@ -242,13 +233,10 @@ TEST_F(DocSourceTest, AddressesHandedOnOneByOneAreTheListsAddresses) {
   WriteFile(docs_ / "a.htm", "a");
   WriteFile(docs_ / "sub" / "c.htm", "c");
   WriteFile(docs_ / "sub" / "deeper" / "d.htm", "d");
-  auto cn = db::Connection::Create();
-  cn->Open(target_cn_);
-  cn->ExecuteScript(
+  TargetScript(
       "CREATE TABLE pages (uri TEXT, n INT);"
       "INSERT INTO pages VALUES ('http://a.test/2', 2), (NULL, 3), ('', 4), ('http://a.test/1', "
       "1);");
-  cn->Close();
   const auto each = [](DocSource& source) {
     std::vector<std::string> uris;
     source.ForEachUri([&](const Variant& v) { uris.push_back(v.IsNull() ? "NULL" : v.ToText()); });

@@ -19,9 +19,7 @@ using testing::WriteFile;
 class JobRunTest : public RunTest {
  protected:
   JobRunTest() {
-    auto cn = db::Connection::Create();
-    cn->Open(target_cn_);
-    cn->ExecuteScript(
+    TargetScript(
         "CREATE TABLE log (what TEXT);"
         "CREATE TABLE counter (n INT); INSERT INTO counter VALUES (0);");
   }
@@ -117,9 +115,7 @@ TEST_F(JobRunTest, GotoTargetsArePositionsInTheSortedList) {
     job->Execute();
     cancel_.Disconnect();
     EXPECT_EQ(Log(), c.want);
-    auto cn = db::Connection::Create();
-    cn->Open(target_cn_);
-    cn->ExecuteNonQuery("DELETE FROM log");
+    TargetScript("DELETE FROM log");
   }
 }
 

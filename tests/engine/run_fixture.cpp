@@ -109,6 +109,12 @@ std::string RunTest::ListingHtml(const std::vector<Item>& items) {
   return html + "</ul></body></html>\n";
 }
 
+void RunTest::TargetScript(const std::string& script) {
+  auto cn = db::Connection::Create();
+  cn->Open(target_cn_);
+  cn->ExecuteScript(script);
+}
+
 std::vector<std::string> RunTest::TargetRows(const std::string& sql) {
   auto cn = db::Connection::Create();
   cn->Open(target_cn_);

@@ -47,7 +47,9 @@ class RunTest : public testing::RulesStoreTest {
   };
   static std::string ListingHtml(const std::vector<Item>& items);
 
-  // Every value of the query's rows on the target, "NULL" for a null, as "a|b" per row.
+  // Runs statements on the target; every value of the query's rows there, "NULL" for a null, as
+  // "a|b" per row.
+  void TargetScript(const std::string& script);
   std::vector<std::string> TargetRows(const std::string& sql);
   // Likewise on the rules store.
   std::vector<std::string> RulesRows(const std::string& sql,

@@ -17,10 +17,8 @@ MetaEntityPtr Counted(long occurrences, long extractions) {
   return e;
 }
 
-TEST(MetaEntity, ExtractionPctIsHeldAtAHundred) {
-  EXPECT_EQ(Counted(0, 3)->ExtractionPct(), 100.0f);
-  EXPECT_EQ(Counted(2, 5)->ExtractionPct(), 100.0f);
-  EXPECT_FLOAT_EQ(Counted(4, 1)->ExtractionPct(), 25.0f);
+// The extraction percentages of each level, and their codes, are checked in meta_store_test.
+TEST(MetaEntity, AveragesPerExtraction) {
   auto e = Counted(4, 2);
   e->IncrementErrorCount();
   e->IncrementSuccessCoeffSum(3.0);
@@ -29,9 +27,8 @@ TEST(MetaEntity, ExtractionPctIsHeldAtAHundred) {
   EXPECT_EQ(Counted(4, 0)->AvgErrorsPerExtraction(), 0.0f);
 }
 
-TEST(MetaDoc, ADocumentWithoutDatasetsScoresZero) {
+TEST(MetaDoc, TheMeanOfItsDatasetsAndOneDatasetPerId) {
   auto doc = MetaDoc::Create();
-  EXPECT_EQ(doc->AvgExtractionPct(), 0.0f);
   doc->GetMetaEntities().Add(Counted(4, 1), doc);
   auto other = Counted(0, 0);
   other->SetEntityId("E2");

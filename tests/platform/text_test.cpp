@@ -133,12 +133,6 @@ TEST(TextReadQuoted, ADoubledCloseStandsForOneAndAnUnclosedTextRunsToTheEnd) {
   }
 }
 
-}  // namespace
-}  // namespace gw::text
-
-namespace gw::text {
-namespace {
-
 // A plain reference: the first position at or after `from` where every byte folds equal.
 std::size_t NaiveFind(std::string_view hay, std::string_view needle, std::size_t from) {
   if (from > hay.size()) return npos;

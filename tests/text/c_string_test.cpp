@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "platform/error.h"
+#include "support/test_support.h"
 
 namespace gw {
 namespace {
@@ -100,15 +101,11 @@ TEST(CStringLength, NegativeLengthsFailWithInvalidLength) {
   };
   for (std::size_t k = 0; k < std::size(calls); ++k) {
     SCOPED_TRACE(k);
-    try {
-      calls[k]();
-      ADD_FAILURE() << "no failure";
-    } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), errnum::kInvalidProcedureCall);
-      EXPECT_EQ(e.Source(), "CString");
-      EXPECT_EQ(e.Description(), "Invalid length");
-      EXPECT_TRUE(e.CallStack().empty());
-    }
+    const Error e = testing::CaughtError(calls[k]);
+    EXPECT_EQ(e.Number(), errnum::kInvalidProcedureCall);
+    EXPECT_EQ(e.Source(), "CString");
+    EXPECT_EQ(e.Description(), "Invalid length");
+    EXPECT_TRUE(e.CallStack().empty());
   }
   EXPECT_EQ(c.Value(), "abc");
 }
@@ -230,12 +227,8 @@ TEST(CStringFile, RoundTripsWithAndWithoutLengthPrefix) {
   EXPECT_EQ(a.Value(), "hello");
   EXPECT_EQ(b.Value(), "world");
   CString past_end;
-  try {
-    past_end.ReadFromFile(file, true);
-    ADD_FAILURE() << "no failure";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kInputPastEndOfFile);
-  }
+  EXPECT_EQ(testing::FailureNumber([&] { past_end.ReadFromFile(file, true); }),
+            errnum::kInputPastEndOfFile);
 
   // Without a prefix the whole buffer is read; TrimToNull finds the text's end.
   std::stringstream raw;
