@@ -40,14 +40,9 @@ class PackageDataTest : public RulesStoreTest {
   DTask task_;
 };
 
-TEST_F(PackageDataTest, JobSaveAndSelectRoundTrip) {
-  auto rs = job_.Selectx("j1", true);
-  ASSERT_EQ(rs->RecordCount(), 1);
-  EXPECT_EQ(Col(rs, "JobId").ToString(), "j1");
-  EXPECT_EQ(Col(rs, "JobName").ToString(), "Prices\\Daily");
-  EXPECT_EQ(Col(rs, "Description").ToString(), "d");
-  EXPECT_EQ(Col(rs, "DateCreated").ToDate(), DateTime::FromParts(2026, 1, 1));
-  EXPECT_EQ(Col(rs, "DateModified").ToDate(), DateTime::FromParts(2026, 1, 2));
+// What Selectx gives a package or a task is checked through Job::Load and Task::Load in
+// package_persistence_test.
+TEST_F(PackageDataTest, TheListOfPackagesNamesItsColumnsForDisplay) {
   auto all = job_.GetAllJobs();
   ASSERT_EQ(all->RecordCount(), 1);
   EXPECT_EQ(Col(all, "Name").ToString(), "Prices\\Daily");
@@ -56,14 +51,8 @@ TEST_F(PackageDataTest, JobSaveAndSelectRoundTrip) {
 
 TEST_F(PackageDataTest, TaskSaveStoresAnEmptyDatapageAsNull) {
   auto rs = task_.Selectx("t1", true);
-  EXPECT_EQ(Col(rs, "TaskId").ToString(), "t1");
-  EXPECT_EQ(Col(rs, "JobId").ToString(), "j1");
-  EXPECT_EQ(Col(rs, "TaskName").ToString(), "Fetch");
   EXPECT_EQ(Col(rs, "Description").ToString(), "[!TSK!]x[iTSKi]");
   EXPECT_TRUE(Col(rs, "DatapageId").IsNull());
-  EXPECT_EQ(Col(rs, "Step").ToLong(), 1);
-  EXPECT_EQ(Col(rs, "DisplaySrcType").ToLong(), 0);
-  EXPECT_EQ(Col(rs, "ThrottleWaitMSecs").ToLong(), 250);
   task_.Save("t1", NoAction(), NoAction(), NoAction(), NoAction(), NoAction(), NoAction(), "p9");
   EXPECT_EQ(Col(task_.Selectx("t1", true), "DatapageId").ToString(), "p9");
   EXPECT_EQ(Col(task_.Selectx("t1", true), "TaskName").ToString(), "Fetch");

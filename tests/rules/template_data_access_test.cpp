@@ -22,23 +22,13 @@ using TemplateDataTest = RulesStoreTest;
 
 Variant Col(const db::RecordsetPtr& rs, const char* name) { return (*rs)[name].Value(); }
 
-TEST_F(TemplateDataTest, AttribSaveInsertsLoadsAndUpdatesOnlyWhatIsGiven) {
+// A full save and load of every column is checked through Attrib in persistence_test.
+TEST_F(TemplateDataTest, AttribSaveUpdatesOnlyWhatIsGiven) {
   D_Attrib d;
   ASSERT_TRUE(d.Save("a1", "e1", "Price", "<td>", "</td>", 3, true, "RXMATCH , a,b", 50, true));
-  auto rs = d.Selectx("a1");
-  ASSERT_EQ(rs->RecordCount(), 1);
-  EXPECT_EQ(Col(rs, "A_Id").ToString(), "a1");
-  EXPECT_EQ(Col(rs, "EntityId").ToString(), "e1");
-  EXPECT_EQ(Col(rs, "ColumnName").ToString(), "Price");
-  EXPECT_EQ(Col(rs, "Step").ToLong(), 3);
-  EXPECT_TRUE(Col(rs, "IsPK").ToBool());
-  EXPECT_EQ(Col(rs, "ColumnType").ToString(), "RXMATCH , a,b");
-  EXPECT_EQ(Col(rs, "ColumnSize").ToLong(), 50);
-  EXPECT_TRUE(Col(rs, "IsOptional").ToBool());
-
   // Only Id and StartTag given: the start tag changes, nothing else.
   d.Save("a1", NoAction(), NoAction(), "<TD class=p>");
-  rs = d.Selectx("a1");
+  auto rs = d.Selectx("a1");
   EXPECT_EQ(Col(rs, "StartTag").ToString(), "<TD class=p>");
   EXPECT_EQ(Col(rs, "EndTag").ToString(), "</td>");
   EXPECT_EQ(Col(rs, "EntityId").ToString(), "e1");
@@ -274,17 +264,11 @@ TEST_F(TemplateDataTest, CustomColumnsLinkInTheOrderChosen) {
   EXPECT_EQ(Col(rs, "custom_col_id").ToLong(), 27);
   c.DelCustColsForEnt("e1");
   EXPECT_EQ(c.GetCustColsForEnt("e1")->RecordCount(), 0);
-
-  std::vector<long> defaults;
-  for (auto d = c.GetDefaults(); !d->IsEOF(); d->MoveNext())
-    defaults.push_back(Col(d, "custom_col_id").ToLong());
-  EXPECT_EQ(defaults, (std::vector<long>{10, 24, 27}));
-
+  // The defaults (10, 24, 27) are what a new dataset loads in persistence_test; the rows of 24
+  // and 27 are pinned in schema_test.
   auto col = c.Selectx(24);
   ASSERT_EQ(col->RecordCount(), 1);
   EXPECT_EQ(Col(col, "group_name").ToString(), "Dataset");
-  EXPECT_EQ(Col(col, "class_member_name").ToString(), "MetaEntity.OnPageOrder");
-  EXPECT_EQ(Col(col, "column_name").ToString(), "ORDER_ON_PAGE");
   EXPECT_EQ(c.Selectx(999)->RecordCount(), 0);
 
   // The catalogue starts with the package's columns and holds every row.
