@@ -1,14 +1,15 @@
 # The common start of a benchmark whose site nginx serves on loopback. Source it from the
 # repository root with the benchmark's name: it sets GW (the built program, in GW_BUILD_DIR or
 # build/) and WORK (a temporary folder), sources scripts/loopback-nginx.sh, and at exit stops nginx
-# and removes WORK. `measure` times a command.
+# and removes WORK (GW_BENCH_KEEP=1 leaves it, so that the next run does not make its files among
+# freshly freed inodes). `measure` times a command.
 BUILD_DIR="${GW_BUILD_DIR:-build}"
 GW="$(cd "$BUILD_DIR" && pwd)/apps/gleanwright/gleanwright"
 WORK="$(mktemp -d "${TMPDIR:-/tmp}/gleanwright-$1-XXXXXX")"
 . scripts/loopback-nginx.sh
 cleanup() {
   nginx_stop
-  rm -rf "$WORK"
+  if [ -n "${GW_BENCH_KEEP:-}" ]; then echo "kept $WORK"; else rm -rf "$WORK"; fi
 }
 trap cleanup EXIT
 

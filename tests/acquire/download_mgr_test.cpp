@@ -77,6 +77,29 @@ class Site {
     s.Post("/search", [](const httplib::Request& req, httplib::Response& res) {
       res.set_content("results page " + req.get_param_value("page"), "text/html");
     });
+    // What each request carried, for the pages that set a cookie named in the query ("set=c").
+    const auto record = [this](const httplib::Request& req, httplib::Response& res) {
+      // Every line of a header, so that one sent twice shows.
+      const auto lines = [&req](const char* name) {
+        std::string values;
+        for (auto [it, end] = req.headers.equal_range(name); it != end; ++it) {
+          values += (values.empty() ? "" : " | ") + it->second;
+        }
+        return values;
+      };
+      Carried c{req.method + " " + req.target, req.body, lines("Content-Type"),
+                lines("Content-Length"), lines("Cookie")};
+      {
+        std::lock_guard lock(mutex_);
+        carried_.push_back(std::move(c));
+      }
+      if (req.has_param("set")) {
+        res.set_header("Set-Cookie", req.get_param_value("set") + "=1; Path=/");
+      }
+      res.set_content(req.method, "text/html");
+    };
+    s.Post("/carried", record);
+    s.Get("/carried", record);
     s.Get("/robots.txt", [this](const httplib::Request&, httplib::Response& res) {
       if (robots_.empty()) {
         res.status = 404;
@@ -143,6 +166,13 @@ class Site {
     std::lock_guard lock(mutex_);
     return log_;
   }
+  struct Carried {
+    std::string request, body, content_type, content_length, cookie;
+  };
+  std::vector<Carried> CarriedRequests() {
+    std::lock_guard lock(mutex_);
+    return carried_;
+  }
   int MaxInFlight() const { return max_in_flight_; }
   void SetRobots(std::string text) { robots_ = std::move(text); }
   void SetRetryAfter(std::string v) { retry_after_ = std::move(v); }
@@ -152,6 +182,7 @@ class Site {
   std::mutex mutex_;
   std::vector<std::string> log_;
   std::vector<std::pair<std::string, Clock::time_point>> times_;
+  std::vector<Carried> carried_;
   std::atomic<int> in_flight_{0}, max_in_flight_{0}, busy_answers_{0};
   Clock::time_point busy_sent_{};
   std::string robots_;
@@ -305,6 +336,45 @@ TEST_F(DownloadTest, AFormRowIsPostedForEachPageOfResults) {
   EXPECT_EQ(ReadFile(dl_ / "p1.htm"), "results page 1");
   EXPECT_EQ(ReadFile(dl_ / "p2.htm"), "results page 2");
   EXPECT_EQ(site.Requests("POST /search"), 2);
+}
+
+// One agent sends every row, one after the other, on the transport its last request handed on:
+// each request carries its own method, body and body headers and nothing of the one before; the
+// cookies are the client's (newest first, each followed by "; "), so each one set is sent from the
+// next request on, once.
+TEST_F(DownloadTest, NothingOfOneRowsRequestIsSentWithTheNext) {
+  Site site;
+  Option(option::kObeyRobotsTxt, Variant(false), DataType::Bool);
+  Option(option::kMaxRequestsPerHost, Variant(1), DataType::Dword);
+  const std::string form = "application/x-www-form-urlencoded";
+  struct Row {
+    std::string uri;
+    Site::Carried carried;
+  };
+  const Row rows[] = {
+      {site.Url("/carried?set=a") + " <FormVars><var name='x' val='1'></var></FormVars>",
+       {"POST /carried?set=a", "x=1", form, "3", ""}},
+      {site.Url("/carried?n=2"), {"GET /carried?n=2", "", "", "", "a=1;"}},
+      {site.Url("/carried?set=b") +
+           " <FormVars><var name='y' val='22'></var><var name='z' val='3'></var></FormVars>",
+       {"POST /carried?set=b", "y=22&z=3", form, "8", "a=1;"}},
+      {site.Url("/carried?n=4"), {"GET /carried?n=4", "", "", "", "b=1; a=1;"}},
+      {site.Url("/carried?n=5"), {"GET /carried?n=5", "", "", "", "b=1; a=1;"}},
+  };
+  for (std::size_t i = 0; i < std::size(rows); ++i) Queue("r" + std::to_string(i), rows[i].uri);
+  Download();
+  const std::vector<Site::Carried> carried = site.CarriedRequests();
+  ASSERT_EQ(carried.size(), std::size(rows));
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    SCOPED_TRACE(rows[i].carried.request);
+    const Site::Carried& want = rows[i].carried;
+    EXPECT_EQ(Col("r" + std::to_string(i), "copy_completion_code"), "Success");
+    EXPECT_EQ(carried[i].request, want.request);
+    EXPECT_EQ(carried[i].body, want.body);
+    EXPECT_EQ(carried[i].content_type, want.content_type);
+    EXPECT_EQ(carried[i].content_length, want.content_length);
+    EXPECT_EQ(carried[i].cookie, want.cookie);
+  }
 }
 
 TEST_F(DownloadTest, RobotsTxtIsObeyedForTheTasksAgent) {
