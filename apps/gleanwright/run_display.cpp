@@ -1,5 +1,6 @@
 #include "run_display.h"
 
+#include <signal.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
@@ -9,7 +10,69 @@
 
 namespace gw::app {
 
-RunDisplay::RunDisplay(std::FILE* out) : out_(out), terminal_(::isatty(::fileno(out)) == 1) {}
+RunDisplay::RunDisplay(std::FILE* out) : out_(out), terminal_(::isatty(::fileno(out)) == 1) {
+  if (terminal_) return;  // every redraw goes out at once
+  // The thread takes no signal: Ctrl-C still interrupts the run's own waits.
+  sigset_t all, old;
+  sigfillset(&all);
+  ::pthread_sigmask(SIG_SETMASK, &all, &old);
+  flusher_ = std::thread([this] { FlushWhenDue(); });
+  ::pthread_sigmask(SIG_SETMASK, &old, nullptr);
+}
+
+RunDisplay::~RunDisplay() {
+  if (flusher_.joinable()) {
+    {
+      std::lock_guard lock(flush_mutex_);
+      stopping_ = true;
+    }
+    flush_wake_.notify_one();
+    flusher_.join();
+  }
+  std::fflush(out_);
+}
+
+void RunDisplay::FlushNow() {
+  if (!terminal_) {
+    std::lock_guard lock(flush_mutex_);
+    held_ = false;
+    last_flush_ = Clock::now();
+  }
+  std::fflush(out_);
+}
+
+void RunDisplay::LineWritten() {
+  const auto now = Clock::now();
+  std::unique_lock lock(flush_mutex_);
+  if (now - last_flush_ >= kFlushEvery) {
+    held_ = false;
+    last_flush_ = now;
+    lock.unlock();
+    std::fflush(out_);
+  } else if (!held_) {
+    held_ = true;
+    lock.unlock();
+    flush_wake_.notify_one();
+  }
+}
+
+void RunDisplay::FlushWhenDue() {
+  std::unique_lock lock(flush_mutex_);
+  for (;;) {
+    flush_wake_.wait(lock, [this] { return held_ || stopping_; });
+    if (stopping_) return;
+    // Pushed out by then unless a later line (or a Note) did it first.
+    const bool done_meanwhile = flush_wake_.wait_until(lock, last_flush_ + kFlushEvery,
+                                                       [this] { return stopping_ || !held_; });
+    if (stopping_) return;
+    if (done_meanwhile) continue;
+    held_ = false;
+    last_flush_ = Clock::now();
+    lock.unlock();
+    std::fflush(out_);  // the stream locks itself against the run's own writes
+    lock.lock();
+  }
+}
 
 int RunDisplay::Width() const {
   winsize ws{};
@@ -39,7 +102,7 @@ void RunDisplay::Transfers(long fetched, long failed, long queued, long long byt
   } else if (queued == 0 || now - last_transfer_line_ >= std::chrono::seconds(2)) {
     last_transfer_line_ = now;
     std::fprintf(out_, "%s\n", TransferText().c_str());
-    std::fflush(out_);
+    LineWritten();
   }
 }
 
@@ -75,7 +138,7 @@ void RunDisplay::Status(const std::string& status) {
     Redraw();
   } else {
     std::fprintf(out_, "%s\n", status.c_str());
-    std::fflush(out_);
+    LineWritten();
   }
 }
 
@@ -83,13 +146,13 @@ void RunDisplay::Note(const std::string& line) {
   if (terminal_ && drawn_) std::fputs("\r\x1b[K", out_);
   std::fprintf(out_, "%s\n", line.c_str());
   if (terminal_ && drawn_) Redraw();
-  std::fflush(out_);
+  FlushNow();
 }
 
 void RunDisplay::Finish() {
   if (terminal_ && drawn_) std::fputs("\n", out_);
   drawn_ = false;
-  std::fflush(out_);
+  FlushNow();
 }
 
 void RunDisplay::Redraw() {

@@ -4,11 +4,20 @@
 // documents fetched, failed and queued with the transfer rate while a task downloads, and the
 // current status. Elsewhere (a pipe, a file): every status on a line of its own, and the download
 // counts on a line of their own at most every two seconds and when a pass has no row left.
+//
+// Lines to a pipe or a file are not pushed out one by one (a run of a thousand documents would
+// make three thousand writes): they go out at most `kFlushEvery` after they were written, by the
+// next line or, when the run waits on something slow, by a thread of the display's own; a Note,
+// Finish and the display's end push out everything at once. What a process killed outright can
+// lose is the lines of its last `kFlushEvery`.
 #pragma once
 
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
+#include <mutex>
 #include <string>
+#include <thread>
 
 namespace gw::app {
 
@@ -16,6 +25,13 @@ class RunDisplay {
  public:
   // Draws on `out`; a terminal when `out` is one.
   explicit RunDisplay(std::FILE* out);
+  // Pushes out what is still held (also when a failure unwinds the run).
+  ~RunDisplay();
+  RunDisplay(const RunDisplay&) = delete;
+  RunDisplay& operator=(const RunDisplay&) = delete;
+
+  // The longest a line written to a pipe or a file is held before it goes out.
+  static constexpr std::chrono::milliseconds kFlushEvery{200};
 
   // A new stretch of progress (a task begins to fetch): the bar starts again.
   void ResetProgress();
@@ -35,9 +51,16 @@ class RunDisplay {
   bool IsTerminal() const { return terminal_; }
 
  private:
+  using Clock = std::chrono::steady_clock;
+
   void Redraw();
   int Width() const;
   std::string TransferText() const;
+  // A line went to a pipe or a file: out now when the last push is `kFlushEvery` ago, else by the
+  // flushing thread by then.
+  void LineWritten();
+  void FlushNow();
+  void FlushWhenDue();
 
   std::FILE* out_;
   bool terminal_;
@@ -45,11 +68,18 @@ class RunDisplay {
   long done_ = 0;
   long max_ = 0;
   std::string status_;
-  using Clock = std::chrono::steady_clock;
   bool transfers_ = false;
   long fetched_ = 0, failed_ = 0, queued_ = 0;
   long long bytes_ = 0;
   Clock::time_point transfers_began_{}, last_transfer_line_{};
+
+  // Shared with the flushing thread (only when not on a terminal).
+  std::mutex flush_mutex_;
+  std::condition_variable flush_wake_;
+  bool held_ = false;  // lines written since the last push
+  bool stopping_ = false;
+  Clock::time_point last_flush_{};
+  std::thread flusher_;
 };
 
 }  // namespace gw::app

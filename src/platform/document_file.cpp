@@ -37,19 +37,29 @@ std::string ReadFileBytes(const std::string& path, std::string_view source) {
     throw folder_error();
   }
   // Read in one piece when the size is known, then on to the end (a file may grow meanwhile).
+  // The piece asked for is one byte longer than the file: a read that stops short at the size
+  // looked at has met the end, and no further read is needed to find it.
   std::string bytes;
   if (known && S_ISREG(st.st_mode)) {
     const auto size = static_cast<std::size_t>(st.st_size);
-    bytes.resize(size);
+    bytes.resize(size + 1);
     std::size_t got = 0;
-    while (got < size) {
-      const ssize_t n = ::read(fd, bytes.data() + got, size - got);
+    bool at_end = false;
+    while (got <= size) {
+      const ssize_t n = ::read(fd, bytes.data() + got, size + 1 - got);
       if (n < 0 && errno == EINTR) continue;
-      if (n <= 0) break;
+      if (n <= 0) {
+        at_end = true;
+        break;
+      }
       got += static_cast<std::size_t>(n);
+      if (got == size) {
+        at_end = true;
+        break;
+      }
     }
     bytes.resize(got);
-    if (got < size) {
+    if (at_end) {
       ::close(fd);
       return bytes;
     }

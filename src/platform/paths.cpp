@@ -85,6 +85,7 @@ FileCheck CheckDocumentFile(const std::filesystem::path& path) {
   }
   FileCheck readable;
   readable.permissions = st.st_mode & 07777;
+  readable.size = static_cast<long long>(st.st_size);
   return readable;
 }
 

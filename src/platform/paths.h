@@ -23,8 +23,9 @@ struct FileCheck {
   // The end of a sentence: "it is a folder", "it is a named pipe, which is never opened",
   // "Permission denied"; empty when readable.
   std::string reason;
-  // The file's permission bits as it was looked at (set when readable).
+  // The file's permission bits and size as it was looked at (set when readable).
   unsigned permissions = 0;
+  long long size = 0;
   bool Ok() const { return kind == kReadable; }
 };
 FileCheck CheckDocumentFile(const std::filesystem::path& path);

@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <fstream>
 
 #include "platform/charset.h"
+#include "platform/document_file.h"
 #include "platform/error.h"
 #include "platform/event_loop.h"
 #include "platform/process.h"
@@ -93,6 +95,24 @@ TEST(EncodeFromUtf8, WritesBackInTheSetAndReferencesWhatItCannotHold) {
   const DecodedText d = DecodeToUtf8(cyrillic);
   EXPECT_EQ(EncodeFromUtf8(d.text, d.charset), cyrillic);
   EXPECT_THROW(EncodeFromUtf8("x", "no-such-charset"), Error);
+}
+
+// The whole file whatever its size says: exactly its bytes when the size is right, and the text
+// of a file that says it has none (as the kernel's own files do).
+TEST(ReadFileBytes, ReadsTheWholeFileWhateverItsSizeSays) {
+  testing::TempDir dir;
+  for (const std::size_t size : {std::size_t{0}, std::size_t{1}, std::size_t{4096},
+                                 std::size_t{65536}, std::size_t{200001}}) {
+    SCOPED_TRACE(size);
+    std::string bytes(size, '\0');
+    for (std::size_t k = 0; k < size; ++k) bytes[k] = static_cast<char>('a' + k % 26);
+    const std::string path = (dir.Path() / ("f" + std::to_string(size))).string();
+    std::ofstream(path, std::ios::binary) << bytes;
+    EXPECT_EQ(ReadFileBytes(path, "Tests.Read"), bytes);
+  }
+  const std::string status = ReadFileBytes("/proc/self/status", "Tests.Read");
+  EXPECT_EQ(status.rfind("Name:", 0), 0u) << status;
+  EXPECT_NE(status.find("\nPid:"), std::string::npos) << status;
 }
 
 TEST(ChildProcess, PollingSeesTheEndWithoutBlocking) {
