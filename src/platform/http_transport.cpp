@@ -114,10 +114,50 @@ struct HandleOptions {
   bool has_body = false;
   long resolve_ms = 0, connect_ms = 0, send_ms = 0, receive_ms = 0;
   std::string user_agent;
+  bool agent_for_proxy = false;  // the agent also given to curl, for a proxy's CONNECT
   bool server_credentials = false, proxy_credentials = false;
   std::string user, password, proxy_user, proxy_password;
   HttpTransportSettings settings;
 };
+
+// Whether the environment names a proxy that curl may use when no proxy is set (curl reads
+// these variables itself at every transfer; a superset of its names is fine here).
+bool EnvironmentNamesAProxy() {
+  static constexpr std::string_view kNames[] = {
+      "http_proxy=", "HTTP_PROXY=", "https_proxy=", "HTTPS_PROXY=", "all_proxy=", "ALL_PROXY="};
+  for (char** e = environ; e && *e; ++e) {
+    const std::string_view entry(*e);
+    if (entry.empty() || (entry[0] != 'h' && entry[0] != 'H' && entry[0] != 'a' && entry[0] != 'A'))
+      continue;
+    for (std::string_view name : kNames) {
+      if (entry.size() > name.size() && entry.compare(0, name.size(), name) == 0) return true;
+    }
+  }
+  return false;
+}
+
+// The "Accept-Encoding" line curl itself would send for CURLOPT_ACCEPT_ENCODING "": every
+// coding this libcurl decodes, in its order.
+const std::string& AcceptEncodingLine() {
+  static const std::string line = [] {
+    const curl_version_info_data* v = curl_version_info(CURLVERSION_NOW);
+    std::string codings;
+    const auto add = [&codings](const char* coding) {
+      if (!codings.empty()) codings += ", ";
+      codings += coding;
+    };
+    if (v->features & CURL_VERSION_LIBZ) {
+      add("deflate");
+      add("gzip");
+    }
+    if (v->features & CURL_VERSION_BROTLI) add("br");
+#ifdef CURL_VERSION_ZSTD
+    if (v->features & CURL_VERSION_ZSTD) add("zstd");
+#endif
+    return codings.empty() ? std::string() : "Accept-Encoding: " + codings;
+  }();
+  return line;
+}
 
 // An easy handle and the options it was last configured with (none: it holds the defaults).
 struct PooledHandle {
@@ -224,6 +264,9 @@ struct HttpTransport::Impl {
   bool server_credentials = false, proxy_credentials = false;
   long resolve_ms = 0, connect_ms = 60000, send_ms = 30000, receive_ms = 30000;
   std::string user_agent;
+  // The agent goes out as one of the request's headers (curl formats its own agent line twice
+  // per request); it is given to curl as well only when a proxy may be used, for the CONNECT.
+  bool agent_for_proxy = false;
   HttpTransportSettings settings;
   std::string body;
   bool has_body = false;
@@ -234,6 +277,7 @@ struct HttpTransport::Impl {
   // What `header_list` was made from; a request sending the same headers keeps it.
   std::vector<std::pair<std::string, std::string>> listed_headers;
   bool listed_expect = false;
+  std::string listed_user_agent;
   bool listed = false;
   char error_buffer[CURL_ERROR_SIZE] = {};
   // The options `easy` was last configured with; none: it holds curl's defaults.
@@ -672,9 +716,10 @@ bool HttpTransport::Impl::ConfiguredAsNow() const {
   const HandleOptions& o = *configured;
   return o.method == method && o.has_body == has_body && o.resolve_ms == resolve_ms &&
          o.connect_ms == connect_ms && o.send_ms == send_ms && o.receive_ms == receive_ms &&
-         o.user_agent == user_agent && o.server_credentials == server_credentials &&
-         o.proxy_credentials == proxy_credentials && o.user == user && o.password == password &&
-         o.proxy_user == proxy_user && o.proxy_password == proxy_password && o.settings == settings;
+         o.user_agent == user_agent && o.agent_for_proxy == agent_for_proxy &&
+         o.server_credentials == server_credentials && o.proxy_credentials == proxy_credentials &&
+         o.user == user && o.password == password && o.proxy_user == proxy_user &&
+         o.proxy_password == proxy_password && o.settings == settings;
 }
 
 void HttpTransport::Impl::Configure() {
@@ -684,14 +729,15 @@ void HttpTransport::Impl::Configure() {
   last_up = last_down = 0;
   Touch();
 
+  agent_for_proxy = !user_agent.empty() && (!settings.proxy.empty() || EnvironmentNamesAProxy());
   if (!ConfiguredAsNow()) {
     if (configured) curl_easy_reset(h);
     configured.reset();
     ConfigureHandle();
-    configured =
-        HandleOptions{method,     has_body,   resolve_ms,         connect_ms,        send_ms,
-                      receive_ms, user_agent, server_credentials, proxy_credentials, user,
-                      password,   proxy_user, proxy_password,     settings};
+    configured = HandleOptions{
+        method,     has_body,   resolve_ms,      connect_ms,         send_ms,
+        receive_ms, user_agent, agent_for_proxy, server_credentials, proxy_credentials,
+        user,       password,   proxy_user,      proxy_password,     settings};
   }
 
   // What belongs to this request alone.
@@ -709,7 +755,8 @@ void HttpTransport::Impl::Configure() {
   // Headers, in the order they were set. The body's length is always its real length, and no
   // "Expect: 100-continue" round trip is made.
   const bool body_expected = has_body || method == "POST";
-  if (!(listed && listed_expect == body_expected && listed_headers == headers)) {
+  if (!(listed && listed_expect == body_expected && listed_user_agent == user_agent &&
+        listed_headers == headers)) {
     MakeHeaderList(body_expected);
   }
   curl_easy_setopt(h, CURLOPT_HTTPHEADER, header_list.get());
@@ -718,23 +765,34 @@ void HttpTransport::Impl::Configure() {
 void HttpTransport::Impl::MakeHeaderList(bool body_expected) {
   listed = false;
   curl_slist* list = nullptr;
-  bool has_expect = false;
-  for (const auto& [name, value] : headers) {
-    if (text::EqualsNoCase(name, "Content-Length")) continue;
-    if (text::EqualsNoCase(name, "Expect")) has_expect = true;
-    const std::string line = value.empty() ? name + ";" : name + ": " + value;
-    curl_slist* grown = curl_slist_append(list, line.c_str());
+  const auto append = [&list](const char* line) {
+    curl_slist* grown = curl_slist_append(list, line);
     if (!grown) {
       curl_slist_free_all(list);
       throw Error(httperr::kOutOfMemory, "HttpTransport", "Out of memory");
     }
     list = grown;
+  };
+  bool has_expect = false, has_agent = false, has_encoding = false;
+  for (const auto& [name, value] : headers) {
+    if (text::EqualsNoCase(name, "Expect")) has_expect = true;
+    if (text::EqualsNoCase(name, "User-Agent")) has_agent = true;
+    if (text::EqualsNoCase(name, "Accept-Encoding")) has_encoding = true;
+  }
+  // The agent and the codings curl decodes, where curl would have put its own lines (a header
+  // of the request's own overrides them, as it overrides curl's).
+  if (!has_agent && !user_agent.empty()) append(("User-Agent: " + user_agent).c_str());
+  if (!has_encoding && !AcceptEncodingLine().empty()) append(AcceptEncodingLine().c_str());
+  for (const auto& [name, value] : headers) {
+    if (text::EqualsNoCase(name, "Content-Length")) continue;
+    append((value.empty() ? name + ";" : name + ": " + value).c_str());
   }
   // curl asks for "100-continue" only before a body.
-  if (!has_expect && body_expected) list = curl_slist_append(list, "Expect:");
+  if (!has_expect && body_expected) append("Expect:");
   header_list.reset(list);
   listed_headers = headers;
   listed_expect = body_expected;
+  listed_user_agent = user_agent;
   listed = true;
 }
 
@@ -780,7 +838,7 @@ void HttpTransport::Impl::ConfigureHandle() {
       curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
     }
   }
-  if (!user_agent.empty()) curl_easy_setopt(h, CURLOPT_USERAGENT, user_agent.c_str());
+  if (agent_for_proxy) curl_easy_setopt(h, CURLOPT_USERAGENT, user_agent.c_str());
 
   if (server_credentials) {
     curl_easy_setopt(h, CURLOPT_USERNAME, user.c_str());

@@ -61,6 +61,15 @@ bool IsRightDigest(const std::string& method, const std::string& header) {
                                  p["qop"] + ":" + ha2);
 }
 
+// Every value a request gave the header, joined by "|": a header sent twice shows.
+std::string AllValues(const httplib::Request& req, const char* name) {
+  std::string all;
+  for (std::size_t k = 0; k < req.get_header_value_count(name); ++k) {
+    all += (k == 0 ? "" : "|") + req.get_header_value(name, k);
+  }
+  return all;
+}
+
 struct Seen {
   std::string method;
   std::string path;
@@ -71,6 +80,7 @@ struct Seen {
   std::string user_agent;
   std::string referer;
   std::string content_type;
+  std::string accept_encoding;
 };
 
 class HttpExchangeTest : public ::testing::Test {
@@ -91,9 +101,10 @@ class HttpExchangeTest : public ::testing::Test {
                 req.body,
                 req.get_header_value("Cookie"),
                 req.get_header_value("Authorization"),
-                req.get_header_value("User-Agent"),
+                AllValues(req, "User-Agent"),
                 req.get_header_value("Referer"),
-                req.get_header_value("Content-Type")};
+                req.get_header_value("Content-Type"),
+                AllValues(req, "Accept-Encoding")};
       for (const auto& [k, v] : req.params) {
         seen.query += (seen.query.empty() ? "" : "&") + k + "=" + v;
       }
@@ -353,6 +364,8 @@ TEST_F(HttpExchangeTest, AClientsRequestsShareATransportAndInheritNothing) {
       EXPECT_EQ(seen[n].method, step.method);
       EXPECT_EQ(seen[n].user_agent, step.user_agent.empty() ? DefaultUserAgent() : step.user_agent);
       EXPECT_EQ(seen[n].referer, step.referer);
+      EXPECT_NE(seen[n].accept_encoding.find("gzip"), std::string::npos) << seen[n].accept_encoding;
+      EXPECT_EQ(seen[n].accept_encoding.find('|'), std::string::npos) << seen[n].accept_encoding;
     }
     // Credentials are given when the server asks for them, never before.
     EXPECT_EQ(seen[before].authorization, "");
@@ -517,6 +530,7 @@ TEST_F(HttpExchangeTest, CompressedBodiesAreAskedForAndDecoded) {
     auto request = Request("/compressible");
     request->Headers().Set("Accept-Encoding", coding);
     const auto response = request->GetResponse();
+    EXPECT_EQ(SeenRequests().back().accept_encoding, coding);
     ASSERT_NE(response->Headers().Find("Content-Encoding"), nullptr);
     EXPECT_EQ((*response->Headers().Find("Content-Encoding"))->Value(), coding);
     EXPECT_EQ(response->BodyText().ToString(), std::string(5000, 'z') + " end");
@@ -925,6 +939,10 @@ class ProxyTest : public HttpExchangeTest {
     // A forwarding proxy that wants "puser:ppw" and answers for the origin itself.
     proxy_.Http().Get(".*", [this](const httplib::Request& req, httplib::Response& res) {
       ++proxied_;
+      {
+        std::lock_guard lock(proxy_mutex_);
+        proxy_agents_ = AllValues(req, "User-Agent");
+      }
       if (req.get_header_value("Proxy-Authorization") != "Basic cHVzZXI6cHB3") {
         res.status = 407;
         res.set_header("Proxy-Authenticate", "Basic realm=\"proxy\"");
@@ -940,8 +958,14 @@ class ProxyTest : public HttpExchangeTest {
     proxy_.Stop();
     HttpExchangeTest::TearDown();
   }
+  std::string ProxyAgents() {
+    std::lock_guard lock(proxy_mutex_);
+    return proxy_agents_;
+  }
   LoopbackHttpServer proxy_;
   std::atomic<int> proxied_{0};
+  std::mutex proxy_mutex_;
+  std::string proxy_agents_;  // of the last request the proxy got
 };
 
 TEST_F(ProxyTest, ProxyChallenge) {
@@ -969,6 +993,7 @@ TEST_F(ProxyTest, ProxyChallenge) {
     client->GetPage(target);
     EXPECT_EQ(client->HttpResponse()->StatusCode(), 200);
     EXPECT_EQ(client->HttpResponse()->BodyText().ToString(), "via proxy: " + target);
+    EXPECT_EQ(ProxyAgents(), DefaultUserAgent());
   }
   {
     SCOPED_TRACE("bypassed");
@@ -988,6 +1013,7 @@ TEST_F(ProxyTest, WithoutAProxySettingTheEnvironmentsProxyIsUsed) {
   auto client = HttpClient::Create();
   client->GetPage("http://origin.test/x");
   EXPECT_EQ(client->HttpResponse()->BodyText().ToString(), "via proxy: http://origin.test/x");
+  EXPECT_EQ(ProxyAgents(), DefaultUserAgent());
 }
 
 // ---- certificates -----------------------------------------------------------------------------
