@@ -126,14 +126,58 @@ bool EnvironmentNamesAProxy() {
   static constexpr std::string_view kNames[] = {
       "http_proxy=", "HTTP_PROXY=", "https_proxy=", "HTTPS_PROXY=", "all_proxy=", "ALL_PROXY="};
   for (char** e = environ; e && *e; ++e) {
-    const std::string_view entry(*e);
-    if (entry.empty() || (entry[0] != 'h' && entry[0] != 'H' && entry[0] != 'a' && entry[0] != 'A'))
-      continue;
+    const char* entry = *e;
+    if (entry[0] != 'h' && entry[0] != 'H' && entry[0] != 'a' && entry[0] != 'A') continue;
     for (std::string_view name : kNames) {
-      if (entry.size() > name.size() && entry.compare(0, name.size(), name) == 0) return true;
+      if (std::strncmp(entry, name.data(), name.size()) == 0 && entry[name.size()] != '\0') {
+        return true;
+      }
     }
   }
   return false;
+}
+
+// Bodies that responses no longer need, kept for the next responses of the thread: a page's
+// body is then written into memory that is already there instead of a fresh block each time.
+class SpareBodies {
+ public:
+  static constexpr std::size_t kKept = 8;
+  static constexpr std::size_t kSmallest = 1024, kLargest = 256 * 1024;
+
+  // Gives `body` (empty) the spare buffer that best fits `want` bytes, when one is kept.
+  void Take(std::string& body, std::size_t want) {
+    std::size_t best = spare_.size();
+    for (std::size_t k = 0; k < spare_.size(); ++k) {
+      const std::size_t c = spare_[k].capacity();
+      if (c >= want && (best == spare_.size() || c < spare_[best].capacity())) best = k;
+    }
+    if (best == spare_.size()) return;
+    body.swap(spare_[best]);
+    spare_[best].swap(spare_.back());
+    spare_.pop_back();
+  }
+  void Keep(std::string&& body) noexcept {
+    const std::size_t c = body.capacity();
+    if (c < kSmallest || c > kLargest || spare_.size() >= kKept) return;
+    body.clear();
+    spare_.push_back(std::move(body));  // no allocation: reserved below
+  }
+  SpareBodies() { spare_.reserve(kKept); }
+
+ private:
+  std::vector<std::string> spare_;
+};
+
+// Set when the thread's spares are gone: a response destroyed later (by a thread's or the
+// program's exit) frees its body itself.
+thread_local bool spares_gone = false;
+
+SpareBodies* Spares() {
+  thread_local struct Holder {
+    SpareBodies spare;
+    ~Holder() { spares_gone = true; }
+  } holder;
+  return spares_gone ? nullptr : &holder.spare;
 }
 
 // The "Accept-Encoding" line curl itself would send for CURLOPT_ACCEPT_ENCODING "": every
@@ -702,6 +746,10 @@ const std::string& HttpTransport::ResponseBody() const {
   return impl_->response_body;
 }
 
+void HttpTransport::RecycleBody(std::string&& body) noexcept {
+  if (SpareBodies* spares = Spares()) spares->Keep(std::move(body));
+}
+
 std::string HttpTransport::TakeResponseBody() {
   impl_->RequireResponse("ResponseBody");
   return std::move(impl_->response_body);
@@ -891,8 +939,11 @@ size_t HttpTransport::Impl::OnBody(char* data, size_t size, size_t n, void* user
   if (m->response_body.empty()) {
     curl_off_t length = -1;
     curl_easy_getinfo(m->easy.get(), CURLINFO_CONTENT_LENGTH_DOWNLOAD_T, &length);
-    if (length > 0 && length < (curl_off_t{1} << 30)) {
-      m->response_body.reserve(static_cast<std::size_t>(length));
+    const std::size_t want =
+        length > 0 && length < (curl_off_t{1} << 30) ? static_cast<std::size_t>(length) : size * n;
+    if (m->response_body.capacity() < want) {
+      if (SpareBodies* spares = Spares()) spares->Take(m->response_body, want);
+      m->response_body.reserve(want);
     }
   }
   m->response_body.append(data, size * n);

@@ -93,6 +93,9 @@ class HttpTransport : public std::enable_shared_from_this<HttpTransport> {
   const std::string& ResponseBody() const;
   // Moves the body out (later reads of the body give ""): for a reader that keeps its own copy.
   std::string TakeResponseBody();
+  // A body taken out and no longer needed: its memory may hold a later response's body on this
+  // thread (a few buffers of moderate size are kept; the rest is freed).
+  static void RecycleBody(std::string&& body) noexcept;
   // The address of the open request.
   const std::string& Url() const noexcept;
 

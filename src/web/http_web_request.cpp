@@ -20,6 +20,8 @@ HttpStatusType StatusTypeOf(long code) noexcept {
 
 // ---- HttpWebResponse ------------------------------------------------------------------------
 
+HttpWebResponse::~HttpWebResponse() { HttpTransport::RecycleBody(std::move(raw_body_)); }
+
 std::string HttpWebResponse::Method() const { return text::ToUpper(method_); }
 
 std::shared_ptr<Stream> HttpWebResponse::BodyStream() const {

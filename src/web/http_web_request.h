@@ -53,6 +53,8 @@ class HttpWebRequest;
 class HttpWebResponse : public Object {
  public:
   static std::shared_ptr<HttpWebResponse> Create() { return std::make_shared<HttpWebResponse>(); }
+  HttpWebResponse() = default;
+  ~HttpWebResponse() override;  // its body's memory may serve a later response
   std::string TypeName() const override { return "HttpWebResponse"; }
 
   long StatusCode() const noexcept { return status_code_; }

@@ -1,5 +1,6 @@
 #include "web/uri.h"
 
+#include <algorithm>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -99,6 +100,12 @@ std::string NormalizedScheme(std::string_view s) { return text::ToLower(text::Tr
 // A port text as the runtime reads a number: a numeric text that fits a Long, rounded; anything
 // else is no port.
 bool TryReadPort(const std::string& text, long& port) {
+  // Plain digits read as themselves (the common case, without the runtime's conversion).
+  if (!text.empty() && text.size() <= 9 &&
+      std::all_of(text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; })) {
+    port = std::stol(text);
+    return true;
+  }
   const Variant value(text);
   if (!value.IsNumeric()) return false;
   try {

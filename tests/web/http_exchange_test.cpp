@@ -190,6 +190,22 @@ class HttpExchangeTest : public ::testing::Test {
     s.Get("/compressible", [](const httplib::Request&, httplib::Response& res) {
       res.set_content(std::string(5000, 'z') + " end", "text/html; charset=utf-8");
     });
+    // N bytes that differ from page to page; "chunked" sends them without a length.
+    s.Get(R"(/bytes/(\d+)(/chunked)?)", [](const httplib::Request& req, httplib::Response& res) {
+      const std::size_t n = std::stoul(req.matches[1]);
+      std::string body(n, static_cast<char>('a' + n % 26));
+      if (n > 0) body.back() = '!';
+      if (req.matches[2].length() == 0) {
+        res.set_content(body, "application/octet-stream");
+        return;
+      }
+      res.set_chunked_content_provider("application/octet-stream",
+                                       [body](std::size_t, httplib::DataSink& sink) {
+                                         sink.write(body.data(), body.size());
+                                         sink.done();
+                                         return true;
+                                       });
+    });
     s.Get("/stall", [this](const httplib::Request&, httplib::Response& res) {
       std::unique_lock lock(stall_mutex_);
       stall_cv_.wait_for(lock, std::chrono::seconds(10), [this] { return release_stall_; });
@@ -534,6 +550,39 @@ TEST_F(HttpExchangeTest, CompressedBodiesAreAskedForAndDecoded) {
     ASSERT_NE(response->Headers().Find("Content-Encoding"), nullptr);
     EXPECT_EQ((*response->Headers().Find("Content-Encoding"))->Value(), coding);
     EXPECT_EQ(response->BodyText().ToString(), std::string(5000, 'z') + " end");
+  }
+}
+
+// Bodies of responses let go lend their memory to later ones: a body still held must not
+// change, and every later body must be exactly its own, whatever the sizes and whether the
+// length was announced.
+TEST_F(HttpExchangeTest, BodiesStayIntactWhileLaterResponsesReuseTheMemoryOfDroppedOnes) {
+  const std::vector<std::string> paths = {
+      "/bytes/20000",         "/bytes/3000",  "/bytes/300000",
+      "/bytes/20000/chunked", "/bytes/0",     "/bytes/70000",
+      "/bytes/1500",          "/bytes/20000", "/bytes/5000/chunked",
+      "/bytes/250000/chunked"};
+  const auto expected = [](const std::string& path) {
+    const std::size_t n = std::stoul(path.substr(7));
+    std::string body(n, static_cast<char>('a' + n % 26));
+    if (n > 0) body.back() = '!';
+    return body;
+  };
+  std::vector<std::shared_ptr<HttpWebResponse>> held;
+  auto client = HttpClient::Create();
+  for (int round = 0; round < 3; ++round) {
+    for (std::size_t k = 0; k < paths.size(); ++k) {
+      SCOPED_TRACE(std::to_string(round) + ": " + paths[k]);
+      client->GetPage(server_.Url(paths[k]), k % 2 == 1);
+      ASSERT_TRUE(EventLoop::Current().RunUntil([&] { return client->IsReady(); },
+                                                std::chrono::seconds(10)));
+      EXPECT_EQ(client->HttpResponse()->ResponseBody(), expected(paths[k]));
+      if (k % 3 == 0) held.push_back(client->HttpResponse());  // the others are dropped
+    }
+  }
+  for (std::size_t k = 0; k < held.size(); ++k) {
+    SCOPED_TRACE("held " + std::to_string(k));
+    EXPECT_EQ(held[k]->ResponseBody(), expected(paths[(k % 4) * 3]));
   }
 }
 
