@@ -322,6 +322,9 @@ struct HttpTransport::Impl {
   std::vector<std::pair<std::string, std::string>> listed_headers;
   bool listed_expect = false;
   std::string listed_user_agent;
+  // The handle's pointers into this request (its buffers, its header list) are set: a handle
+  // that came from the pool or was reset points elsewhere or nowhere.
+  bool points_here = false;
   bool listed = false;
   char error_buffer[CURL_ERROR_SIZE] = {};
   // The options `easy` was last configured with; none: it holds curl's defaults.
@@ -684,6 +687,7 @@ void HttpTransport::Start() {
     PooledHandle pooled = State().pool.Take();
     m.easy = std::move(pooled.handle);
     m.configured = std::move(pooled.options);
+    m.points_here = false;
   }
   m.Configure();
   if (!m.async) {
@@ -781,6 +785,7 @@ void HttpTransport::Impl::Configure() {
   if (!ConfiguredAsNow()) {
     if (configured) curl_easy_reset(h);
     configured.reset();
+    points_here = false;
     ConfigureHandle();
     configured = HandleOptions{
         method,     has_body,   resolve_ms,      connect_ms,         send_ms,
@@ -790,11 +795,13 @@ void HttpTransport::Impl::Configure() {
 
   // What belongs to this request alone.
   curl_easy_setopt(h, CURLOPT_URL, url.c_str());
-  curl_easy_setopt(h, CURLOPT_ERRORBUFFER, error_buffer);
-  curl_easy_setopt(h, CURLOPT_HEADERDATA, this);
-  curl_easy_setopt(h, CURLOPT_WRITEDATA, this);
-  curl_easy_setopt(h, CURLOPT_XFERINFODATA, this);
-  curl_easy_setopt(h, CURLOPT_PREREQDATA, this);
+  if (!points_here) {
+    curl_easy_setopt(h, CURLOPT_ERRORBUFFER, error_buffer);
+    curl_easy_setopt(h, CURLOPT_HEADERDATA, this);
+    curl_easy_setopt(h, CURLOPT_WRITEDATA, this);
+    curl_easy_setopt(h, CURLOPT_XFERINFODATA, this);
+    curl_easy_setopt(h, CURLOPT_PREREQDATA, this);
+  }
   if (method != "GET" && method != "HEAD" && (has_body || method == "POST")) {
     curl_easy_setopt(h, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
     curl_easy_setopt(h, CURLOPT_POSTFIELDS, body.data());
@@ -806,8 +813,10 @@ void HttpTransport::Impl::Configure() {
   if (!(listed && listed_expect == body_expected && listed_user_agent == user_agent &&
         listed_headers == headers)) {
     MakeHeaderList(body_expected);
+    points_here = false;
   }
-  curl_easy_setopt(h, CURLOPT_HTTPHEADER, header_list.get());
+  if (!points_here) curl_easy_setopt(h, CURLOPT_HTTPHEADER, header_list.get());
+  points_here = true;
 }
 
 void HttpTransport::Impl::MakeHeaderList(bool body_expected) {
