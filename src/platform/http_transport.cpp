@@ -114,7 +114,7 @@ struct HandleOptions {
   bool has_body = false;
   long resolve_ms = 0, connect_ms = 0, send_ms = 0, receive_ms = 0;
   std::string user_agent;
-  bool agent_for_proxy = false;  // the agent also given to curl, for a proxy's CONNECT
+  bool proxy_possible = false;  // a proxy set, or named by the environment
   bool server_credentials = false, proxy_credentials = false;
   std::string user, password, proxy_user, proxy_password;
   HttpTransportSettings settings;
@@ -308,9 +308,11 @@ struct HttpTransport::Impl {
   bool server_credentials = false, proxy_credentials = false;
   long resolve_ms = 0, connect_ms = 60000, send_ms = 30000, receive_ms = 30000;
   std::string user_agent;
-  // The agent goes out as one of the request's headers (curl formats its own agent line twice
-  // per request); it is given to curl as well only when a proxy may be used, for the CONNECT.
-  bool agent_for_proxy = false;
+  // A proxy is set or the environment names one. The agent goes out as one of the request's
+  // headers (curl formats its own agent line twice per request); it is given to curl as well
+  // only when a proxy may be used, for the CONNECT. When none may be, curl is told so and does
+  // not read the environment at every transfer.
+  bool proxy_possible = false;
   HttpTransportSettings settings;
   std::string body;
   bool has_body = false;
@@ -768,7 +770,7 @@ bool HttpTransport::Impl::ConfiguredAsNow() const {
   const HandleOptions& o = *configured;
   return o.method == method && o.has_body == has_body && o.resolve_ms == resolve_ms &&
          o.connect_ms == connect_ms && o.send_ms == send_ms && o.receive_ms == receive_ms &&
-         o.user_agent == user_agent && o.agent_for_proxy == agent_for_proxy &&
+         o.user_agent == user_agent && o.proxy_possible == proxy_possible &&
          o.server_credentials == server_credentials && o.proxy_credentials == proxy_credentials &&
          o.user == user && o.password == password && o.proxy_user == proxy_user &&
          o.proxy_password == proxy_password && o.settings == settings;
@@ -781,16 +783,16 @@ void HttpTransport::Impl::Configure() {
   last_up = last_down = 0;
   Touch();
 
-  agent_for_proxy = !user_agent.empty() && (!settings.proxy.empty() || EnvironmentNamesAProxy());
+  proxy_possible = !settings.proxy.empty() || EnvironmentNamesAProxy();
   if (!ConfiguredAsNow()) {
     if (configured) curl_easy_reset(h);
     configured.reset();
     points_here = false;
     ConfigureHandle();
-    configured = HandleOptions{
-        method,     has_body,   resolve_ms,      connect_ms,         send_ms,
-        receive_ms, user_agent, agent_for_proxy, server_credentials, proxy_credentials,
-        user,       password,   proxy_user,      proxy_password,     settings};
+    configured =
+        HandleOptions{method,     has_body,   resolve_ms,     connect_ms,         send_ms,
+                      receive_ms, user_agent, proxy_possible, server_credentials, proxy_credentials,
+                      user,       password,   proxy_user,     proxy_password,     settings};
   }
 
   // What belongs to this request alone.
@@ -895,14 +897,19 @@ void HttpTransport::Impl::ConfigureHandle() {
       curl_easy_setopt(h, CURLOPT_HTTPGET, 1L);
     }
   }
-  if (agent_for_proxy) curl_easy_setopt(h, CURLOPT_USERAGENT, user_agent.c_str());
+  if (proxy_possible && !user_agent.empty()) {
+    curl_easy_setopt(h, CURLOPT_USERAGENT, user_agent.c_str());
+  }
 
   if (server_credentials) {
     curl_easy_setopt(h, CURLOPT_USERNAME, user.c_str());
     curl_easy_setopt(h, CURLOPT_PASSWORD, password.c_str());
     curl_easy_setopt(h, CURLOPT_HTTPAUTH, CURLAUTH_ANY);
   }
-  if (!settings.proxy.empty()) {
+  if (!proxy_possible) {
+    curl_easy_setopt(h, CURLOPT_PROXY, "");
+    curl_easy_setopt(h, CURLOPT_NOPROXY, "");
+  } else if (!settings.proxy.empty()) {
     curl_easy_setopt(h, CURLOPT_PROXY, settings.proxy.c_str());
     const std::string no_proxy = NoProxyList(settings.proxy_bypass);
     curl_easy_setopt(h, CURLOPT_NOPROXY, no_proxy.c_str());  // copied by curl
