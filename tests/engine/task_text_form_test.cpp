@@ -89,11 +89,6 @@ TEST_F(TaskTextFormTest, EverySettingComesBackThroughTheStore) {
 TEST_F(TaskTextFormTest, PiecesComeOutInAnyOrderAndUnknownOnesAreKept) {
   auto job = NewJob("Form");
   auto task = AddTask(job, "T", 1, TaskTypes::DownloadOnly);
-  task->SetDoValidation(5);
-  EXPECT_EQ(task->DoValidation(), 1);
-  task->SetDoValidation(-3);
-  EXPECT_EQ(task->DoValidation(), -1);
-
   // A stored text whose saver and client pieces came first, and whose crawler piece is not empty.
   auto crawler = Crawler::Create();
   crawler->SetMaxDepth(4);

@@ -115,21 +115,18 @@ TEST(ReportAs, ValuesAreFormattedOnlyWhenAnErrorPasses) {
 
 TEST(ReportAs, AnApplicationErrorCarriesNoValuesAndOtherFailuresBecomeErrors) {
   const std::string secret = "value";
-  try {
+  const Error planned = testing::CaughtError([&] {
     ReportAs("Tests.Planned(Arg)", Args(secret),
              [] { throw Error(errnum::kAppRangeFirst + 1, "s", "Name already taken"); });
-  } catch (const Error& e) {
-    ASSERT_EQ(e.Frames().size(), 1u);
-    EXPECT_TRUE(e.Frames()[0].values.empty());
-    EXPECT_EQ(e.Description(), "Name already taken");
-  }
-  try {
-    ReportAs("Tests.Std(Arg)", Args(secret), [] { throw std::runtime_error("boom"); });
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kProviderError);
-    EXPECT_EQ(e.Source(), "Tests.Std(Arg)");
-    EXPECT_EQ(e.Frames().at(0).values.at(0).text, "'value'");
-  }
+  });
+  ASSERT_EQ(planned.Frames().size(), 1u);
+  EXPECT_TRUE(planned.Frames()[0].values.empty());
+  EXPECT_EQ(planned.Description(), "Name already taken");
+  const Error other = testing::CaughtError(
+      [&] { ReportAs("Tests.Std(Arg)", Args(secret), [] { throw std::runtime_error("boom"); }); });
+  EXPECT_EQ(other.Number(), errnum::kProviderError);
+  EXPECT_EQ(other.Source(), "Tests.Std(Arg)");
+  EXPECT_EQ(other.Frames().at(0).values.at(0).text, "'value'");
 }
 
 TEST(ReportAs, ADatabaseObjectIsDescribedMaskedAndItsTransactionRolledBack) {
@@ -141,21 +138,19 @@ TEST(ReportAs, ADatabaseObjectIsDescribedMaskedAndItsTransactionRolledBack) {
   cn->Execute("CREATE TABLE t (a INTEGER)");
   cn->BeginTrans();
   cn->Execute("INSERT INTO t VALUES (1)");
-  try {
+  const Error e = testing::CaughtError([&] {
     ReportAs("Tests.Write(Sql)", Args(std::string("bad")).Db(cn),
              [&] { cn->Execute("INSERT INTO nowhere VALUES (1)"); });
-    FAIL() << "no failure";
-  } catch (const Error& e) {
-    const ErrorFrame& f = e.Frames().at(0);
-    ASSERT_TRUE(f.db.has_value());
-    EXPECT_EQ(f.db->object_type, "Connection");
-    EXPECT_EQ(f.db->state, "adStateOpen");
-    EXPECT_EQ(f.db->connection_string.find("hunter2"), std::string::npos);
-    EXPECT_NE(f.db->connection_string.find("Password=*****"), std::string::npos);
-    ASSERT_EQ(f.db->errors.size(), 1u);
-    EXPECT_NE(f.db->errors[0].find("nowhere"), std::string::npos);
-    EXPECT_EQ(f.released.front(), "    Transaction: Attempt to call RollbackTrans succeeded");
-  }
+  });
+  const ErrorFrame& f = e.Frames().at(0);
+  ASSERT_TRUE(f.db.has_value());
+  EXPECT_EQ(f.db->object_type, "Connection");
+  EXPECT_EQ(f.db->state, "adStateOpen");
+  EXPECT_EQ(f.db->connection_string.find("hunter2"), std::string::npos);
+  EXPECT_NE(f.db->connection_string.find("Password=*****"), std::string::npos);
+  ASSERT_EQ(f.db->errors.size(), 1u);
+  EXPECT_NE(f.db->errors[0].find("nowhere"), std::string::npos);
+  EXPECT_EQ(f.released.front(), "    Transaction: Attempt to call RollbackTrans succeeded");
   EXPECT_FALSE(cn->InTransaction());
   auto rs = cn->Execute("SELECT COUNT(*) AS n FROM t");
   EXPECT_EQ((*rs)["n"].Value().ToLong(), 0);
@@ -168,17 +163,16 @@ TEST(ReportAs, ARecordsetsConnectionIsClosedWhenAsked) {
   cn->Execute("CREATE TABLE t (a INTEGER)");
   auto rs = db::Recordset::Create();
   rs->Open("SELECT * FROM t", cn, db::CursorType::Keyset, db::LockType::Optimistic);
-  try {
+  const Error e = testing::CaughtError([&] {
     ReportAs("Tests.Read", Args().Db(rs, true),
              [] { throw Error(3021, "s", "No current record"); });
-  } catch (const Error& e) {
-    const ErrorFrame& f = e.Frames().at(0);
-    ASSERT_TRUE(f.db.has_value());
-    EXPECT_TRUE(f.db->connection_taken);
-    EXPECT_NE(std::find(f.released.begin(), f.released.end(),
-                        "    Connection: Attempt to call Close succeeded"),
-              f.released.end());
-  }
+  });
+  const ErrorFrame& f = e.Frames().at(0);
+  ASSERT_TRUE(f.db.has_value());
+  EXPECT_TRUE(f.db->connection_taken);
+  EXPECT_NE(std::find(f.released.begin(), f.released.end(),
+                      "    Connection: Attempt to call Close succeeded"),
+            f.released.end());
   EXPECT_FALSE(cn->IsOpen());
 }
 
