@@ -45,14 +45,17 @@ class WebReportTest : public ::testing::Test {
     std::lock_guard lock(mutex_);
     return posted_;
   }
-  Error Fail() {
+  // A failure with `value` as the failing call's argument, reported at the host's top level.
+  Error Fail(const std::string& value = "it's <b>=1</b>",
+             const std::string& description = "The server name could not be resolved",
+             const std::string& position = "main") {
     try {
-      ReportAs("Task.Execute(Name)", Args(std::string("it's <b>=1</b>")), [] {
-        throw Error(0x80072EE7, "HttpTransport.Send", "The server name could not be resolved");
-      });
+      ReportAs("Task.Execute(Name)", Args(value),
+               [&] { throw Error(0x80072EE7, "HttpTransport.Send", description); });
     } catch (...) {
-      return ReportError(false, false, "Host.Main(Command)", Args(std::string("run")), "main");
+      return ReportError(false, false, "Host.Main(Command)", Args(std::string("run")), position);
     }
+    ADD_FAILURE() << "no failure";
     return Error(0, "", "");
   }
 
@@ -108,13 +111,7 @@ TEST_F(WebReportTest, ValuesWithEscapesAndSpacesArriveUnchanged) {
   // non-ASCII letters and spaces at the ends.
   const std::string description = "  Disk 100% full & rising: a+b=c, %41 caf\xC3\xA9 \xE2\x82\xAC ";
   const std::string value = " 50% off + more=less & x ";
-  Error e(0, "", "");
-  try {
-    ReportAs("Task.Execute(Name)", Args(value),
-             [&] { throw Error(0x80072EE7, "HttpTransport.Send", description); });
-  } catch (...) {
-    e = ReportError(false, false, "Host.Main(Command)", Args(std::string("run")), "%POS%");
-  }
+  const Error e = Fail(value, description, "%POS%");
   const auto posted = Posted();
   ASSERT_EQ(posted.size(), 1u);
   const auto& f = posted[0];

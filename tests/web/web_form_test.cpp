@@ -51,38 +51,28 @@ TEST(WebFormTest, QueryStringIsDecodedBeforeItIsSplit) {
 TEST(WebFormTest, FormSubmitStatementInAnyAliasSpelling) {
   struct Case {
     const char* statement;
+    bool append;
     const char* expected_vars;
     const char* expected_rest;
   };
   for (const Case& c : {
-           Case{"<FormVars ><var name ='q' val='x'></var></FormVars >", "q=x", ""},
+           Case{"<FormVars ><var name ='q' val='x'></var></FormVars >", false, "q=x", ""},
            Case{"before<form_variables><control id='a' value='1'/><Ctrl name='b' value ='2'>"
                 "</Ctrl></form_variables>after",
-                "a=1&b=2", "beforeafter"},
+                false, "a=1&b=2", "beforeafter"},
            Case{"x <Form_Controls><variable id=\"k\" val=\"a&amp;b\"></variable></Form_Controls> y",
-                "k=a%26b", "x  y"},
+                false, "k=a%26b", "x  y"},
+           // Appending keeps the variables that were there.
+           Case{"<forms><ctrl id='n' value='v'/></forms>", true, "old=0&n=v", ""},
+           // A statement without a block changes nothing.
+           Case{"no block <FormVars> here", false, "old=0", "no block <FormVars> here"},
        }) {
     SCOPED_TRACE(c.statement);
     WebForm f;
     f.AddFormVariable("old", "0");
-    EXPECT_EQ(f.LoadFormVariablesFromXML(c.statement), c.expected_rest);
+    EXPECT_EQ(f.LoadFormVariablesFromXML(c.statement, c.append), c.expected_rest);
     EXPECT_EQ(Vars(f), c.expected_vars);
   }
-}
-
-TEST(WebFormTest, StatementWithoutABlockChangesNothing) {
-  WebForm f;
-  f.AddFormVariable("old", "0");
-  EXPECT_EQ(f.LoadFormVariablesFromXML("no block <FormVars> here", false),
-            "no block <FormVars> here");
-  EXPECT_EQ(Vars(f), "old=0");
-}
-
-TEST(WebFormTest, AppendKeepsTheVariablesThatWereThere) {
-  WebForm f;
-  f.AddFormVariable("old", "0");
-  f.LoadFormVariablesFromXML("<forms><ctrl id='n' value='v'/></forms>", true);
-  EXPECT_EQ(Vars(f), "old=0&n=v");
 }
 
 TEST(WebFormTest, AnUnclosedQuoteFailsWithTheParsersPosition) {
