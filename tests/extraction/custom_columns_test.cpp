@@ -4,6 +4,7 @@
 #include "extraction/attrib.h"
 #include "extraction/data_page.h"
 #include "extraction/entity.h"
+#include "extraction_fixture.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
 #include "rules/rules_fixture.h"
@@ -12,16 +13,6 @@ namespace gw {
 namespace {
 
 using RowList = std::vector<std::vector<std::string>>;
-
-class RunDoc : public IDoc {
- public:
-  explicit RunDoc(MetaDocPtr meta) : meta_(std::move(meta)) {}
-  std::string SourceUri() const override { return meta_->SourceUri(); }
-  MetaDocPtr Metadata() override { return meta_; }
-
- private:
-  MetaDocPtr meta_;
-};
 
 class CustomColumnsTest : public testing::RulesStoreTest {
  protected:
@@ -106,10 +97,10 @@ TEST_F(CustomColumnsTest, OrderColumnsReachTheRowsOfNestedDatasets) {
   job->SetJobName("Nightly");
   auto task = MetaTask::Create();
   task->SetMetaJob(job);
-  auto meta = MetaDoc::Create();
-  meta->SetDocId("D1");
-  task->GetMetaDocs().Add(meta, task);
-  page->SetDoc(std::make_shared<RunDoc>(meta));
+  auto doc = std::make_shared<extraction_test::TestDoc>("file:///catalogue.htm");
+  doc->Metadata()->SetDocId("D1");
+  task->GetMetaDocs().Add(doc->Metadata(), task);
+  page->SetDoc(doc);
   std::string text =
       "<div class=item><h2>One</h2><ul><li>1a</li><li>1b</li></ul></div>"
       "<div class=item><h2>Two</h2></div>"
@@ -139,9 +130,10 @@ TEST_F(CustomColumnsTest, AColumnOfAMissingOwnerTakesItsDefault) {
   auto chosen = MetaFields::Create();
   for (long id : {10L, 6L}) chosen->Add(Loaded(id));
   items->SetSelectedMetaFields(chosen);
-  auto meta = MetaDoc::Create();  // a document extracted outside any package step
-  meta->SetDocId("D9");
-  page->SetDoc(std::make_shared<RunDoc>(meta));
+  // A document extracted outside any package step.
+  auto doc = std::make_shared<extraction_test::TestDoc>("file:///items.htm");
+  doc->Metadata()->SetDocId("D9");
+  page->SetDoc(doc);
   std::string text = "<p>x</p>";
   page->Extract(text, false);
   EXPECT_EQ(Rows("SELECT title, DOC_ID, TASK_ID FROM items"), (RowList{{"x", "D9", "N/A"}}));
