@@ -146,12 +146,7 @@ TEST(RegistryStore, AFailedChangeLeavesTheFileAsItWas) {
   EXPECT_EQ(testing::ReadFile(store.File()), before);
 }
 
-TEST(RegistryStore, DefaultsToAFileBelowTheHomeFolder) {
-  testing::ScopedHome home;
-  RegistryStore store;
-  EXPECT_EQ(store.File(), home.Path() / "registry.txt");
-  EXPECT_FALSE(store.QueryValue(RegRoot::LocalMachine, kProductKey, "CnStr").has_value());
-}
+// The default file below the home folder is checked through C_Registry in c_registry_test.
 
 // ---- other processes ----------------------------------------------------------------------------
 //
