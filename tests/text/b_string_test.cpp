@@ -3,20 +3,17 @@
 #include <gtest/gtest.h>
 
 #include "platform/error.h"
+#include "support/test_support.h"
 
 namespace gw {
 namespace {
 
 // Runs `f`, expecting a gw::Error with `number` whose call stack is exactly `stack`.
-template <typename F>
-void ExpectFailure(F&& f, ErrorNumber number, std::vector<std::string> stack) {
-  try {
-    f();
-    ADD_FAILURE() << "no failure";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), number);
-    EXPECT_EQ(e.CallStack(), stack);
-  }
+void ExpectFailure(const std::function<void()>& f, ErrorNumber number,
+                   const std::vector<std::string>& stack) {
+  const Error e = testing::CaughtError(f);
+  EXPECT_EQ(e.Number(), number);
+  EXPECT_EQ(e.CallStack(), stack);
 }
 
 TEST(BStringSubString, CutsByPositionAndLength) {
