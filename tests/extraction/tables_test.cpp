@@ -1,7 +1,5 @@
 // Datasets and datapages make, check and empty their target tables, and write each document's
 // rows in one batch.
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include "extraction_fixture.h"
@@ -269,21 +267,6 @@ TEST_F(TablesTest, AChildOfAKeyedParentCannotStoreRowsWithoutTheKey) {
   EXPECT_EQ(Rows("SELECT ref, order_id FROM orders"), (RowList{{"A1", "1"}}));
   EXPECT_TRUE(Rows("SELECT * FROM lines").empty());
   EXPECT_EQ(lines_->PendingFailure().Number(), exerr::kUpdateRefused);
-}
-
-TEST_F(TablesTest, TheDatapagesDatabaseNameIsMadeOnTheServerAndWrittenInto) {
-  auto& server = gw::testing::MariaDbServer::Shared();
-  cn_str_ = server.ConnectionString(server.CreateDatabase("gwother"));
-  const std::string db_name = "gwpage_" + std::to_string(::getpid());
-  page_->SetDBName(db_name);
-  auto prods = AddRoot("Products", "<tr>", "prods");
-  AddField(prods, "name", "<n>", "</n>", false, 20);
-  page_->CreateDB(false);
-  EXPECT_EQ(prods->DBConnStr(), cn_str_);  // the name is the datapage's, not the dataset's
-  std::string text = "<tr><n>a</n><tr><n>b</n>";
-  page_->Extract(text, false);
-  cn_str_ = Database::ChangeDefaultDB(cn_str_, db_name);
-  EXPECT_EQ(Rows("SELECT name FROM prods"), (RowList{{"a"}, {"b"}}));
 }
 
 TEST_F(TablesTest, DeleteExistingTableDataEmptiesEveryTableAndDropDBTheFile) {

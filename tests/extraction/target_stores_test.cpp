@@ -192,20 +192,22 @@ TEST_P(TargetStores, HostileNamesAreNamesOrAreRefusedBeforeAnythingIsWritten) {
   EXPECT_EQ(victim->RecordCount(), 1);
 }
 
-// A database named as a person names it.
-TEST_F(ExtractionTest, AMariaDbDatabaseNameIsQuotedLikeAnyOther) {
+// The datapage's database is made on the server and written into, named as a person names it.
+TEST_F(ExtractionTest, TheDatapagesDatabaseIsMadeOnTheServerAndWrittenWhateverItsName) {
   auto& server = gw::testing::MariaDbServer::Shared();
-  const std::string name = "shop-" + server.CreateDatabase("x") + " 2";
-  cn_str_ = server.ConnectionString();
+  // The connection string names another database: the datapage's name wins.
+  const std::string other = server.CreateDatabase("x");
+  const std::string name = "shop-" + other + " 2";
+  cn_str_ = server.ConnectionString(other);
   page_->SetDBName(name);
   auto prods = AddRoot("Products", "<tr>", "prods");
   AddField(prods, "name", "<n>", "</n>", false, 20);
   page_->CreateDB(false);
-  std::string text = "<tr><n>Nut</n>";
+  EXPECT_EQ(prods->DBConnStr(), cn_str_) << "the name is the datapage's, not the dataset's";
+  std::string text = "<tr><n>Nut</n><tr><n>Bolt</n>";
   page_->Extract(text, false);
-  auto cn = db::Connection::Create();
-  cn->Open(server.ConnectionString(name));
-  EXPECT_EQ(cn->Execute("SELECT name FROM prods")->GetFields().Item(0L).Value().ToText(), "Nut");
+  cn_str_ = server.ConnectionString(name);
+  EXPECT_EQ(Rows("SELECT name FROM prods"), (RowList{{"Nut"}, {"Bolt"}}));
   // One the server cannot hold is refused before anything is made.
   page_->SetDBName(std::string(65, 'd'));
   EXPECT_EQ(testing::CaughtError([&] { page_->CreateDB(false); }).Number(),
