@@ -511,10 +511,9 @@ bool AdvancedDownloadMgr::DownloadWinFile(const DownloadRow& row) {
   }
   saver_->SetSrcUrl(source);
   try {
-    const std::string dest = saver_->CopyFile(row.uri);
-    std::error_code ec;
-    const auto size = std::filesystem::file_size(dest, ec);
-    LogSuccessfulDownload(dest, row, "Success", ec ? 0 : static_cast<long long>(size));
+    long long size = 0;
+    const std::string dest = saver_->CopyFile(row.uri, &size);
+    LogSuccessfulDownload(dest, row, "Success", size);
     return true;
   } catch (const Error& e) {
     LogUnsuccessfulDownload(e.Description(), row, nullptr);

@@ -157,12 +157,15 @@ void WriteAll(int fd, std::string_view bytes, const std::string& path) {
 }
 
 // Copies what is left of `in` to `out` inside the kernel (read and write where the file systems
-// do not allow it); 0, or the errno of the failure.
-int CopyContent(int in, int out) {
+// do not allow it), counting the bytes in `copied`; 0, or the errno of the failure. `size` is the
+// size the file was looked at with: a transfer that stops short exactly there has met the end,
+// and no further transfer is asked for to find it (a file that grew meanwhile is copied on).
+int CopyContent(int in, int out, long long size, long long& copied) {
+  constexpr std::size_t kMost = std::size_t{1} << 30;
   bool kernel = true;
   char buffer[65536];
   for (;;) {
-    ssize_t n = kernel ? ::sendfile(out, in, nullptr, std::size_t{1} << 30) : -1;
+    ssize_t n = kernel ? ::sendfile(out, in, nullptr, kMost) : -1;
     if (n < 0 && kernel && (errno == EINVAL || errno == ENOSYS)) {
       kernel = false;
       continue;
@@ -179,6 +182,10 @@ int CopyContent(int in, int out) {
     }
     if (n == 0) return 0;
     if (n < 0 && errno != EINTR) return errno;
+    if (n > 0) {
+      copied += n;
+      if (kernel && copied == size && static_cast<std::size_t>(n) < kMost) return 0;
+    }
   }
 }
 
@@ -484,9 +491,11 @@ std::string FileSaver::CreateableFileName(const std::string& folder, const std::
     }
     shortened_ = shortened;
   }
-  for (;; ++counter) {
+  // Unless asked to look first, the first name is taken without looking: the exclusive naming
+  // finds it taken, and then the free one is looked for.
+  for (bool first = true;; ++counter, first = false) {
     std::string candidate = prefix + TrimFile(dir, base, numbered(counter), extension);
-    const bool unprobed = !probe_first && counter == 0 && last == last_taken_.end();
+    const bool unprobed = !probe_first && first;
     if (!unprobed && Exists(candidate)) continue;
     // The number handed out is remembered (it is taken once the file is written), and not
     // without bound.
@@ -520,8 +529,9 @@ std::string FileSaver::WriteNewFile(std::string_view bytes) {
 
 std::string FileSaver::WriteNewFile(
     const std::function<void(int fd, const std::string& path)>& write) {
-  // A name new to this saver is tried without looking first (a new file is almost always under a
-  // new name); the exclusive naming below finds it taken, and then the free one is looked for.
+  // The name found first (new to this saver, or the number after the last one it handed out) is
+  // tried without looking (a new file is almost always under a free name); the exclusive naming
+  // below finds it taken, and then the free one is looked for.
   std::string path = CreateableFullPath(false);
   bool probed = false;
   std::string folder = fs::path(path).parent_path().string();
@@ -634,7 +644,7 @@ std::string FileSaver::SaveText(std::string_view text, bool Overwrite, bool Appe
   });
 }
 
-std::string FileSaver::CopyFile(const std::string& SrcFile) {
+std::string FileSaver::CopyFile(const std::string& SrcFile, long long* copied_bytes) {
   return ReportAs("FileSaver.CopyFile(SrcFile)", [&] {
     const std::string source = FileSystemPathOf(SrcFile);
     // Looked at before it is opened: a link into nothing or into a loop, a named pipe, a device
@@ -656,7 +666,9 @@ std::string FileSaver::CopyFile(const std::string& SrcFile) {
       };
       const int in = ::open(source.c_str(), O_RDONLY | O_CLOEXEC);
       if (in < 0) throw failed(errno);
-      int error = CopyContent(in, out);
+      long long copied = 0;
+      int error = CopyContent(in, out, check.size, copied);
+      if (copied_bytes) *copied_bytes = copied;
       if (error == 0 && ::fchmod(out, check.permissions) != 0) error = errno;
       ::close(in);
       if (error != 0) throw failed(error);

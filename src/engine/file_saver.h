@@ -98,8 +98,9 @@ class FileSaver : public Object, public ISerializable {
   std::string SaveStream(Stream& oStream);
   // The same for bytes already at hand (a response body), without copying them into a stream.
   std::string SaveBytes(std::string_view bytes);
-  // Copies a local file (a path or a "file://" address) under a new creatable name.
-  std::string CopyFile(const std::string& SrcFile);
+  // Copies a local file (a path or a "file://" address) under a new creatable name;
+  // `copied_bytes`, when given, receives the size of the copy.
+  std::string CopyFile(const std::string& SrcFile, long long* copied_bytes = nullptr);
   // Deletes every file and folder inside `RootFolder` (the folder itself stays). A root of "/" is
   // refused with 70 (`errnum::kPermissionDenied`).
   void ClearRootFolder();
@@ -152,9 +153,10 @@ class FileSaver : public Object, public ISerializable {
   static const char* ExtensionMap(std::string_view ext);
 
  private:
-  // `GetCreateableFullPath` and `GetCreateableFileName`; without `probe_first`, a name handed
-  // out for the first time is not looked for: the caller's exclusive create tells whether it is
-  // taken, and then asks again with it.
+  // `GetCreateableFullPath` and `GetCreateableFileName`; without `probe_first`, the first name
+  // found (a name handed out for the first time, or the number after the last one handed out) is
+  // not looked for: the caller's exclusive create tells whether it is taken, and then asks again
+  // with it.
   std::string CreateableFullPath(bool probe_first);
   std::string CreateableFileName(const std::string& folder, const std::string& filename,
                                  bool probe_first);

@@ -408,6 +408,30 @@ TEST_F(FileSaverTest, CopiesAndClearsFiles) {
   EXPECT_EQ(ReadFile(src / "a.htm"), "page") << "the source is not touched";
 }
 
+// A copy is the whole file and says how many bytes it holds, whatever the size the file was looked
+// at with says (the kernel's own files say nothing and hold text).
+TEST_F(FileSaverTest, ACopyIsTheWholeFileAndCountsItsBytes) {
+  testing::TempDir src;
+  saver_->SetFileName("c.htm");
+  for (const std::size_t size :
+       {std::size_t{0}, std::size_t{1}, std::size_t{65537}, std::size_t{3} << 20}) {
+    SCOPED_TRACE(size);
+    std::string bytes(size, '\0');
+    for (std::size_t k = 0; k < size; ++k) bytes[k] = static_cast<char>('a' + k % 26);
+    const fs::path file = src / ("f" + std::to_string(size));
+    WriteFile(file, bytes);
+    long long copied = -1;
+    const std::string copy = saver_->CopyFile(file.string(), &copied);
+    EXPECT_EQ(copied, static_cast<long long>(size));
+    EXPECT_EQ(ReadFile(copy), bytes);
+  }
+  long long copied = -1;
+  const std::string copy = saver_->CopyFile("/proc/self/status", &copied);
+  const std::string text = ReadFile(copy);
+  EXPECT_EQ(text.rfind("Name:", 0), 0u) << text;
+  EXPECT_EQ(copied, static_cast<long long>(text.size()));
+}
+
 TEST_F(FileSaverTest, TheTextFormHoldsTheFiveTemplates) {
   saver_->SetRootFolder("/r");
   saver_->SetJobFolder("[PKGNAME]");
