@@ -14,6 +14,7 @@
 #include <system_error>
 #include <thread>
 #include <unordered_map>
+#include <unordered_set>
 
 #include "acquire/advanced_download_mgr.h"
 #include "acquire/uri_list_internal.h"
@@ -182,10 +183,19 @@ ScannedPage ScanSavedPage(std::string doc_id, std::string_view body, const std::
     page->RegExHrefsOfBytes(body, uri);
     scanned.page = AddressSet::HashOf(page->url().HashCode());
     if (page->HttpLinks().Count() > 0) {
-      const auto kept = page->HttpLinks().DivideByRuleset(rules, inclusive);
-      for (const auto& [key, item] : acquire_internal::UriListInternal::RawDictionary(*kept)) {
-        const std::uint64_t h = AddressSet::HashOf(key);
-        if (!known.Contains(h)) scanned.fresh.emplace_back(h, item->url());
+      // What `DivideByRuleset` would keep, in its order, under its keys and spelling, without
+      // building the list: each address read again as the rules see it, with its text, and the
+      // first sighting of a key kept.
+      std::unordered_set<std::string> kept;
+      for (const auto& [key, item] :
+           acquire_internal::UriListInternal::RawDictionary(page->HttpLinks())) {
+        web::Uri u(item->url());
+        u.SetLinkText(item->linkText());
+        if (rules.IsMatch(u) != inclusive) continue;
+        const std::string& kept_key = u.HashCode();
+        if (!kept.insert(kept_key).second) continue;
+        const std::uint64_t h = AddressSet::HashOf(kept_key);
+        if (!known.Contains(h)) scanned.fresh.emplace_back(h, u.ToString());
       }
     }
     if (page->EmailLinks().Count() > 0) scanned.emails = page->EmailLinksPtr();
