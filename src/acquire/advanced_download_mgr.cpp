@@ -24,6 +24,28 @@ constexpr const char* kRefusedByRobots = "Refused by robots.txt";
 constexpr const char* kTruncated = "File saved, but path was truncated";
 constexpr long kLastTry = 10;
 
+// The code of a saved response's row: a path the saver shortened, or one near the length limit,
+// is saved but said to be truncated.
+std::string SavedResponseCode(const FileSaver& saver, const std::string& path) {
+  const std::size_t length = text::CountCodePoints(path);
+  return saver.LastPathWasShortened() || (length >= 253 && length <= 255) ? kTruncated : "Success";
+}
+
+// Hands the saver's naming notices on while it lives.
+class NamingRelay {
+ public:
+  NamingRelay(FileSaver& saver, std::function<void(const std::string& path)> listener)
+      : saver_(saver) {
+    saver_.SetNamingListener(std::move(listener));
+  }
+  ~NamingRelay() { saver_.SetNamingListener(nullptr); }
+  NamingRelay(const NamingRelay&) = delete;
+  NamingRelay& operator=(const NamingRelay&) = delete;
+
+ private:
+  FileSaver& saver_;
+};
+
 // A number of seconds as the runtime writes a quotient: "1", "0.5", "1.25".
 std::string Seconds(long ms) {
   char buf[32];
@@ -483,11 +505,15 @@ void AdvancedDownloadMgr::CompleteHttpFileDownload(DownloadAgent& agent) {
     return;
   }
   try {
-    const std::string path = saver_->SaveBytes(response->ResponseBody());
-    const std::size_t length = text::CountCodePoints(path);
-    const bool truncated = saver_->LastPathWasShortened() || (length >= 253 && length <= 255);
+    std::string path;
+    {
+      const NamingRelay relay(*saver_, [&](const std::string& name) {
+        OnFileNaming.Emit(row.doc_id, name, SavedResponseCode(*saver_, name));
+      });
+      path = saver_->SaveBytes(response->ResponseBody());
+    }
     if (!path.empty()) OnPageSaved.Emit(row, path, response->ResponseBody());
-    LogSuccessfulDownload(path, row, truncated ? kTruncated : "Success",
+    LogSuccessfulDownload(path, row, SavedResponseCode(*saver_, path),
                           static_cast<long long>(response->ResponseBody().size()));
   } catch (const Error& e) {
     if (e.Number() == engineerr::kPathTruncated) {
@@ -512,7 +538,13 @@ bool AdvancedDownloadMgr::DownloadWinFile(const DownloadRow& row) {
   saver_->SetSrcUrl(source);
   try {
     long long size = 0;
-    const std::string dest = saver_->CopyFile(row.uri, &size);
+    std::string dest;
+    {
+      const NamingRelay relay(*saver_, [&](const std::string& name) {
+        OnFileNaming.Emit(row.doc_id, name, "Success");
+      });
+      dest = saver_->CopyFile(row.uri, &size);
+    }
     LogSuccessfulDownload(dest, row, "Success", size);
     return true;
   } catch (const Error& e) {

@@ -183,6 +183,11 @@ class AdvancedDownloadMgr : public Object {
   // (the rows are committed in batches): what a crawl journals so that a killed run does not
   // fetch the page again.
   Signal<const std::string&, const std::string&, const std::string&> OnFileSaved;
+  // (doc_id, file, copy_completion_code) just before a saved response or copy is given its name,
+  // again for each further name tried when one is taken: what a crawl journals, so that a process
+  // killed after the naming, before the row is written, leaves a file the journal names. Not
+  // raised for error pages.
+  Signal<const std::string&, const std::string&, const std::string&> OnFileNaming;
   // (row, file, the response's body as saved) just before a saved response's row outcome, while
   // the body is still in hand: what a crawl reads the page's links from without reading the file
   // back. Not raised for copied files, error pages or a path that could not be made.

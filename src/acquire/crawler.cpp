@@ -48,9 +48,13 @@ std::string TextOf(db::Recordset& rs, const char* column) {
 
 // The files a crawl saved whose rows may not be written yet. The download manager commits row
 // outcomes in batches, so a process killed between a file's save and the commit would leave the
-// row open and the page would be fetched and saved a second time; the journal, one line per
-// saved file appended at once, lets the next crawl of the run give those rows their outcome
-// instead. It lives below $GLEANWRIGHT_HOME/crawl-journals and goes when a crawl ends normally.
+// row open and the page would be fetched and saved a second time; the journal lets the next
+// crawl of the run give those rows their outcome instead. A line is appended for each name a
+// finished file is about to be given, before it has it, so a process killed just after the
+// naming leaves a file the journal names; a name whose file was never made is a line the next
+// crawl finds no file for. That crawl starts the journal afresh once it has given the rows their
+// outcome, so such a line cannot match a file a later process makes under that name. It lives
+// below $GLEANWRIGHT_HOME/crawl-journals and goes when a crawl ends normally.
 class SaveJournal {
  public:
   SaveJournal(const std::string& job_id, const std::string& task_id, const DateTime& start) {
@@ -71,8 +75,11 @@ class SaveJournal {
     std::string file;
   };
   // What an earlier crawl of the run journaled, by document id; a line cut short is left out.
+  // A document's last line holds; a name is the document's whose line named it last (one named
+  // for a page whose file was not made, then made for another page, is the other page's).
   std::unordered_map<std::string, Entry> Read() const {
     std::unordered_map<std::string, Entry> entries;
+    std::unordered_map<std::string, std::string> named_for;  // file -> doc id
     std::ifstream in(path_, std::ios::binary);
     std::string all((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     std::size_t begin = 0;
@@ -81,8 +88,13 @@ class SaveJournal {
       const std::size_t a = line.find('\t');
       const std::size_t b = a == std::string::npos ? a : line.find('\t', a + 1);
       if (b == std::string::npos) continue;
-      entries[line.substr(0, a)] = {line.substr(a + 1, b - a - 1), line.substr(b + 1)};
+      std::string doc_id = line.substr(0, a);
+      std::string file = line.substr(b + 1);
+      named_for[file] = doc_id;
+      entries[std::move(doc_id)] = {line.substr(a + 1, b - a - 1), std::move(file)};
     }
+    std::erase_if(entries,
+                  [&](const auto& entry) { return named_for[entry.second.file] != entry.first; });
     return entries;
   }
   void Append(const std::string& doc_id, const std::string& file, const std::string& code) {
@@ -365,10 +377,15 @@ class LinkReader {
 };
 
 // Gives the open rows whose files the journal names their outcome, in one transaction.
-void RecoverSavedRows(const SaveJournal& journal, const std::string& job_id,
-                      const std::string& task_id, const DateTime& job_start) {
+// The journal is then started afresh: what it named and was not found stays open and is fetched
+// again.
+void RecoverSavedRows(SaveJournal& journal, const std::string& job_id, const std::string& task_id,
+                      const DateTime& job_start) {
   const auto entries = journal.Read();
-  if (entries.empty()) return;
+  if (entries.empty()) {
+    journal.Remove();
+    return;
+  }
   RulesTransaction transaction;
   auto rows = D_DownloadMgr().GetNonDownloadedFiles(job_id, task_id, job_start);
   if (rows->RecordCount() > 0) rows->MoveFirst();
@@ -387,6 +404,7 @@ void RecoverSavedRows(const SaveJournal& journal, const std::string& job_id,
     rows->Update();
   }
   transaction.Commit();
+  journal.Remove();
 }
 
 // The addresses of an e-mail file that an earlier process of the same run wrote (one
@@ -504,7 +522,7 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
             [this](const std::string& s, bool& cancel) { RelayStatus(s, cancel); });
         const ScopedConnection progress = pass->OnProgressChange.Connect(
             [this](long change, long max) { OnProgressChange.Emit(change, max); });
-        const ScopedConnection saved = pass->OnFileSaved.Connect(
+        const ScopedConnection naming = pass->OnFileNaming.Connect(
             [&journal](const std::string& id, const std::string& file, const std::string& code) {
               journal.Append(id, file, code);
             });

@@ -571,6 +571,7 @@ std::string FileSaver::WriteNewFile(
     bool named = false;
     int error = 0;
     while (!named) {
+      if (naming_listener_) naming_listener_(path);
       if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, path.c_str(), AT_SYMLINK_FOLLOW) == 0) {
         named = true;
       } else if (errno == EEXIST) {
@@ -609,7 +610,11 @@ std::string FileSaver::WriteNewFile(
     WriteFailed("FileSaver.SaveToFile", path, why);
   }
   // The name may be taken (or another writer may take it meanwhile): then the next free one.
-  while (!Publish(temporary, path)) next_free_name();
+  const auto publish = [&] {
+    if (naming_listener_) naming_listener_(path);
+    return Publish(temporary, path);
+  };
+  while (!publish()) next_free_name();
   return path;
 }
 

@@ -115,6 +115,13 @@ class FileSaver : public Object, public ISerializable {
   std::string EnsureFolderExists(const std::string& FolderPath);
   // True when the last file saved had its folder path or name shortened to fit the limits.
   bool LastPathWasShortened() const noexcept { return shortened_; }
+  // Told the path a new, complete file is about to be given, just before each attempt to give it
+  // that name (a name found taken is followed by the next name's notice): a process killed after
+  // the naming leaves a file its listener has heard of. `LastPathWasShortened` already holds for
+  // that path. Empty for none.
+  void SetNamingListener(std::function<void(const std::string& path)> listener) {
+    naming_listener_ = std::move(listener);
+  }
 
   // ISerializable.
   std::string Serialize() override;
@@ -179,6 +186,7 @@ class FileSaver : public Object, public ISerializable {
   std::map<std::string, long> last_taken_;
   // The folder `GetCreateableFullPath` last made (or found), not looked at again while it stays.
   std::string made_folder_;
+  std::function<void(const std::string& path)> naming_listener_;
 };
 
 using FileSaverPtr = std::shared_ptr<FileSaver>;

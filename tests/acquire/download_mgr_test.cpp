@@ -457,6 +457,52 @@ TEST_F(DownloadTest, AListReadSliceBySliceTriesEachRowOnceInItsOrder) {
   EXPECT_EQ(OpenRowsFeed("j1", "t1", kRun, 2).Count(), 2);
 }
 
+TEST_F(DownloadTest, ASavedFileIsToldByNameBeforeItHasIt) {
+  // Each name a page or a copy is about to take is told first, with the row's code: the taken
+  // name, then the free one, which nothing holds yet. An error page kept on the last try is not
+  // the row's file and is not told; the saved files are still told once saved.
+  Site site;
+  testing::TempDir src;
+  WriteFile(src / "local.html", "<p>local</p>");
+  WriteFile(dl_ / "d1.htm", "theirs");
+  Queue("d1", site.Url("/ok.htm"));
+  Queue("d2", site.Url("/missing"));
+  Queue("d3", (src / "local.html").string());
+  struct Notice {
+    std::string id, file, code;
+    bool existed;
+    bool operator==(const Notice&) const = default;
+  };
+  std::vector<Notice> notices, saved;
+  for (int pass_no = 0; pass_no < 10; ++pass_no) {
+    OpenRowsFeed rows("j1", "t1", kRun);
+    if (rows.Count() == 0) break;
+    auto pass = AdvancedDownloadMgr::Create();
+    const ScopedConnection naming = pass->OnFileNaming.Connect(
+        [&](const std::string& id, const std::string& file, const std::string& code) {
+          notices.push_back({id, file, code, fs::exists(file)});
+        });
+    const ScopedConnection on_saved = pass->OnFileSaved.Connect(
+        [&](const std::string& id, const std::string& file, const std::string& code) {
+          saved.push_back({id, file, code, fs::exists(file)});
+        });
+    pass->DownloadFiles(rows, saver_, client_, "GET", /*SaveErrorPages=*/true);
+  }
+  EXPECT_EQ(Col("d2", "copy_try_count"), "10");
+  EXPECT_EQ(ReadFile(dl_ / "d2.htm"), "gone");
+  std::sort(notices.begin(), notices.end(),
+            [](const Notice& a, const Notice& b) { return a.id < b.id; });
+  const std::string d = dl_.string() + "/";
+  EXPECT_EQ(notices, (std::vector<Notice>{{"d1", d + "d1.htm", "Success", true},
+                                          {"d1", d + "d1(1).htm", "Success", false},
+                                          {"d3", d + "d3.htm", "Success", false}}));
+  std::sort(saved.begin(), saved.end(),
+            [](const Notice& a, const Notice& b) { return a.id < b.id; });
+  EXPECT_EQ(saved, (std::vector<Notice>{{"d1", d + "d1(1).htm", "Success", true},
+                                        {"d3", d + "d3.htm", "Success", true}}));
+  EXPECT_EQ(ReadFile(dl_ / "d1(1).htm"), "<p>ok</p>");
+}
+
 TEST_F(DownloadTest, RetryAfterHoldsTheHostBackAndTheRowStaysOpen) {
   Site site;
   Option(option::kMaxRequestsPerHost, Variant(1), DataType::Dword);

@@ -9,6 +9,7 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <mutex>
 #include <thread>
@@ -191,6 +192,125 @@ TEST_F(CrawlCommandTest, AKilledCrawlResumesAndSavesEveryPageOnce) {
   const Result history = RunCli(out_.Path(), {"history", "Site"});
   EXPECT_EQ(std::count(history.output.begin(), history.output.end(), '\n'), 1) << history.output;
   EXPECT_NE(history.output.find("completed"), std::string::npos) << history.output;
+}
+
+// What a killed crawl's journal names counts only where the named file is, and only in the next
+// process: a journaled page whose file exists is not fetched again; one whose file was never made
+// is fetched; and the next process starts the journal afresh, so that name cannot later be taken
+// for the file of another page.
+TEST_F(CrawlCommandTest, AJournaledNameCountsWhereItsFileIsAndOnlyOnce) {
+  const auto crawl = [&](const char* log, bool resume) {
+    std::vector<std::string> args{
+        Cli(), "crawl", site_.Url("/p0.htm"), "--to", folder_.Path().string(), "--package", "Site"};
+    if (resume) args.push_back("--resume");
+    return ChildProcess::Start(args, {}, (out_ / log).string());
+  };
+  auto first = crawl("first.txt", false);
+  // Killed early in the round of 77 pages that begins after 84 requests: many rows are open.
+  ASSERT_TRUE(WaitFor([&] { return site_.TotalHits() >= 100; }, std::chrono::seconds(120)))
+      << ReadFile(out_ / "first.txt");
+  first->Kill(/*force=*/true);
+  EXPECT_EQ(first->Wait(), 128 + SIGKILL);
+
+  // The run's journal, and its open rows whose pages it does not name and have no file.
+  std::vector<fs::path> journals;
+  for (const auto& entry : fs::directory_iterator(home_.Path() / "crawl-journals")) {
+    journals.push_back(entry.path());
+  }
+  ASSERT_EQ(journals.size(), 1U);
+  const fs::path journal = journals[0];
+  const std::string journaled = ReadFile(journal);
+  const auto hits = site_.Hits();
+  std::vector<std::pair<std::string, int>> open_rows;  // (doc id, page)
+  {
+    auto rs = CDisconnRS(cn_str_).RunQuery(
+        "SELECT doc_id, uri FROM task_instance_docs WHERE copy_completion_code <> 'Success' AND "
+        "copy_try_count < 10 ORDER BY rowid",
+        true);
+    if (rs->RecordCount() > 0) rs->MoveFirst();
+    for (; !rs->IsEOF(); rs->MoveNext()) {
+      const std::string uri = (*rs)["uri"].Value().ToText();
+      const std::size_t at = uri.rfind("/p");
+      const int page = std::stoi(uri.substr(at + 2));
+      const std::string id = (*rs)["doc_id"].Value().ToText();
+      const fs::path file = folder_.Path() / "127.0.0.1" / ("p" + std::to_string(page) + ".htm");
+      if (journaled.find(id + "\t") == std::string::npos && !fs::exists(file)) {
+        open_rows.emplace_back(id, page);
+      }
+    }
+  }
+  ASSERT_GE(open_rows.size(), 4U) << "the crawl had queued too little before the kill";
+  const auto [saved_id, saved_page] = open_rows[0];
+  const auto [unsaved_id, unsaved_page] = open_rows[1];
+  const int later_page = open_rows[2].second;
+  const auto [failed_id, failed_page] = open_rows[3];
+  // The first page's file is there (made by hand); the second's name was journaled but never
+  // made, and it is the name the third page's file will take. The fourth page was told the
+  // first one's name before it (a naming that failed): the name is the first page's.
+  const fs::path by_hand = folder_.Path() / "by-hand.htm";
+  testing::WriteFile(by_hand, Site::Body(saved_page));
+  const fs::path never_made =
+      folder_.Path() / "127.0.0.1" / ("p" + std::to_string(later_page) + ".htm");
+  ASSERT_FALSE(fs::exists(never_made));
+  {
+    std::ofstream out(journal, std::ios::binary | std::ios::app);
+    if (!journaled.empty() && journaled.back() != '\n') {
+      out << "\n";  // a line cut short by the kill
+    }
+    out << failed_id << "\tSuccess\t" << by_hand.string() << "\n"
+        << saved_id << "\tSuccess\t" << by_hand.string() << "\n"
+        << unsaved_id << "\tSuccess\t" << never_made.string() << "\n";
+  }
+
+  // The second process gives the first page its file before it asks for anything; once it has
+  // asked for more pages, it is killed too.
+  const int hits_before = site_.TotalHits();
+  auto second = crawl("second.txt", true);
+  ASSERT_TRUE(
+      WaitFor([&] { return site_.TotalHits() >= hits_before + 20; }, std::chrono::seconds(120)))
+      << ReadFile(out_ / "second.txt");
+  second->Kill(/*force=*/true);
+  EXPECT_EQ(second->Wait(), 128 + SIGKILL);
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM task_instance_docs WHERE doc_id = '" + saved_id +
+                  "' AND copy_completion_code = 'Success' AND copy_try_count = 1 AND "
+                  "temp_uri = '" +
+                  by_hand.string() + "'"),
+            1);
+  // What the first process journaled is gone from the journal: the name never made is not there
+  // for the page it was meant for.
+  const std::string lines = ReadFile(journal);
+  EXPECT_EQ(lines.find(unsaved_id + "\tSuccess\t" + never_made.string() + "\n"), std::string::npos)
+      << lines;
+  EXPECT_EQ(lines.find(by_hand.string()), std::string::npos) << lines;
+
+  const Result third =
+      RunCli(out_.Path(), {"crawl", site_.Url("/p0.htm"), "--to", folder_.Path().string(),
+                           "--package", "Site", "--resume"});
+  ASSERT_EQ(third.status, 0) << third.output;
+
+  // Every page saved once, each row with its own file; the page whose file was there not asked
+  // for again, the one whose file was not fetched and saved under its own name.
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM task_instance_docs"), Site::kPages);
+  EXPECT_EQ(Count("SELECT COUNT(DISTINCT lower(uri)) FROM task_instance_docs WHERE "
+                  "copy_completion_code = 'Success' AND copy_try_count = 1"),
+            Site::kPages);
+  EXPECT_EQ(Count("SELECT COUNT(DISTINCT temp_uri) FROM task_instance_docs"), Site::kPages);
+  const auto files = SavedFiles();
+  EXPECT_EQ(static_cast<int>(files.size()), Site::kPages);
+  std::map<std::string, int> copies;
+  for (const auto& [name, body] : files) ++copies[body];
+  for (int n = 0; n < Site::kPages; ++n) EXPECT_EQ(copies[Site::Body(n)], 1) << "page " << n;
+  // (A page in flight when the first process was killed was asked for once then.)
+  const auto final_hits = site_.Hits();
+  const auto hits_at_kill = [&](int page) { return hits.contains(page) ? hits.at(page) : 0; };
+  EXPECT_EQ(final_hits.contains(saved_page) ? final_hits.at(saved_page) : 0,
+            hits_at_kill(saved_page));
+  EXPECT_GT(final_hits.at(unsaved_page), hits_at_kill(unsaved_page));
+  EXPECT_GT(final_hits.at(failed_page), hits_at_kill(failed_page));
+  EXPECT_EQ(Count("SELECT COUNT(*) FROM task_instance_docs WHERE doc_id = '" + unsaved_id +
+                  "' AND temp_uri = '" + never_made.string() + "'"),
+            0);
+  EXPECT_EQ(ReadFile(never_made), Site::Body(later_page));
 }
 
 TEST_F(CrawlCommandTest, RulesDepthAndTheAddressFile) {

@@ -151,6 +151,39 @@ TEST_F(FileSaverTest, SavingNeverOverwrites) {
       << "no temporary file is left";
 }
 
+TEST_F(FileSaverTest, EachNameIsToldBeforeTheFileHasIt) {
+  // A listener hears every name tried, in order, before it is given: the taken one (someone
+  // else's file there), then the free one, which nothing holds yet; saves and copies alike.
+  const std::string r = root_.Path().string() + "/";
+  WriteFile(r + "x.htm", "theirs");
+  WriteFile(r + "source.txt", "copied");
+  struct Notice {
+    std::string path;
+    bool existed;
+  };
+  std::vector<Notice> notices;
+  saver_->SetNamingListener([&](const std::string& path) {
+    notices.push_back({path, fs::exists(path)});
+  });
+  saver_->SetFileName("x.htm");
+  EXPECT_EQ(saver_->SaveBytes("mine"), r + "x(1).htm");
+  EXPECT_EQ(saver_->CopyFile(r + "source.txt"), r + "x(2).htm");
+  ASSERT_EQ(notices.size(), 3U);
+  EXPECT_EQ(notices[0].path, r + "x.htm");
+  EXPECT_TRUE(notices[0].existed);
+  for (std::size_t i = 1; i < notices.size(); ++i) {
+    SCOPED_TRACE(notices[i].path);
+    EXPECT_EQ(notices[i].path, r + "x(" + std::to_string(i) + ").htm");
+    EXPECT_FALSE(notices[i].existed) << "told after the file had its name";
+  }
+  EXPECT_EQ(ReadFile(r + "x.htm"), "theirs");
+  EXPECT_EQ(ReadFile(r + "x(2).htm"), "copied");
+  // Without a listener nothing is told.
+  saver_->SetNamingListener(nullptr);
+  saver_->SaveBytes("more");
+  EXPECT_EQ(notices.size(), 3U);
+}
+
 TEST_F(FileSaverTest, TheNextFreeNumberFollowsTheFilesThatAreThere) {
   saver_->SetFileName("x.htm");
   const std::string r = root_.Path().string() + "/";
