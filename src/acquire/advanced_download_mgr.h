@@ -180,8 +180,7 @@ class AdvancedDownloadMgr : public Object {
   // outcome; for a host's display of the run.
   Signal<const std::string&, const std::string&, bool, long long> OnRowOutcome;
   // (doc_id, file, copy_completion_code) as soon as a file is saved, before its row is written
-  // (the rows are committed in batches): what a crawl journals so that a killed run does not
-  // fetch the page again.
+  // (the rows are committed in batches).
   Signal<const std::string&, const std::string&, const std::string&> OnFileSaved;
   // (doc_id, file, copy_completion_code) just before a saved response or copy is given its name,
   // again for each further name tried when one is taken: what a crawl journals, so that a process
