@@ -129,7 +129,14 @@ for N in "${SIZES[@]}"; do
   PAGES="$WORK/pages-$N"
   TARGET="$WORK/target-$N.sqlite"
   echo "== $N pages: $(/usr/bin/python3 "$ROOT/bench/make_listing_pages.py" "$N" "$PAGES")"
-  FILES=("$PAGES"/*.htm)
+  # extract is handed the files in a list (any number of them); a program from before
+  # --files-from gets them on its command line.
+  printf '%s\n' "$PAGES"/*.htm >"$WORK/files-$N.txt"
+  if "$GW" extract --help 2>/dev/null | grep -q -- --files-from; then
+    FILES=(--files-from "$WORK/files-$N.txt")
+  else
+    FILES=("$PAGES"/*.htm)
+  fi
 
   setup_run() { fresh_home "$PAGES" "$TARGET"; }
   setup_extract() { rm -f "$TARGET"; }

@@ -155,12 +155,34 @@ int RunExtract(const std::string& datapage, const std::vector<std::string>& file
   return totals.failed > 0 || totals.rows_refused > 0 ? kExitFinishedWithLosses : 0;
 }
 
+// The paths of `list`, one a line ("-": standard input), after `files`; empty lines are skipped.
+std::vector<std::string> WithListedFiles(std::vector<std::string> files, const std::string& list) {
+  if (list.empty()) return files;
+  std::ifstream named;
+  if (list != "-") named.open(list);
+  std::istream& in = list == "-" ? std::cin : named;
+  for (std::string line; std::getline(in, line);) {
+    if (!line.empty() && line.back() == '\r') line.pop_back();
+    if (!line.empty()) files.push_back(line);
+  }
+  return files;
+}
+
 CommandAction SetUpExtract(CLI::App& cmd) {
   auto datapage = std::make_shared<std::string>();
   auto files = std::make_shared<std::vector<std::string>>();
+  auto list = std::make_shared<std::string>();
   cmd.add_option("--datapage", *datapage, "The datapage's id or display name")->required();
-  cmd.add_option("files", *files, "Files to extract (they are only read)")->required();
-  return [datapage, files] { return RunExtract(*datapage, *files); };
+  cmd.add_option("files", *files, "Files to extract (they are only read)");
+  cmd.add_option("--files-from", *list,
+                 "Also extract the files this file names, one path a line (- reads them from "
+                 "standard input): for more files than a command line holds")
+      ->check(CLI::ExistingFile | CLI::IsMember({"-"}));
+  return [datapage, files, list] {
+    const std::vector<std::string> all = WithListedFiles(*files, *list);
+    if (all.empty()) throw CLI::RequiredError("files or --files-from");
+    return RunExtract(*datapage, all);
+  };
 }
 
 const CommandRegistration kExtract(

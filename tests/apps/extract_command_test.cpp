@@ -96,6 +96,34 @@ TEST_F(ExtractCommand, WritesTheRowsOfEveryFileAndSaysHowManyPerDataset) {
       RunCli(home_.Path(), "extract --datapage " + page_id_ + " '" + one.string() + "'").status, 0);
 }
 
+// For more files than a command line holds: a list of paths, from a file or standard input.
+TEST_F(ExtractCommand, FilesCanBeNamedInAListAsWellAsOnTheCommandLine) {
+  std::vector<std::string> files;
+  for (const char* ref : {"A1", "B2", "C3"}) {
+    files.push_back((home_.Path() / (std::string(ref) + ".html")).string());
+    testing::WriteFile(files.back(), std::string("<order><ref>") + ref + "</ref>");
+  }
+  const auto list = home_.Path() / "list.txt";
+  testing::WriteFile(list, files[1] + "\r\n\n" + files[2] + "\n");
+  const std::string page = "extract --datapage 'Shop\\Orders' ";
+  Result r = RunCli(home_.Path(), page + "'" + files[0] + "' --files-from '" + list.string() + "'");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_NE(r.output.find(files[0] + ": Orders 1 row"), std::string::npos) << r.output;
+  EXPECT_NE(r.output.find("3 files: 3 done, 0 failed; 3 rows written"), std::string::npos);
+  r = RunCli(home_.Path(), page + "--files-from - < '" + list.string() + "'");
+  ASSERT_EQ(r.status, 0) << r.output;
+  EXPECT_NE(r.output.find("2 files: 2 done"), std::string::npos) << r.output;
+  EXPECT_EQ(Column("SELECT ref FROM orders"),
+            (std::vector<std::string>{"A1", "B2", "C3", "B2", "C3"}));
+  // No file at all, or a list that is not there: refused before anything is read.
+  r = RunCli(home_.Path(), page);
+  EXPECT_NE(r.status, 0);
+  EXPECT_NE(r.output.find("files or --files-from"), std::string::npos) << r.output;
+  EXPECT_NE(
+      RunCli(home_.Path(), page + "--files-from '" + (home_.Path() / "none").string() + "'").status,
+      0);
+}
+
 TEST_F(ExtractCommand, ReadsTheTextAsARunDoesAndLeavesTheFileAlone) {
   // windows-1252, declared by the page; a field broken over lines; curly quotes.
   const std::string bytes =
