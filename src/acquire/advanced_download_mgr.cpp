@@ -31,19 +31,22 @@ std::string SavedResponseCode(const FileSaver& saver, const std::string& path) {
   return saver.LastPathWasShortened() || (length >= 253 && length <= 255) ? kTruncated : "Success";
 }
 
-// Hands the saver's naming notices on while it lives.
+// Hands the saver's naming notices on while it lives, when someone listens for them (a run
+// that only copies files pays nothing for them).
 class NamingRelay {
  public:
-  NamingRelay(FileSaver& saver, std::function<void(const std::string& path)> listener)
-      : saver_(saver) {
-    saver_.SetNamingListener(std::move(listener));
+  NamingRelay(FileSaver& saver, bool wanted, std::function<void(const std::string& path)> listener)
+      : saver_(wanted ? &saver : nullptr) {
+    if (saver_) saver_->SetNamingListener(std::move(listener));
   }
-  ~NamingRelay() { saver_.SetNamingListener(nullptr); }
+  ~NamingRelay() {
+    if (saver_) saver_->SetNamingListener(nullptr);
+  }
   NamingRelay(const NamingRelay&) = delete;
   NamingRelay& operator=(const NamingRelay&) = delete;
 
  private:
-  FileSaver& saver_;
+  FileSaver* saver_;
 };
 
 // A number of seconds as the runtime writes a quotient: "1", "0.5", "1.25".
@@ -507,7 +510,7 @@ void AdvancedDownloadMgr::CompleteHttpFileDownload(DownloadAgent& agent) {
   try {
     std::string path;
     {
-      const NamingRelay relay(*saver_, [&](const std::string& name) {
+      const NamingRelay relay(*saver_, OnFileNaming.HasHandlers(), [&](const std::string& name) {
         OnFileNaming.Emit(row.doc_id, name, SavedResponseCode(*saver_, name));
       });
       path = saver_->SaveBytes(response->ResponseBody());
@@ -540,7 +543,7 @@ bool AdvancedDownloadMgr::DownloadWinFile(const DownloadRow& row) {
     long long size = 0;
     std::string dest;
     {
-      const NamingRelay relay(*saver_, [&](const std::string& name) {
+      const NamingRelay relay(*saver_, OnFileNaming.HasHandlers(), [&](const std::string& name) {
         OnFileNaming.Emit(row.doc_id, name, "Success");
       });
       dest = saver_->CopyFile(row.uri, &size);
