@@ -117,39 +117,10 @@ TEST(IsRowStatement, TellsReadsFromWrites) {
   }
 }
 
-TEST(StoredProcedures, EveryProcedureOfTheInterfaceExistsForSqlite) {
-  const char* names[] = {"usp_GetAllDPages",
-                         "usp_GetJobsThatUseDpage",
-                         "usp_CustCol_InsForEnt",
-                         "usp_CustCol_DelAllForEnt",
-                         "usp_CustCol_GetColsForEnt",
-                         "usp_CustCol_GetDefaults",
-                         "usp_CustCol_Get",
-                         "usp_GetHiLiters",
-                         "usp_GetFileExtFromMime",
-                         "usp_GetNonDownLoadedDocs",
-                         "usp_GetDownLoadedDocs",
-                         "usp_GetTotalDocCount",
-                         "usp_GetDocSource",
-                         "usp_GetDocSources",
-                         "usp_DelAllDocSources",
-                         "usp_GetRunningJobs",
-                         "usp_GetTasks",
-                         "usp_Meta_GetJobSuccessCode",
-                         "usp_Meta_GetTaskSuccessCode",
-                         "usp_Meta_GetDocSuccessCode",
-                         "usp_Meta_GetEntitySuccessCode",
-                         "usp_Progress_GetTaskStatusesForJobInstance",
-                         "usp_Progress_GetDocStatusesForJobInstance",
-                         "usp_Progress_GetRunTotals",
-                         "usp_Progress_GetEntityStatusesForJobInstance"};
-  EXPECT_EQ(StoredProcedures("sqlite").size(), std::size(names));
-  for (const char* name : names) {
-    SCOPED_TRACE(name);
-    const StoredProcedure* p = FindStoredProcedure("sqlite", name);
-    ASSERT_NE(p, nullptr);
-    EXPECT_FALSE(p->body.empty());
-  }
+// That each procedure the data-access classes call exists is checked by their own tests, which
+// call them all on a real store.
+TEST(StoredProcedures, NamesAreFoundWithoutRegardToCase) {
+  ASSERT_NE(FindStoredProcedure("sqlite", "usp_GetTasks"), nullptr);
   EXPECT_EQ(FindStoredProcedure("SQLITE", "USP_GETTASKS"),
             FindStoredProcedure("sqlite", "usp_GetTasks"));
 }
