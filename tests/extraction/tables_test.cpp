@@ -93,21 +93,15 @@ TEST_F(TablesTest, AParentWithAKeyFieldButNoSuchFieldCannotBeDescribed) {
 
 // ---- Validate ----------------------------------------------------------------------------------
 
-constexpr const char* kAdvice =
-    "Ensure that the connection string is set properly and that the username and password (if "
-    "any) are included in the connection string.  If you are connecting to Excel or Access, make "
-    "sure that the file is not opened or otherwise locked by another application.  Double check "
-    "that none of your field or table names are reserved keywords such as DATE or TIME for the "
-    "database that you are using.  Check file or folder permissions when using Excel or Access.  "
-    "You should not use the ODBC Provider for connecting to SQL, Access, Excel, or any other "
-    "database for which there is an equivalent OLEDB Provider.  ";
-
+// The failures of Validate end with the same paragraph of advice; what is checked here is the
+// number and the names, connection string and original error the text carries.
 TEST_F(TablesTest, ValidateNamesTheFirstThingMissing) {
   const struct {
     const char* what;
     std::function<void(Entity&)> spoil;
     ErrorNumber number;
-    std::string text;
+    std::string text;           // the whole text, or its start when the advice follows
+    std::string original = {};  // the original error that ends a text with advice
   } cases[] = {
       {"init string", [](Entity& e) { e.SetInitString(""); }, 0x8524E4F5,
        "No intialization string was specified for dataset Products in datapage Listing."},
@@ -118,12 +112,10 @@ TEST_F(TablesTest, ValidateNamesTheFirstThingMissing) {
       {"table", [](Entity& e) { e.SetTableName(""); }, 0x8524E4F8,
        "There is no table name specified for dataset Products in datapage Listing."},
       {"creation", [](Entity& e) { e.SetDBConnStr("Provider=Foo;Data Source=x"); }, 0x8524E4F8,
-       std::string("Could not create the table prods for dataset Products in datapage Listing.  ") +
-           kAdvice +
-           "If all else fails, delete or rename the existing database or file and try again.  "
-           "Original Error: Error creating table for Listing.Products:  \n\tThe Database provider "
-           "Foo not supported for automatic creation.  You may still be able to extract to it, "
-           "but you must create it yourself."},
+       "Could not create the table prods for dataset Products in datapage Listing.  ",
+       "Original Error: Error creating table for Listing.Products:  \n\tThe Database provider Foo "
+       "not supported for automatic creation.  You may still be able to extract to it, but you "
+       "must create it yourself."},
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(c.what);
@@ -135,7 +127,12 @@ TEST_F(TablesTest, ValidateNamesTheFirstThingMissing) {
     const Error e = CaughtError([&] { prods->Validate(); });
     EXPECT_EQ(e.Number(), c.number);
     EXPECT_EQ(e.Source(), "Entity.Validate");
-    EXPECT_EQ(e.Description(), c.text);
+    if (c.original.empty()) {
+      EXPECT_EQ(e.Description(), c.text);
+    } else {
+      EXPECT_EQ(e.Description().rfind(c.text, 0), 0u) << e.Description();
+      EXPECT_TRUE(e.Description().ends_with(c.original)) << e.Description();
+    }
   }
   // A dataset on no datapage.
   auto alone = Entity::Create();
@@ -172,15 +169,11 @@ TEST_F(TablesTest, ValidateReportsATableThatCannotBeOpened) {
   EXPECT_EQ(e.Description().rfind("Could not connect to the table my prodsusing the following "
                                   "connection string: " +
                                       db::MaskPasswords(prods->DBConnStr()) +
-                                      " for dataset Products in datapage Listing.  " + kAdvice +
-                                      "If the database that you are connecting to is not SQL, "
-                                      "Access, or Excel, the tables and database will not be "
-                                      "created automatically and you will need to do it manuall.  "
-                                      "If all else fails, delete or rename the existing database "
-                                      "or file and try again.  Original Error: ",
+                                      " for dataset Products in datapage Listing.  ",
                                   0),
             0u)
       << e.Description();
+  EXPECT_NE(e.Description().find("Original Error: "), std::string::npos);
 }
 
 // A store that takes its tables and then goes away: no server here can be made to do that.
@@ -214,11 +207,10 @@ TEST_F(TablesTest, ValidateReportsAStoreThatCannotBeReached) {
   EXPECT_EQ(text.find("s3cret"), std::string::npos) << text;
   EXPECT_EQ(text.rfind("Could not connect using the following connection string: " +
                            db::MaskPasswords(prods->DBConnStr()) +
-                           " for dataset Products in datapage Listing.  " + kAdvice,
+                           " for dataset Products in datapage Listing.  ",
                        0),
             0u)
       << text;
-  EXPECT_NE(text.find("you will need to do it manuall.  "), std::string::npos);
   EXPECT_TRUE(text.ends_with("Original Error: The server has gone away")) << text;
 }
 
