@@ -147,28 +147,20 @@ TEST_F(ExchangeTest, ExportImportIntoAFreshStoreAndExportAgainGiveTheSameFile) {
   EXPECT_EQ(imported[1].name, "Shop\\Nightly");
   EXPECT_EQ(exchange::ExportPackage("J1").xml, xml);
 
-  // What the business classes load from the new store.
+  // The export of the new store is the file, so the new store holds the rows the first one held
+  // (what the classes load from such rows is checked in persistence_test and
+  // package_persistence_test). Secrets come back deciphered.
   UseStore("fresh.sqlite");
   auto page = DataPage::Create();
   page->Load(page_id_);
   ASSERT_EQ(page->RootEntities().Count(), 1);
   auto products = page->RootEntities().Item(1);
   EXPECT_EQ(products->DBConnStr(), kTargetCnStr);
-  EXPECT_EQ(products->GetAttributes().Item(1)->EndTag(), "</td>\r\n<td>");
-  EXPECT_EQ(products->GetAttributes().Item(2)->StartTag(), " <b>%26");
-  EXPECT_EQ(products->GetAttributes().Item(2)->ColumnTypeParameter(), "[0-9.]+");
-  EXPECT_EQ(products->GetAttributes().Item(3)->StartTag(), "<i>é");
-  auto reviews = products->ChildrenOnPage().Item(1);
-  EXPECT_EQ(reviews->DBConnStr(), kTargetCnStr) << "a clear string was enciphered on the way";
-  ASSERT_EQ(reviews->SelectedMetaFields()->Count(), 2);
-  EXPECT_EQ(reviews->SelectedMetaFields()->Item(1)->ColumnName(), "PARENT_ORDER_ON_PAGE");
-  EXPECT_EQ(products->SelectedMetaFields()->Count(), 3) << "the default columns it was saved with";
-  EXPECT_EQ(Text(DTask().Selectx("T1", true), "Description"), kTextForm);
+  EXPECT_EQ(products->ChildrenOnPage().Item(1)->DBConnStr(), kTargetCnStr)
+      << "the string stored in clear text before arrives as it was";
   auto job = Job::Create();
   job->Load("J1", true);
-  ASSERT_EQ(job->GetTasks().Count(), 3);
   EXPECT_EQ(job->GetTasks().Item(2)->GetDocSources().Item(1)->ConnStr(), kQueryCnStr);
-  EXPECT_EQ(job->DateModified(), DateTime::FromParts(2026, 2, 3, 4, 5, 6));
 }
 
 TEST_F(ExchangeTest, ImportingAgainUpdatesAndTheStoreFollowsTheFile) {

@@ -42,6 +42,8 @@ TEST_F(TaskTextFormTest, FourFramedPiecesWithTheTaskXmlFirst) {
   }
 }
 
+// The name, step, pause and source display are compared through a whole package in
+// package_persistence_test.
 TEST_F(TaskTextFormTest, EverySettingComesBackThroughTheStore) {
   auto job = NewJob("Form");
   auto task = AddTask(job, "Fetch", 3, TaskTypes::CmdLine);
@@ -54,8 +56,6 @@ TEST_F(TaskTextFormTest, EverySettingComesBackThroughTheStore) {
   task->SetSaveErrorPages(true);
   task->SetDisableLocalFileCopy(true);
   task->SetDoValidation(-3);
-  task->SetDisplaySrcType(TaskSrcType::SQLGroup);
-  task->SetThrottleWaitMSecs(250);
   task->SetDocCleanseMethod("OBJECTS");
   task->SetDocCleanseParams("a,b");
   task->SetDocCleanseMethod2("PRETAGS");
@@ -64,8 +64,6 @@ TEST_F(TaskTextFormTest, EverySettingComesBackThroughTheStore) {
 
   auto loaded = Task::Create();
   loaded->Load(task->TaskId());
-  EXPECT_EQ(loaded->TaskName(), "Fetch");
-  EXPECT_EQ(loaded->Step(), 3);
   EXPECT_EQ(loaded->TaskType(), TaskTypes::CmdLine);
   // The reader types a value by its text: "007" arrives as the number 7.
   EXPECT_EQ(loaded->Description(), "7");
@@ -77,8 +75,6 @@ TEST_F(TaskTextFormTest, EverySettingComesBackThroughTheStore) {
   EXPECT_TRUE(loaded->SaveErrorPages());
   EXPECT_TRUE(loaded->DisableLocalFileCopy());
   EXPECT_EQ(loaded->DoValidation(), -1);
-  EXPECT_EQ(loaded->DisplaySrcType(), TaskSrcType::SQLGroup);
-  EXPECT_EQ(loaded->ThrottleWaitMSecs(), 250);
   EXPECT_EQ(loaded->DocCleanseMethod(), "OBJECTS");
   EXPECT_EQ(loaded->DocCleanseParams(), "a,b");
   EXPECT_EQ(loaded->DocCleanseMethod2(), "PRETAGS");
