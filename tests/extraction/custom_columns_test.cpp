@@ -7,59 +7,24 @@
 #include "extraction_fixture.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
-#include "rules/rules_fixture.h"
+#include "rules/connection_string.h"
 
 namespace gw {
 namespace {
 
 using RowList = std::vector<std::vector<std::string>>;
 
-class CustomColumnsTest : public testing::RulesStoreTest {
+class CustomColumnsTest : public extraction_test::ExtractionTest {
  protected:
-  CustomColumnsTest()
-      : target_("Provider=SQLite;Data Source=" + (home_.Path() / "t.db").string()) {}
-
-  void Exec(const std::string& sql) {
-    auto cn = db::Connection::Create();
-    cn->Open(target_);
-    cn->ExecuteScript(sql);
+  CustomColumnsTest() {
+    SetRulesConnectionOverride("Provider=SQLite;Data Source=" + (dir_ / "rules.sqlite").string());
   }
-  RowList Rows(const std::string& sql) {
-    auto cn = db::Connection::Create();
-    cn->Open(target_);
-    RowList rows;
-    for (auto rs = cn->Execute(sql); !rs->IsEOF(); rs->MoveNext()) {
-      std::vector<std::string> row;
-      for (auto& f : rs->GetFields())
-        row.push_back(f.Value().IsNull() ? "NULL" : f.Value().ToText());
-      rows.push_back(std::move(row));
-    }
-    return rows;
-  }
-  EntityPtr Dataset(const std::string& name, const std::string& init, const std::string& table,
-                    const std::string& column, const std::string& start, const std::string& end) {
-    auto e = Entity::Create();
-    e->SetEntityName(name);
-    e->SetInitString(init);
-    e->SetTableName(table);
-    e->SetDBConnStr(target_);
-    auto a = Attrib::Create();
-    a->SetColumnName(column);
-    a->SetStep(1);
-    a->SetStartTag(start);
-    a->SetEndTag(end);
-    e->GetAttributes().Add(a, a->Id());
-    return e;
-  }
-
+  ~CustomColumnsTest() override { SetRulesConnectionOverride({}); }
   static MetaFieldPtr Loaded(long custom_col_id) {
     auto f = MetaField::Create();
     f->Load(custom_col_id);
     return f;
   }
-
-  std::string target_;
-  std::string page_id_;
 };
 
 TEST_F(CustomColumnsTest, OrderColumnsReachTheRowsOfNestedDatasets) {
@@ -70,37 +35,31 @@ TEST_F(CustomColumnsTest, OrderColumnsReachTheRowsOfNestedDatasets) {
       "PARENT_ORDER_ON_PAGE VARCHAR(10));"
       "CREATE TABLE features (feature VARCHAR(20), ORDER_ON_PAGE VARCHAR(10), "
       "PARENT_ORDER_ON_PAGE VARCHAR(10), PACKAGE_NAME VARCHAR(30));");
-  {
-    auto page = DataPage::Create();
-    page->SetDisplayName("Catalogue");
-    page->Save();
-    auto items = Dataset("Items", "<div class=item>", "items", "title", "<h2>", "</h2>");
-    page->RootEntities().Add(items, items->Id());
-    auto features = Dataset("Features", "<li>", "features", "feature", "<li>", "</li>");
-    items->ChildrenOnPage().Add(features, features->Id());
-    // Saved without a choice of their own: the store's default columns.
-    for (const EntityPtr& e : {items, features}) {
-      e->Save();
-      for (const auto& a : e->GetAttributes()) a->Save();
-    }
-    // The features also take the package's name.
-    auto chosen = MetaFields::Create();
-    for (long id : {24L, 27L, 2L}) chosen->Add(Loaded(id));
-    features->SetSelectedMetaFields(chosen);
-    features->Save();
-    page_id_ = page->Id();
+  auto items = AddRoot("Items", "<div class=item>", "items");
+  AddField(items, "title", "<h2>", "</h2>");
+  auto features = AddChild(items, "Features", "<li>", "features");
+  AddField(features, "feature", "<li>", "</li>");
+  page_->Save();
+  // Saved without a choice of their own: the store's default columns.
+  for (const EntityPtr& e : {items, features}) {
+    e->Save();
+    for (const auto& a : e->GetAttributes()) a->Save();
   }
+  // The features also take the package's name.
+  auto chosen = MetaFields::Create();
+  for (long id : {24L, 27L, 2L}) chosen->Add(Loaded(id));
+  features->SetSelectedMetaFields(chosen);
+  features->Save();
 
   auto page = DataPage::Create();
-  page->Load(page_id_);
+  page->Load(page_->Id());
   auto job = MetaJob::Create();
   job->SetJobName("Nightly");
   auto task = MetaTask::Create();
   task->SetMetaJob(job);
-  auto doc = std::make_shared<extraction_test::TestDoc>("file:///catalogue.htm");
-  doc->Metadata()->SetDocId("D1");
-  task->GetMetaDocs().Add(doc->Metadata(), task);
-  page->SetDoc(doc);
+  doc_->Metadata()->SetDocId("D1");
+  task->GetMetaDocs().Add(doc_->Metadata(), task);
+  page->SetDoc(doc_);
   std::string text =
       "<div class=item><h2>One</h2><ul><li>1a</li><li>1b</li></ul></div>"
       "<div class=item><h2>Two</h2></div>"
@@ -115,8 +74,7 @@ TEST_F(CustomColumnsTest, OrderColumnsReachTheRowsOfNestedDatasets) {
       (RowList{
           {"1a", "1", "1", "Nightly"}, {"1b", "2", "1", "Nightly"}, {"3a", "1", "3", "Nightly"}}));
   // The shape in which the chosen columns join a row.
-  auto features = page->RootEntities().Item(1)->ChildrenOnPage().Item(1);
-  auto shape = features->CustomColumns();
+  auto shape = page->RootEntities().Item(1)->ChildrenOnPage().Item(1)->CustomColumns();
   ASSERT_EQ(shape->GetFields().Count(), 3);
   EXPECT_EQ(shape->GetFields().Item(1L).Name(), "PARENT_ORDER_ON_PAGE");
   EXPECT_EQ(shape->GetFields().Item(1L).DefinedSize(), 10);
@@ -124,18 +82,15 @@ TEST_F(CustomColumnsTest, OrderColumnsReachTheRowsOfNestedDatasets) {
 
 TEST_F(CustomColumnsTest, AColumnOfAMissingOwnerTakesItsDefault) {
   Exec("CREATE TABLE items (title VARCHAR(20), DOC_ID VARCHAR(50), TASK_ID VARCHAR(50))");
-  auto page = DataPage::Create();
-  auto items = Dataset("Items", "<p>", "items", "title", "<p>", "</p>");
-  page->RootEntities().Add(items, items->Id());
+  auto items = AddRoot("Items", "<p>", "items");
+  AddField(items, "title", "<p>", "</p>");
   auto chosen = MetaFields::Create();
   for (long id : {10L, 6L}) chosen->Add(Loaded(id));
   items->SetSelectedMetaFields(chosen);
   // A document extracted outside any package step.
-  auto doc = std::make_shared<extraction_test::TestDoc>("file:///items.htm");
-  doc->Metadata()->SetDocId("D9");
-  page->SetDoc(doc);
+  doc_->Metadata()->SetDocId("D9");
   std::string text = "<p>x</p>";
-  page->Extract(text, false);
+  page_->Extract(text, false);
   EXPECT_EQ(Rows("SELECT title, DOC_ID, TASK_ID FROM items"), (RowList{{"x", "D9", "N/A"}}));
 }
 

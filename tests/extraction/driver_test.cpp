@@ -105,16 +105,6 @@ TEST_F(Driver, InterleavedRootsTakeTheirRowsInPageOrder) {
   EXPECT_EQ(text, "</p>");
 }
 
-TEST_F(Driver, OfTwoRootsWithOneInitializationStringTheEarlierTakesEveryRow) {
-  auto pears = AddRoot("Pears", "<A>", "pears");
-  AddField(pears, "v", "<a>", "</a>");
-  std::string text = "<a>1</a><a>2</a><a>3</a>";
-  page_->Extract(text, false);
-  EXPECT_EQ(Rows("SELECT v FROM apples"), (RowList{{"1"}, {"2"}, {"3"}}));
-  EXPECT_TRUE(Rows("SELECT * FROM pears").empty());
-  EXPECT_EQ(pears->Metadata()->ExtractCount(), 0);
-}
-
 TEST_F(Driver, TheProgressGuardDropsOneCharacterOfAnOccurrenceThatConsumedNothing) {
   // Every row is refused (a required column no field feeds) and no field matches, so no row
   // consumes anything.
@@ -234,6 +224,7 @@ TEST_F(Driver, RowNumberingRestartsWithEveryDocument) {
   EXPECT_EQ(page_->GetEntityPageOrder(apples_->Id()), 1);
 }
 
+// Which root takes a row: of two with one initialization string, the earlier takes every row.
 TEST(Entities, FirstInStrPrefersTheEarliestOccurrenceAndTheEarlierEntityOnATie) {
   auto page = DataPage::Create();
   Entities& roots = page->RootEntities();
