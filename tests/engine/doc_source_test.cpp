@@ -50,6 +50,10 @@ class DocSourceTest : public RunTest {
            " THEN uri ELSE abs(n - n - 9223372036854775807 - 1) END FROM pages ORDER BY n";
   }
   void StartInstance() { testing::StartInstance(*job_, *task_); }
+  // Queues the task's documents in the running instance.
+  void Queue() {
+    task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(), job_->StartTime());
+  }
 
   JobPtr job_ = NewJob("Sources");
   Error overflow_{0, "", ""};
@@ -144,7 +148,7 @@ TEST_F(DocSourceTest, QueuingWritesOneQueuedRowPerAddress) {
   AddSource(task_, "SELECT uri FROM pages", SrcType::sql, target_cn_);
   StartInstance();
 
-  task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(), job_->StartTime());
+  Queue();
   // Nulls are passed over; an address listed twice is queued twice.
   EXPECT_EQ(RulesRows("SELECT uri, temp_uri, copy_completion_code, copy_try_count FROM "
                       "task_instance_docs WHERE job_id = ? AND task_id = ? ORDER BY rowid",
@@ -167,7 +171,7 @@ TEST_F(DocSourceTest, AQueryOfThousandsOfAddressesQueuesEachOnceInItsOrder) {
   AddSource(task_, "SELECT uri FROM pages ORDER BY n DESC", SrcType::sql, target_cn_);
   StartInstance();
 
-  task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(), job_->StartTime());
+  Queue();
   std::vector<std::string> expected;
   for (int n = kAddresses; n >= 1; --n) {
     if (n % 500 != 0) expected.push_back("http://a.test/" + std::to_string(n) + "|Queued");
@@ -188,20 +192,12 @@ TEST_F(DocSourceTest, ASourceThatCannotBeReadToTheEndQueuesNothing) {
     return RulesRows("SELECT COUNT(*) FROM task_instance_docs WHERE task_id = ?",
                      {Variant(task_->TaskId())});
   };
-  EXPECT_EQ(CaughtError([&] {
-              task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(),
-                                                   job_->StartTime());
-            }).Number(),
-            overflow_.Number());
+  EXPECT_EQ(CaughtError([&] { Queue(); }).Number(), overflow_.Number());
   EXPECT_EQ(queued(), (std::vector<std::string>{"0"}));
 
   // A statement without rows runs, and its list cannot be read.
   source->SetSource("UPDATE pages SET n = n + 10000");
-  EXPECT_EQ(CaughtError([&] {
-              task_->GetDocSources().CreateDocList(job_->JobId(), task_->TaskId(),
-                                                   job_->StartTime());
-            }).Number(),
-            db::dberr::kObjectClosed);
+  EXPECT_EQ(CaughtError([&] { Queue(); }).Number(), db::dberr::kObjectClosed);
   EXPECT_EQ(queued(), (std::vector<std::string>{"0"}));
   EXPECT_EQ(TargetRows("SELECT MIN(n) FROM pages"), (std::vector<std::string>{"10001"}));
   EXPECT_FALSE(source->UriList()->State() == db::ObjectState::Open);
