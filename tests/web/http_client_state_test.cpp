@@ -42,8 +42,6 @@ TEST(HttpWebResponseTest, StatusTypeByHundreds) {
 TEST(HttpWebRequestTest, HeaderPropertiesIgnoreEmptyValues) {
   HttpWebRequest r;
   EXPECT_EQ(r.Method(), "GET");
-  EXPECT_EQ(r.MaximumAutomaticRedirections(), 10);
-  EXPECT_TRUE(r.AllowAutoRedirect());
   EXPECT_EQ(r.ContentLength(), 0);
   r.SetRefererUrl("http://a/");
   r.SetRefererUrl("");  // keeps the earlier value
@@ -162,13 +160,9 @@ TEST_F(WebSettingsTest, AValueThatIsNotWhatItStandsForFailsNamingTheOption) {
     SetOptionReader([n = name, v = value](const std::string& asked) {
       return asked == n ? Variant(v) : Variant();
     });
-    try {
-      ReadWebSettings();
-      FAIL() << "no error";
-    } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), errnum::kBadSetting);
-      EXPECT_NE(e.Description().find("\"" + name + "\""), std::string::npos) << e.Description();
-    }
+    const Error e = gw::testing::CaughtError([] { ReadWebSettings(); });
+    EXPECT_EQ(e.Number(), errnum::kBadSetting);
+    EXPECT_NE(e.Description().find("\"" + name + "\""), std::string::npos) << e.Description();
   }
 }
 

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "support/test_support.h"
 #include "web/http_header.h"
 #include "web/uri.h"
 
@@ -48,12 +49,7 @@ TEST(HttpUtilityEncoding, UrlDecodeTurnsEscapesBackIntoBytes) {
   EXPECT_EQ(UrlDecode("%4"), "\x04");  // one digit at the very end
   for (const char* bad : {"%zz", "%", "%4g", "a%-1"}) {
     SCOPED_TRACE(bad);
-    try {
-      UrlDecode(bad);
-      FAIL();
-    } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), gw::errnum::kTypeMismatch);
-    }
+    EXPECT_EQ(gw::testing::FailureNumber([&] { UrlDecode(bad); }), gw::errnum::kTypeMismatch);
   }
 }
 
@@ -107,15 +103,11 @@ TEST(HttpUtilityHeaders, AnElementWithoutANameFails) {
   const Case cases[] = {{"=x", 1}, {"a;;=b", 4}, {"a;'b", 3}, {";", 1}, {",;", 2}};
   for (const auto& c : cases) {
     SCOPED_TRACE(c.header);
-    try {
-      ParseHttpHeader(c.header);
-      FAIL();
-    } catch (const Error& e) {
-      EXPECT_EQ(e.Number(), errnum::kBadHeaderFormat);
-      EXPECT_EQ(e.Source(), "HttpUtility.ParseHttpHeader");
-      EXPECT_EQ(e.Description(), std::string("Bad header format: ") + c.header +
-                                     ".  Empty element at position " + std::to_string(c.position));
-    }
+    const Error e = gw::testing::CaughtError([&] { ParseHttpHeader(c.header); });
+    EXPECT_EQ(e.Number(), errnum::kBadHeaderFormat);
+    EXPECT_EQ(e.Source(), "HttpUtility.ParseHttpHeader");
+    EXPECT_EQ(e.Description(), std::string("Bad header format: ") + c.header +
+                                   ".  Empty element at position " + std::to_string(c.position));
   }
 }
 
