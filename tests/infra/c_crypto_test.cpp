@@ -28,16 +28,12 @@ void UseKeyFile(const std::string& path_setting) {
                            Variant(path_setting), C_Registry::REG_SZ);
 }
 
-// The failure of decrypting `text`, or 0.
+// The number of the failure of decrypting `text`.
 ErrorNumber DecryptFailure(std::string_view text) {
-  try {
-    CCrypto().DecryptText(text);
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Source(), "CCrypto");
-    EXPECT_EQ(e.CallStack(), std::vector<std::string>{"CCrypto.DecryptText(CipherText)"});
-    return e.Number();
-  }
-  return 0;
+  const Error e = testing::CaughtError([&] { CCrypto().DecryptText(text); });
+  EXPECT_EQ(e.Source(), "CCrypto");
+  EXPECT_EQ(e.CallStack(), std::vector<std::string>{"CCrypto.DecryptText(CipherText)"});
+  return e.Number();
 }
 
 TEST(CCrypto, RoundTripsAnyTextAsBase64WithoutTheProviderMarker) {

@@ -15,6 +15,7 @@
 #include "infra/computer_name.h"
 #include "infra/log_files.h"
 #include "platform/db/connection.h"
+#include "platform/db/recordset.h"
 #include "platform/db/report_capture.h"
 #include "platform/document_file.h"
 #include "platform/report_connection_string.h"
@@ -204,18 +205,16 @@ TEST(ErrorReport, ALogOnlyErrorIsLoggedAndSentButNotShown) {
 TEST(ErrorReport, RaisingAgainWritesNothingAndKeepsTheNumber) {
   ReportHarness h;
   h.options[report_option::kEnableWebErrorReporting] = "True";
-  try {
+  const Error e = testing::CaughtError([] {
     try {
       throw Error(0x800A0035, "x", "gone");
     } catch (...) {
       ReportError(true, false, "Doc.Open(Path)", Args(std::string("/a")));
     }
-    FAIL() << "not raised";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), 0x800A0035u);
-    ASSERT_EQ(e.Frames().size(), 1u);
-    EXPECT_NE(e.Report().find("    Value Of Path:'/a'\n"), std::string::npos);
-  }
+  });
+  EXPECT_EQ(e.Number(), 0x800A0035u);
+  ASSERT_EQ(e.Frames().size(), 1u);
+  EXPECT_NE(e.Report().find("    Value Of Path:'/a'\n"), std::string::npos);
   EXPECT_EQ(h.LogFile(), "");
   EXPECT_TRUE(h.sent.empty());
   EXPECT_TRUE(h.shown.empty());
@@ -259,7 +258,9 @@ TEST(ErrorReport, TheDatabaseBlockShowsTheMaskedStringStateErrorsAndRelease) {
                          ";Password=topsecret";
   auto cn = db::Connection::Create();
   cn->Open(cs);
+  cn->Execute("CREATE TABLE t (a INTEGER)");
   cn->BeginTrans();
+  cn->Execute("INSERT INTO t VALUES (1)");
   const Error e = RunHost([&] {
     ReportAs("D_Job.Save(Sql)", Args(std::string("INSERT")).Db(cn),
              [&] { cn->Execute("INSERT INTO missing VALUES (1)"); });
@@ -276,6 +277,7 @@ TEST(ErrorReport, TheDatabaseBlockShowsTheMaskedStringStateErrorsAndRelease) {
   EXPECT_NE(r.find("    Transaction: Attempt to call RollbackTrans succeeded\n"),
             std::string::npos);
   EXPECT_FALSE(cn->InTransaction());
+  EXPECT_EQ((*cn->Execute("SELECT COUNT(*) FROM t"))[0L].Value().ToLong(), 0);
 }
 
 TEST(ErrorReport, AFailedSystemCallGivesTheApiErrorLine) {

@@ -129,33 +129,8 @@ TEST(ReportAs, AnApplicationErrorCarriesNoValuesAndOtherFailuresBecomeErrors) {
   EXPECT_EQ(other.Frames().at(0).values.at(0).text, "'value'");
 }
 
-TEST(ReportAs, ADatabaseObjectIsDescribedMaskedAndItsTransactionRolledBack) {
-  testing::TempDir dir;
-  const std::string cs =
-      "Provider=SQLite;Data Source=" + (dir / "t.sqlite").string() + ";Password=hunter2";
-  auto cn = db::Connection::Create();
-  cn->Open(cs);
-  cn->Execute("CREATE TABLE t (a INTEGER)");
-  cn->BeginTrans();
-  cn->Execute("INSERT INTO t VALUES (1)");
-  const Error e = testing::CaughtError([&] {
-    ReportAs("Tests.Write(Sql)", Args(std::string("bad")).Db(cn),
-             [&] { cn->Execute("INSERT INTO nowhere VALUES (1)"); });
-  });
-  const ErrorFrame& f = e.Frames().at(0);
-  ASSERT_TRUE(f.db.has_value());
-  EXPECT_EQ(f.db->object_type, "Connection");
-  EXPECT_EQ(f.db->state, "adStateOpen");
-  EXPECT_EQ(f.db->connection_string.find("hunter2"), std::string::npos);
-  EXPECT_NE(f.db->connection_string.find("Password=*****"), std::string::npos);
-  ASSERT_EQ(f.db->errors.size(), 1u);
-  EXPECT_NE(f.db->errors[0].find("nowhere"), std::string::npos);
-  EXPECT_EQ(f.released.front(), "    Transaction: Attempt to call RollbackTrans succeeded");
-  EXPECT_FALSE(cn->InTransaction());
-  auto rs = cn->Execute("SELECT COUNT(*) AS n FROM t");
-  EXPECT_EQ((*rs)["n"].Value().ToLong(), 0);
-}
-
+// A connection's block (masked string, state, errors, the rollback) is checked in the report
+// that shows it: ErrorReport.TheDatabaseBlockShowsTheMaskedStringStateErrorsAndRelease.
 TEST(ReportAs, ARecordsetsConnectionIsClosedWhenAsked) {
   testing::TempDir dir;
   auto cn = db::Connection::Create();

@@ -57,25 +57,7 @@ TEST(Signal, DroppingTheScopedConnectionDetaches) {
   EXPECT_FALSE(sig.HasHandlers());
 }
 
-TEST(EventLoop, TimersFireOnlyFromDoEventsWhenDue) {
-  EventLoop loop;
-  auto now = EventLoop::Clock::now();
-  loop.SetTimeSource([&] { return now; });
-  int fired = 0;
-  const auto id = loop.StartTimer(10ms, [&] { ++fired; });
-  now += 9ms;
-  loop.DoEvents();
-  EXPECT_EQ(fired, 0);  // not due yet
-  now += 21ms;
-  EXPECT_EQ(fired, 0);  // time passed, but nobody pumped
-  loop.DoEvents();
-  EXPECT_EQ(fired, 1);  // a late timer fires once, not once per missed period
-  loop.StopTimer(id);
-  now += 20ms;
-  loop.DoEvents();
-  EXPECT_EQ(fired, 1);
-}
-
+// When a timer is due, and that a late one fires once, is checked through CTimer (c_timer_test).
 TEST(EventLoop, ARescheduledTimerCountsFromTheReschedule) {
   EventLoop loop;
   auto now = EventLoop::Clock::now();
@@ -144,20 +126,6 @@ struct WatchedPipe {
     EXPECT_EQ(::read(fds[0], &c, 1), 1);
   }
 };
-
-TEST(EventLoop, WatchedDescriptorWakesTheWaitAndRunsItsCallback) {
-  EventLoop loop;
-  WatchedPipe p;
-  bool readable = false;
-  p.id = loop.WatchFd(p.fds[0], true, false, [&](bool r, bool) { readable = r; });
-  const auto start = std::chrono::steady_clock::now();
-  p.Fill();
-  loop.WaitForActivity(2000ms);
-  EXPECT_LT(std::chrono::steady_clock::now() - start, 1000ms);
-  loop.DoEvents();
-  EXPECT_TRUE(readable);
-  loop.UnwatchFd(p.id);
-}
 
 TEST(EventLoop, OnePassServesEveryDescriptorReadyAtTheWait) {
   EventLoop loop;

@@ -169,16 +169,6 @@ TEST_F(WriteBatchTest, ASessionKeepsOneConnectionPerStoreAcrossItsBatches) {
   EXPECT_FALSE(std::filesystem::exists((dir_ / "t.db").string() + "-wal"));
 }
 
-TEST(SqlServerTarget, OpeningSaysItCannotBeReached) {
-  auto cn = Connection::Create();
-  const Error e = testing::CaughtError(
-      [&] { cn->Open("Provider=SQLOLEDB.1;Data Source=srv;Initial Catalog=shop"); });
-  EXPECT_EQ(e.Number(), dberr::kProviderNotFound);
-  EXPECT_EQ(e.Description(),
-            "SQL Server (Provider=SQLOLEDB.1) cannot be reached from this platform yet. Use a "
-            "SQLite, MySQL/MariaDB, Access or Excel target instead.");
-}
-
 TEST(MariaDbRowLimit, OnlyTheRowsAskedForComeBackAndTheLimitEndsWithIt) {
   auto& server = gw::testing::MariaDbServer::Shared();
   auto cn = Connection::Create();

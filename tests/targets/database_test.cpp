@@ -139,6 +139,7 @@ TEST_F(DatabaseTest, SqlServerCannotBeReachedAndSaysSo) {
     EXPECT_EQ(e.Number(), db::dberr::kProviderNotFound);
     EXPECT_NE(e.Description().find("SQL Server"), std::string::npos) << e.Description();
     EXPECT_NE(e.Description().find("cannot be reached from this platform"), std::string::npos);
+    EXPECT_NE(e.Description().find("(Provider=SQLOLEDB"), std::string::npos);
   }
 }
 
