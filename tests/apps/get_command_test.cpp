@@ -34,12 +34,7 @@ class GetCommand : public ::testing::Test {
     });
     server_.Start(8);
   }
-  // Quoted for the shell.
-  static std::string Q(const std::string& s) {
-    std::string out = "'";
-    for (char c : s) out += c == '\'' ? std::string("'\\''") : std::string(1, c);
-    return out + "'";
-  }
+  static std::string Q(const std::string& s) { return testing::ShellQuoted(s); }
 
   gw::testing::TempDir home_;
   gw::testing::LoopbackHttpServer server_;

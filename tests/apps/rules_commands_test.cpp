@@ -119,19 +119,10 @@ TEST(ListCommands, ShowDatapagesAndPackagesByCategory) {
   Result packages = RunCli(home.Path(), "packages");
   ASSERT_EQ(packages.status, 0) << packages.output;
   EXPECT_EQ(packages.output, "Nightly\n  Fetch all  j1\n");
-
-  testing::TempDir empty;
-  EXPECT_EQ(RunCli(empty.Path(), "packages").output, "No packages.\n");
+  // An empty store's answer: log_command_test's StartUp.
 }
 
-TEST(ListCommands, AFailureOfTheStoreIsReportedWithItsNumber) {
-  testing::TempDir home;
-  Result r = RunCli(home.Path(), "--rules 'Provider=Nothing;Data Source=x' datapages");
-  EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.output.find("0x800A0E7A"), std::string::npos) << r.output;
-  EXPECT_NE(r.output.find("D_DataPage.GetDatapageCategoryHierarchy"), std::string::npos)
-      << r.output;
-}
+// A store that fails is reported as log_command_test's FailedCommand shows.
 
 }  // namespace
 }  // namespace gw

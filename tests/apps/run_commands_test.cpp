@@ -80,6 +80,20 @@ class RunCommandsTest : public ::testing::Test {
     cn->Open(target_cn_);
     return cn->Execute("SELECT COUNT(*) FROM log")->GetFields()[0L].Value().ToLong();
   }
+  // Imports the demonstration's package with its paths filled in as the demo does: its pages at
+  // `pages`, its target at `target`.
+  void ImportBookshop(const fs::path& pages, const std::string& target) {
+    std::string xml = ReadFile(testing::SourceDir() / "examples" / "bookshop" / "bookshop.xml");
+    for (const auto& [from, to] :
+         {std::pair<std::string, std::string>{"@PAGES@", pages.string()}, {"@TARGET@", target}}) {
+      for (auto at = xml.find(from); at != std::string::npos; at = xml.find(from, at)) {
+        xml.replace(at, from.size(), to);
+      }
+    }
+    testing::WriteFile(out_ / "bookshop.xml", xml);
+    const CliResult imported = RunCli(home_.Path(), {"import", (out_ / "bookshop.xml").string()});
+    ASSERT_EQ(imported.status, 0) << imported.output;
+  }
   // The id of the process a package's command wrote into `marker`, once it is there.
   static int WaitForMarker(const fs::path& marker) {
     EXPECT_TRUE(WaitFor([&] { return fs::exists(marker); }, std::chrono::seconds(30)));
@@ -284,20 +298,8 @@ TEST_F(RunCommandsTest, CtrlCStopsAtTheNextStepAndKeepsTheHistory) {
 }
 
 TEST_F(RunCommandsTest, TheBookshopSampleRunsIntoItsTarget) {
-  // The demonstration's package, with its paths filled in as the demo does.
-  std::string xml = ReadFile(testing::SourceDir() / "examples" / "bookshop" / "bookshop.xml");
   const std::string target = (home_.Path() / "bookshop.sqlite").string();
-  for (const auto& [from, to] :
-       {std::pair<std::string, std::string>{
-            "@PAGES@", (testing::SourceDir() / "examples" / "bookshop" / "pages").string()},
-        {"@TARGET@", target}}) {
-    for (auto at = xml.find(from); at != std::string::npos; at = xml.find(from, at)) {
-      xml.replace(at, from.size(), to);
-    }
-  }
-  testing::WriteFile(out_ / "bookshop.xml", xml);
-  const CliResult imported = RunCli(home_.Path(), {"import", (out_ / "bookshop.xml").string()});
-  ASSERT_EQ(imported.status, 0) << imported.output;
+  ImportBookshop(testing::SourceDir() / "examples" / "bookshop" / "pages", target);
   const CliResult run = RunCli(home_.Path(), {"run", "Harbour Books\\Nightly"});
   ASSERT_EQ(run.status, 0) << run.output;
 
@@ -329,16 +331,8 @@ TEST_F(RunCommandsTest, ARunThatLostDocumentsOrRowsSaysSoAndEndsWithStatus3) {
   const fs::path pages = home_.Path() / "pages";
   fs::copy(testing::SourceDir() / "examples" / "bookshop" / "pages", pages);
   fs::create_symlink(pages / "gone.htm", pages / "page4.htm");
-  std::string xml = ReadFile(testing::SourceDir() / "examples" / "bookshop" / "bookshop.xml");
   const std::string target = (home_.Path() / "bookshop.sqlite").string();
-  for (const auto& [from, to] :
-       {std::pair<std::string, std::string>{"@PAGES@", pages.string()}, {"@TARGET@", target}}) {
-    for (auto at = xml.find(from); at != std::string::npos; at = xml.find(from, at)) {
-      xml.replace(at, from.size(), to);
-    }
-  }
-  testing::WriteFile(out_ / "bookshop.xml", xml);
-  ASSERT_EQ(RunCli(home_.Path(), {"import", (out_ / "bookshop.xml").string()}).status, 0);
+  ImportBookshop(pages, target);
   {
     auto cn = db::Connection::Create();
     cn->Open("Provider=SQLite;Data Source=" + target);
