@@ -1,7 +1,5 @@
 #include "support/http_server.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -71,22 +69,6 @@ TestCertificates MakeTestCertificates(const std::filesystem::path& dir) {
     throw std::runtime_error("openssl could not make the test certificates");
   }
   return c;
-}
-
-int UnusedLoopbackPort() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  addr.sin_port = 0;
-  socklen_t len = sizeof addr;
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0 ||
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&addr), &len) != 0) {
-    ::close(fd);
-    throw std::runtime_error("no free loopback port");
-  }
-  ::close(fd);
-  return ntohs(addr.sin_port);
 }
 
 }  // namespace gw::testing

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <thread>
 
+#include "support/loopback_port.h"
+
 namespace gw::testing {
 
 class LoopbackHttpServer {
@@ -48,8 +50,5 @@ struct TestCertificates {
   std::filesystem::path key;
 };
 TestCertificates MakeTestCertificates(const std::filesystem::path& dir);
-
-// A loopback port on which nothing listens (bound once, then closed).
-int UnusedLoopbackPort();
 
 }  // namespace gw::testing

@@ -1,8 +1,6 @@
 #include "support/mariadb_server.h"
 
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,26 +12,11 @@
 #include <vector>
 
 #include "platform/db/connection.h"
+#include "support/loopback_port.h"
 
 namespace gw::testing {
 
 namespace {
-
-int FreePort() {
-  const int s = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in addr{};
-  addr.sin_family = AF_INET;
-  addr.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  addr.sin_port = 0;
-  if (::bind(s, reinterpret_cast<sockaddr*>(&addr), sizeof addr) != 0) {
-    ::close(s);
-    throw std::runtime_error("cannot find a free port");
-  }
-  socklen_t len = sizeof addr;
-  ::getsockname(s, reinterpret_cast<sockaddr*>(&addr), &len);
-  ::close(s);
-  return ntohs(addr.sin_port);
-}
 
 int Spawn(const std::vector<std::string>& args, const std::string& log) {
   const pid_t pid = ::fork();
@@ -72,7 +55,7 @@ MariaDbServer::MariaDbServer() {
   if (!::mkdtemp(pattern)) throw std::runtime_error("mkdtemp failed");
   dir_ = pattern;
   socket_ = dir_ + "/sock";
-  port_ = FreePort();
+  port_ = UnusedLoopbackPort();
   const std::string log = dir_ + "/server.log";
   const bool root = ::geteuid() == 0;
 
