@@ -1,5 +1,7 @@
 #include "extraction_fixture.h"
 
+#include "extraction/stored_fields.h"
+
 namespace gw::extraction_test {
 
 namespace {
@@ -94,15 +96,10 @@ EntityPtr ExtractionTest::AddChild(const EntityPtr& parent, const std::string& n
 AttribPtr ExtractionTest::AddField(const EntityPtr& entity, const std::string& column,
                                    const std::string& start, const std::string& end, bool optional,
                                    std::int32_t size) {
-  auto a = Attrib::Create();
-  a->SetColumnName(column);
-  a->SetStartTag(start);
-  a->SetEndTag(end);
+  const auto step = static_cast<std::int16_t>(entity->GetAttributes().Count() + 1);
+  auto a = testing::Field(entity, column, step, start, end);
   a->SetIsOptional(optional);
   a->SetColumnSize(size);
-  const auto step = static_cast<std::int16_t>(entity->GetAttributes().Count() + 1);
-  a->SetStep(step);
-  entity->GetAttributes().Add(a, a->Id(), step);
   return a;
 }
 
