@@ -6,7 +6,6 @@
 #include "extraction/entity.h"
 #include "extraction/failures.h"
 #include "extraction/stored_fields.h"
-#include "extraction_fixture.h"
 #include "infra/c_crypto.h"
 #include "meta/failures.h"
 #include "rules/rules_fixture.h"
@@ -240,38 +239,6 @@ TEST_F(TemplatePersistenceTest, AFieldFindsItsDatasetByIdInTheStore) {
   auto lost = Attrib::Create();
   lost->SetEntityId("gone");
   EXPECT_EQ(CaughtError([&] { lost->GetEntity(); }).Number(), exerr::kNoSuchEntity);
-}
-
-TEST_F(TemplatePersistenceTest, ALoadedTemplateExtractsRows) {
-  const auto target = home_.Path() / "target.sqlite";
-  {
-    auto cn = db::Connection::Create();
-    cn->Open("Provider=SQLite;Data Source=" + target.string());
-    cn->ExecuteScript("CREATE TABLE items (name VARCHAR(50), price VARCHAR(50))");
-  }
-  auto page = DataPage::Create();
-  auto items = Entity::Create();
-  page->RootEntities().Add(items);
-  items->SetInitString("<tr>");
-  items->SetTableName("items");
-  items->SetDBConnStr("Provider=SQLite;Data Source=" + target.string());
-  Field(items, "name", 1, "<td>", "</td>");
-  Field(items, "price", 2, "<td>", "</td>");
-  page->Save();
-  items->SetSelectedMetaFields(MetaFields::Create());
-  items->Save();
-  for (const auto& a : items->GetAttributes()) a->Save();
-
-  auto loaded = DataPage::Create();
-  loaded->Load(page->Id());
-  loaded->SetDoc(std::make_shared<extraction_test::TestDoc>("file:///page.htm"));
-  std::string html = "<table><tr><td>Tea</td><td>3</td><tr><td>Jam</td><td>5</td></table>";
-  loaded->Extract(html, false);
-  auto cn = db::Connection::Create();
-  cn->Open("Provider=SQLite;Data Source=" + target.string());
-  auto rs = cn->Execute("SELECT name || '=' || price AS v FROM items ORDER BY rowid");
-  ASSERT_EQ(rs->RecordCount(), 2);
-  EXPECT_EQ((*rs)["v"].Value().ToString(), "Tea=3");
 }
 
 }  // namespace
