@@ -7,20 +7,14 @@
 namespace gw::text {
 namespace {
 
+// What the random texts below leave out: an empty needle, and text beyond ASCII.
 TEST(TextSearch, IgnoresAsciiCaseAndReportsByteOffsets) {
   struct Case {
     std::string_view hay, needle;
     std::size_t from, want;
   };
   const Case cases[] = {
-      {"<table><TD>x</td>", "<td>", 0, 7},
-      {"<table><TD>x</td>", "</TD>", 0, 12},
-      {"aaa", "aa", 1, 1},
-      {"abc", "", 2, 2},
-      {"abc", "abcd", 0, npos},
-      {"abc", "c", 3, npos},
-      {"Grüße <B>x", "<b>", 0, 8},  // offsets count bytes
-      {"xyzXYZ", "zx", 0, 2},
+      {"abc", "", 2, 2}, {"Grüße <B>x", "<b>", 0, 8},  // offsets count bytes
   };
   for (const auto& c : cases) {
     SCOPED_TRACE(std::string(c.hay) + " / " + std::string(c.needle));
@@ -161,6 +155,7 @@ TEST(TextSearch, AgreesWithAPlainSearchOnRandomText) {
     const std::size_t from = hay.empty() ? 0 : next() % (hay.size() + 1);
     SCOPED_TRACE("hay=\"" + hay + "\" needle=\"" + needle + "\" from=" + std::to_string(from));
     ASSERT_EQ(NoCaseSearcher(needle).Find(hay, from), NaiveFind(hay, needle, from));
+    ASSERT_EQ(FindNoCase(hay, needle, from), NaiveFind(hay, needle, from));
   }
 }
 

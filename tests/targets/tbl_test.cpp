@@ -274,13 +274,6 @@ TEST_F(JetTables, DeletingTheRowsOfAWorkbookMakesItAgainWithThatSheetOnly) {
             errnum::kFileNotFound);
 }
 
-TEST_F(JetTables, AccessRowsAreDeletedByStatement) {
-  Tbl().Create(access_, Describe("Prods", {{"name", 4}}), false);
-  Exec(access_, "INSERT INTO Prods (name) VALUES ('Nut')");
-  Tbl().DeleteAllRows(access_, Describe("Prods", {{"name", 4}}));
-  EXPECT_TRUE(Rows(access_, "Prods").empty());
-}
-
 // ---- providers without tables, and temporary tables ---------------------------------------
 
 TEST(Tables, AProviderWithoutTablesIsRefused) {

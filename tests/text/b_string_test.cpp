@@ -92,19 +92,6 @@ TEST(BStringBasics, ReplaceRemoveAndCharAt) {
   EXPECT_EQ(BString("abcdef").CharAt(9).ToString(), "");
 }
 
-TEST(BStringBasics, ReceiverIsNeverChanged) {
-  const BString b("a=1; B=2; c=3");
-  b.Remove(2, 3);
-  b.ReplaceStr("=", "-");
-  b.ToUpper();
-  b.Trim();
-  b.ValueBetweenTokens("b=", ";");
-  b.ReplaceInsideTokens("=", ";", "1", "x");
-  std::string before, after;
-  b.ValueBetweenTokensAdvanced("c", "#", 1, false, false, &before, &after);
-  EXPECT_EQ(b.ToString(), "a=1; B=2; c=3");
-}
-
 TEST(BStringValue, HoldsAnyVariant) {
   const BString number{Variant(42)};
   EXPECT_EQ(number.Value().Type(), VarType::Long);

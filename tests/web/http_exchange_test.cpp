@@ -76,8 +76,6 @@ struct Seen {
   std::string method;
   std::string path;
   std::string query;
-  std::string body;
-  std::string cookie;
   std::string authorization;
   std::string user_agent;
   std::string referer;
@@ -100,8 +98,6 @@ class HttpExchangeTest : public ::testing::Test {
       Seen seen{req.method,
                 req.path,
                 "",
-                req.body,
-                req.get_header_value("Cookie"),
                 req.get_header_value("Authorization"),
                 AllValues(req, "User-Agent"),
                 req.get_header_value("Referer"),
