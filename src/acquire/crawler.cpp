@@ -119,59 +119,6 @@ class SaveJournal {
   int fd_ = -1;
 };
 
-// A set of addresses kept as 64-bit hashes of their normal form (`Uri::HashCode`): eight bytes
-// an address where a list of the addresses would cost hundreds, so a crawl's memory hardly grows
-// with the pages it has seen. Two different addresses with one hash would count as one; for a run
-// of 10,000 addresses the chance of that is about one in 10^11.
-class AddressSet {
- public:
-  // What the set keeps of `key`.
-  static std::uint64_t HashOf(std::string_view key) {
-    const std::uint64_t h = std::hash<std::string_view>{}(key);
-    return h == 0 ? 1 : h;  // 0 marks a free slot
-  }
-  // True when `key` was not in the set.
-  bool Insert(std::string_view key) { return InsertHash(HashOf(key)); }
-  // The same for a key's `HashOf`.
-  bool InsertHash(std::uint64_t h) {
-    if ((count_ + 1) * 4 > slots_.size() * 3) Grow();
-    return Place(h);
-  }
-  bool Contains(std::uint64_t h) const {
-    if (slots_.empty()) return false;
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t i = h & mask;; i = (i + 1) & mask) {
-      if (slots_[i] == h) return true;
-      if (slots_[i] == 0) return false;
-    }
-  }
-  long Count() const { return static_cast<long>(count_); }
-
- private:
-  bool Place(std::uint64_t h) {
-    const std::size_t mask = slots_.size() - 1;
-    for (std::size_t i = h & mask;; i = (i + 1) & mask) {
-      if (slots_[i] == h) return false;
-      if (slots_[i] == 0) {
-        slots_[i] = h;
-        ++count_;
-        return true;
-      }
-    }
-  }
-  void Grow() {
-    std::vector<std::uint64_t> old = std::move(slots_);
-    slots_.assign(old.empty() ? 1024 : old.size() * 2, 0);
-    count_ = 0;
-    for (const std::uint64_t h : old) {
-      if (h != 0) Place(h);
-    }
-  }
-
-  std::vector<std::uint64_t> slots_;
-  std::size_t count_ = 0;
-};
-
 // What the links of one saved page give its level: its address, the kept links (after the
 // ruleset) that the run did not know when the page was saved, in order, each with its text, and
 // its e-mail links. A link known then is known when the level is read.
@@ -473,6 +420,9 @@ HttpClientPtr Crawler::Crawl(const std::shared_ptr<Task>& tsk,
     const UriRuleset& rules = *Ruleset();
 
     D_CrawlQueue queue;
+    // Addresses by the hash of their normal form (`Uri::HashCode`). Two different addresses with
+    // one hash would count as one; for a run of 10,000 addresses the chance of that is about one
+    // in 10^11.
     AddressSet pages_seen;
     AddressSet links;  // every address of the run
     UriList emails;

@@ -8,12 +8,17 @@
 // gave, so an interrupted round leaves its pages unmarked and no link of it stored, and the next
 // crawl of the run reads them again. Whether an address is known to the run is looked up in an
 // index (task, package, start time, address), so a round costs time in proportion to its own
-// pages and links, not to the rows the run holds.
+// pages and links, not to the rows the run holds. Once the run's addresses have been read
+// (`ForEachRunAddress`), the queue keeps their hashes, and an address whose hash the run does
+// not hold is queued without that look-up, many rows to a statement; an address whose hash it
+// holds is still looked up, so two addresses with one hash are never taken for one.
 #pragma once
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "platform/date_time.h"
@@ -37,6 +42,34 @@ struct CrawlRunState {
   int depth = 0;       // the deepest round that stored links
 };
 
+// A set of 64-bit hashes of addresses (or of any keys): eight bytes a key where a list of the
+// keys would cost hundreds, so the memory hardly grows with the addresses seen. A hash found
+// means "perhaps there"; a hash not found means "certainly not there".
+class AddressSet {
+ public:
+  // What the set keeps of `key`.
+  static std::uint64_t HashOf(std::string_view key) {
+    const std::uint64_t h = std::hash<std::string_view>{}(key);
+    return h == 0 ? 1 : h;  // 0 marks a free slot
+  }
+  // True when `key` was not in the set.
+  bool Insert(std::string_view key) { return InsertHash(HashOf(key)); }
+  // The same for a key's `HashOf`.
+  bool InsertHash(std::uint64_t h) {
+    if ((count_ + 1) * 4 > slots_.size() * 3) Grow();
+    return Place(h);
+  }
+  bool Contains(std::uint64_t h) const;
+  long Count() const { return static_cast<long>(count_); }
+
+ private:
+  bool Place(std::uint64_t h);
+  void Grow();
+
+  std::vector<std::uint64_t> slots_;
+  std::size_t count_ = 0;
+};
+
 class D_CrawlQueue : public RulesDataAccess {
  public:
   static constexpr std::size_t kLinksPerTransaction = 5000;
@@ -55,7 +88,7 @@ class D_CrawlQueue : public RulesDataAccess {
   long CountUnreadDocs(const std::string& JobId, const std::string& TaskId,
                        const DateTime& JobStartTime);
   // Calls `each` with every address of the run, in the order queued, reading a few thousand
-  // rows at a time.
+  // rows at a time. The queue keeps their hashes for `SaveRound` on the same run.
   void ForEachRunAddress(const std::string& JobId, const std::string& TaskId,
                          const DateTime& JobStartTime,
                          const std::function<void(const std::string&)>& each);
@@ -66,6 +99,16 @@ class D_CrawlQueue : public RulesDataAccess {
   // Returns how many rows were queued.
   long SaveRound(const std::string& JobId, const std::string& TaskId, const DateTime& JobStartTime,
                  const std::vector<std::string>& ReadDocIds, const std::vector<CrawlLink>& Links);
+
+ private:
+  // The addresses of one run, as its rows hold them, when every row of it was read.
+  struct RunAddresses {
+    std::string job_id;
+    std::string task_id;
+    DateTime start;
+    AddressSet addresses;
+  };
+  std::unique_ptr<RunAddresses> run_;
 };
 
 }  // namespace gw
