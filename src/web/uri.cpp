@@ -451,22 +451,45 @@ const std::string& Uri::HashCode() const {
   if (!hash_code_.empty()) return hash_code_;
   hash_code_ = ReportAs("Uri.HashCode", [&] {
     const StaticURIVariables& t = Tables();
-    auto lower_unescaped = [](std::string_view s, const CharSet& reserved) {
-      return text::ToLower(Unescape(text::ToLower(s), reserved));
-    };
     std::string h;
-    if (!scheme_.empty()) h += lower_unescaped(scheme_, t.scheme_reserved) + ":";
-    if (!opaque_.empty()) return h + lower_unescaped(opaque_, t.empty);
-    if (!user_info_.empty() || !host_.empty() || port_ != -1) h += "//";
-    if (!user_info_.empty()) h += Unescape(user_info_, t.user_info_reserved) + "@";
-    if (host_.find(':') != std::string::npos) {
-      h += "[" + text::ToLower(host_) + "]";
-    } else {
-      h += lower_unescaped(host_, t.host_reserved);
+    h.reserve(scheme_.size() + opaque_.size() + user_info_.size() + host_.size() + path_.size() +
+              query_.size() + 16);
+    // Lower case, unescaped, lower case again (an escape may stand for a capital). A plain ASCII
+    // text with nothing to unescape is its lower case.
+    const auto add_lower_unescaped = [&h](std::string_view s, const CharSet& reserved) {
+      if (s.find_first_of("%+") == std::string_view::npos && text::IsAscii(s)) {
+        for (const char c : s) h.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c);
+      } else {
+        h += text::ToLower(Unescape(text::ToLower(s), reserved));
+      }
+    };
+    if (!scheme_.empty()) {
+      add_lower_unescaped(scheme_, t.scheme_reserved);
+      h += ':';
     }
-    h += ":" + std::to_string(port_ == -1 ? DefaultPort(scheme_) : port_);
-    if (!path_.empty()) h += lower_unescaped(path_, t.path_reserved);
-    if (!query_.empty()) h += "?" + Unescape(query_, t.query_reserved);
+    if (!opaque_.empty()) {
+      add_lower_unescaped(opaque_, t.empty);
+      return h;
+    }
+    if (!user_info_.empty() || !host_.empty() || port_ != -1) h += "//";
+    if (!user_info_.empty()) {
+      h += Unescape(user_info_, t.user_info_reserved);
+      h += '@';
+    }
+    if (host_.find(':') != std::string::npos) {
+      h += '[';
+      h += text::ToLower(host_);
+      h += ']';
+    } else {
+      add_lower_unescaped(host_, t.host_reserved);
+    }
+    h += ':';
+    h += std::to_string(port_ == -1 ? DefaultPort(scheme_) : port_);
+    if (!path_.empty()) add_lower_unescaped(path_, t.path_reserved);
+    if (!query_.empty()) {
+      h += '?';
+      h += Unescape(query_, t.query_reserved);
+    }
     return h;
   });
   return hash_code_;
