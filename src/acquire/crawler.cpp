@@ -19,6 +19,7 @@
 #include "acquire/advanced_download_mgr.h"
 #include "acquire/uri_list_internal.h"
 #include "acquire/web_page.h"
+#include "acquire/web_page_internal.h"
 #include "engine/job.h"
 #include "engine/task.h"
 #include "infra/object_frame.h"
@@ -138,26 +139,13 @@ ScannedPage ScanSavedPage(std::string doc_id, std::string_view body, const std::
   ScannedPage scanned;
   scanned.doc_id = std::move(doc_id);
   try {
-    auto page = WebPage::Create();
-    page->RegExHrefsOfBytes(body, uri);
-    scanned.page = AddressSet::HashOf(page->url().HashCode());
-    if (page->HttpLinks().Count() > 0) {
-      // What `DivideByRuleset` would keep, in its order, under its keys and spelling, without
-      // building the list: each address read again as the rules see it, with its text, and the
-      // first sighting of a key kept.
-      std::unordered_set<std::string> kept;
-      for (const auto& [key, item] :
-           acquire_internal::UriListInternal::RawDictionary(page->HttpLinks())) {
-        web::Uri u(item->url());
-        u.SetLinkText(item->linkText());
-        if (rules.IsMatch(u) != inclusive) continue;
-        const std::string& kept_key = u.HashCode();
-        if (!kept.insert(kept_key).second) continue;
-        const std::uint64_t h = AddressSet::HashOf(kept_key);
-        if (!known.Contains(h)) scanned.fresh.emplace_back(h, u.ToString());
-      }
-    }
-    if (page->EmailLinks().Count() > 0) scanned.emails = page->EmailLinksPtr();
+    auto links = acquire_internal::ReadSavedPageLinks(
+        body, uri, rules, inclusive, [&](const std::string& key, const web::Uri& address) {
+          const std::uint64_t h = AddressSet::HashOf(key);
+          if (!known.Contains(h)) scanned.fresh.emplace_back(h, address.ToString());
+        });
+    scanned.page = AddressSet::HashOf(links.page_key);
+    scanned.emails = std::move(links.emails);
     scanned.read = true;
   } catch (...) {
     // Read from its file with the level, where its failure is told.

@@ -3,8 +3,10 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <unordered_set>
 
 #include "acquire/link_scan.h"
+#include "acquire/uri_rules.h"
 #include "acquire/web_page_internal.h"
 #include "infra/c_guid_gen.h"
 #include "platform/document_file.h"
@@ -177,6 +179,59 @@ web::Uri& acquire_internal::CleanseEmail(web::Uri& mailto) {
   while (!rest.empty() && (rest.front() == '/' || rest.front() == '\\')) rest.remove_prefix(1);
   mailto.Parse("mailto:" + std::string(rest));
   return mailto;
+}
+
+acquire_internal::SavedPageLinks acquire_internal::ReadSavedPageLinks(
+    std::string_view body, const std::string& url, const UriRuleset& rules, bool inclusive,
+    const std::function<void(const std::string& key, const web::Uri& address)>& kept) {
+  // The steps and their failures are those of StartScan, ScanText, AddLink, UriList::Add (each
+  // web address at its first sighting, an item made of its text) and then DivideByRuleset
+  // (each item's text read again, tested, and added at the first sighting of its own key).
+  web::Uri page;
+  page.Parse(url);
+  const std::string text = DecodeDocumentBytes(body).text;
+  const std::string source = page.ToString();
+  SavedPageLinks out;
+  std::unordered_set<std::string> seen;  // the page's web links, by key
+  std::unordered_set<std::string> kept_keys;
+  ScanAnchors(text, [&](const ScannedAnchor& anchor) {
+    if (!anchor.has_href) return;
+    std::string address;
+    try {
+      web::Uri u(anchor.href, &page);
+      u.SetLinkText(anchor.text);
+      switch (web::HttpUtility::ClassifyParsedUri(u)) {
+        case web::ResourceType::http:
+        case web::ResourceType::FileSystem:
+          break;
+        case web::ResourceType::email:
+          CleanseEmail(u);
+          if (!out.emails) out.emails = UriList::Create();
+          out.emails->Add(u, source);
+          return;
+        default:
+          return;
+      }
+      const auto [sighting, first] = seen.insert(u.HashCode());
+      if (!first) return;
+      try {
+        address = u.ToString();
+      } catch (...) {
+        seen.erase(sighting);  // no item is made of an address that cannot be written
+        throw;
+      }
+    } catch (const Error&) {
+      return;  // one bad link does not end the page
+    }
+    web::Uri as_kept(address);
+    as_kept.SetLinkText(anchor.text);
+    if (rules.IsMatch(as_kept) != inclusive) return;
+    const std::string& key = as_kept.HashCode();
+    if (kept_keys.insert(key).second) kept(key, as_kept);
+  });
+  if (out.emails && out.emails->Count() == 0) out.emails.reset();
+  out.page_key = page.HashCode();
+  return out;
 }
 
 // ---- the document tree ------------------------------------------------------------------------

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "acquire/uri_list_internal.h"
+#include "acquire/uri_rules.h"
 #include "acquire/web_page_internal.h"
 #include "rules/rules_fixture.h"
 #include "rules/settings.h"
@@ -147,6 +149,77 @@ TEST(WebPageLinks, GetHrefReadsTheMarkupByTokens) {
     auto doc = html::Document::Parse(c.html, "file:///x.htm");
     EXPECT_EQ(acquire_internal::GetHref(doc->tags("a").at(0)), c.href);
   }
+}
+
+// What a crawl keeps of a saved page, read in one pass, must be what the page's link lists and
+// their division by the rules give, link for link, key, spelling and text, and e-mail list.
+TEST(WebPageLinks, ASavedPagesKeptLinksAreThoseOfItsDividedList) {
+  const std::string page =
+      std::string(kLinksPage) +
+      "<a href=\"/Dir/Page.htm\">self, other case</a><a href=\"page.htm#x\">self</a>\n"
+      "<a href=\"/dir/%41bc.htm\">escaped capital</a><a href=\"/dir/abc.htm\">keep me</a>\n"
+      "<a href=\"/dir/a%20b.htm\">escaped space</a><a href=\"/dir/a b.htm\">space</a>\n"
+      "<a href=\"/dir/x+y.htm?q=A+B\">plus</a><a href=\"/dir/x y.htm?q=A B\">Next</a>\n"
+      "<a href=\"/dir/%C3%84.htm\">escaped</a><a href=\"/dir/\xC3\x84.htm\">non-ASCII KEEP</a>\n"
+      "<a href=\"/dir/%zz.htm\">bad escape</a><a href=\"http://other.test:8080/q?a=%41\">7</a>\n"
+      "<a href=\"HTTP://WWW.EXAMPLE.TEST:80/a.htm\">Absolute again</a>\n"
+      "<a href=\"mailto:someone@example.test\">Mail again</a><a href=\"news:comp.x\">news</a>\n";
+  struct RuleCase {
+    const char* name;
+    std::vector<std::vector<std::string>> rules;  // part, operator, value
+    bool and_;
+  };
+  const RuleCase rule_cases[] = {
+      {"no rules", {}, false},
+      {"host", {{"[HOST]", "[EQUALS]", "www.example.test"}}, false},
+      {"text", {{"[TEXT]", "[CONTAINS]", "keep"}, {"[TEXT]", "[IS NEXT PAGE LINK]", ""}}, false},
+      {"path and extension",
+       {{"[URLPATH]", "[STARTS WITH]", "/dir/"}, {"[FILEEXT]", "[EQUALS]", "htm"}},
+       true},
+      {"regex on the address", {{"[URL]", "[REGEX MATCH]", "^http://[^/]*/dir/[a-z]"}}, false},
+  };
+  for (const RuleCase& c : rule_cases) {
+    UriRuleset rules;
+    rules.SetIsAnd(c.and_);
+    for (const auto& r : c.rules) {
+      auto rule = rules.Add();
+      rule->SetPart(r[0]);
+      rule->SetOperator(r[1]);
+      rule->SetValue(r[2]);
+    }
+    for (const bool inclusive : {false, true}) {
+      SCOPED_TRACE(std::string(c.name) + (inclusive ? ", inclusive" : ", exclusive"));
+      auto listed = WebPage::Create();
+      listed->RegExHrefsOfBytes(page, kPageUrl);
+      const UriListPtr divided = listed->HttpLinks().DivideByRuleset(rules, inclusive);
+      std::vector<std::string> expected;
+      for (const auto& [key, item] : acquire_internal::UriListInternal::RawDictionary(*divided)) {
+        expected.push_back(key + " | " + item->url() + " | " + item->linkText());
+      }
+
+      std::vector<std::string> kept;
+      const auto read = acquire_internal::ReadSavedPageLinks(
+          page, kPageUrl, rules, inclusive, [&](const std::string& key, const web::Uri& u) {
+            kept.push_back(key + " | " + u.ToString() + " | " + u.linkText());
+          });
+      EXPECT_EQ(kept, expected);
+      EXPECT_EQ(read.page_key, listed->url().HashCode());
+      ASSERT_TRUE(read.emails);
+      EXPECT_EQ(Rows(*read.emails), Rows(listed->EmailLinks()));
+    }
+  }
+
+  // A page without e-mail links gives none; an address that is not one fails both ways.
+  const auto plain =
+      acquire_internal::ReadSavedPageLinks("<a href=\"x.htm\">x</a>", kPageUrl, UriRuleset(), false,
+                                           [](const std::string&, const web::Uri&) {});
+  EXPECT_FALSE(plain.emails);
+  EXPECT_THROW(
+      acquire_internal::ReadSavedPageLinks("<a href=\"x.htm\">x</a>", "http://[bad", UriRuleset(),
+                                           false, [](const std::string&, const web::Uri&) {}),
+      Error);
+  EXPECT_THROW(WebPage::Create()->RegExHrefsOfBytes("<a href=\"x.htm\">x</a>", "http://[bad"),
+               Error);
 }
 
 TEST(WebPageLinks, CleanseEmail) {
