@@ -181,6 +181,45 @@ web::Uri& acquire_internal::CleanseEmail(web::Uri& mailto) {
   return mailto;
 }
 
+namespace {
+
+// The keys of one page's links: exact (keys with one hash are compared), in one flat table.
+class PageKeys {
+ public:
+  static std::size_t HashOf(const std::string& key) { return std::hash<std::string>{}(key); }
+  bool Contains(const std::string& key, std::size_t h) const {
+    if (slots_.empty()) return false;
+    for (std::size_t i = h & Mask();; i = (i + 1) & Mask()) {
+      if (slots_[i] == 0) return false;
+      const auto& [hash, text] = keys_[slots_[i] - 1];
+      if (hash == h && text == key) return true;
+    }
+  }
+  // Adds a key not in the set.
+  void Add(const std::string& key, std::size_t h) {
+    if ((keys_.size() + 1) * 2 > slots_.size()) Grow();
+    keys_.emplace_back(h, key);
+    Place(h, keys_.size());
+  }
+
+ private:
+  std::size_t Mask() const { return slots_.size() - 1; }
+  void Place(std::size_t h, std::size_t entry) {
+    std::size_t i = h & Mask();
+    while (slots_[i] != 0) i = (i + 1) & Mask();
+    slots_[i] = entry;
+  }
+  void Grow() {
+    slots_.assign(slots_.empty() ? 128 : slots_.size() * 2, 0);
+    for (std::size_t e = 0; e < keys_.size(); ++e) Place(keys_[e].first, e + 1);
+  }
+
+  std::vector<std::pair<std::size_t, std::string>> keys_;
+  std::vector<std::size_t> slots_;  // 1 + index into keys_; 0 for a free slot
+};
+
+}  // namespace
+
 acquire_internal::SavedPageLinks acquire_internal::ReadSavedPageLinks(
     std::string_view body, const std::string& url, const UriRuleset& rules, bool inclusive,
     const std::function<void(const std::string& key, const web::Uri& address)>& kept) {
@@ -192,8 +231,8 @@ acquire_internal::SavedPageLinks acquire_internal::ReadSavedPageLinks(
   const std::string text = DecodeDocumentBytes(body).text;
   const std::string source = page.ToString();
   SavedPageLinks out;
-  std::unordered_set<std::string> seen;  // the page's web links, by key
-  std::unordered_set<std::string> kept_keys;
+  PageKeys seen;  // the page's web links, by key
+  PageKeys kept_keys;
   ScanAnchors(text, [&](const ScannedAnchor& anchor) {
     if (!anchor.has_href) return;
     std::string address;
@@ -212,14 +251,11 @@ acquire_internal::SavedPageLinks acquire_internal::ReadSavedPageLinks(
         default:
           return;
       }
-      const auto [sighting, first] = seen.insert(u.HashCode());
-      if (!first) return;
-      try {
-        address = u.ToString();
-      } catch (...) {
-        seen.erase(sighting);  // no item is made of an address that cannot be written
-        throw;
-      }
+      const std::string& key = u.HashCode();
+      const std::size_t h = PageKeys::HashOf(key);
+      if (seen.Contains(key, h)) return;
+      address = u.ToString();  // no item is made of an address that cannot be written
+      seen.Add(key, h);
     } catch (const Error&) {
       return;  // one bad link does not end the page
     }
@@ -227,7 +263,10 @@ acquire_internal::SavedPageLinks acquire_internal::ReadSavedPageLinks(
     as_kept.SetLinkText(anchor.text);
     if (rules.IsMatch(as_kept) != inclusive) return;
     const std::string& key = as_kept.HashCode();
-    if (kept_keys.insert(key).second) kept(key, as_kept);
+    const std::size_t h = PageKeys::HashOf(key);
+    if (kept_keys.Contains(key, h)) return;
+    kept_keys.Add(key, h);
+    kept(key, as_kept);
   });
   if (out.emails && out.emails->Count() == 0) out.emails.reset();
   out.page_key = page.HashCode();
