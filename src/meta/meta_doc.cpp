@@ -1,7 +1,13 @@
 #include "meta/meta_doc.h"
 
-#include <deque>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
 #include <optional>
+#include <type_traits>
 
 #include "meta/meta_internal.h"
 #include "meta/meta_task.h"
@@ -95,30 +101,87 @@ RowTally MetaDoc::RowsOf(std::string_view entity_id) const {
   return {};
 }
 
-// What SaveAll writes for a settled document. The dataset ids repeat on every document, so each
-// is kept once; the document's three texts share one string.
+namespace {
+
+// A settled document's record, as bytes: numbers as they are in memory (the record is read back
+// by the process that wrote it), texts after their length.
+class RecordWriter {
+ public:
+  explicit RecordWriter(std::string& out) : out_(out) {}
+  template <class T>
+  void Put(T value) {
+    static_assert(std::is_arithmetic_v<T>);
+    out_.append(reinterpret_cast<const char*>(&value), sizeof value);
+  }
+  void PutText(std::string_view text) {
+    Put(static_cast<std::uint32_t>(text.size()));
+    out_.append(text);
+  }
+  void PutDate(const DateTime& date) {
+    Put(static_cast<std::uint8_t>(date.IsEmpty()));
+    Put(date.MillisecondsSince(Epoch()));
+  }
+  static const DateTime& Epoch() {
+    static const DateTime epoch = DateTime::FromParts(1970, 1, 1);
+    return epoch;
+  }
+
+ private:
+  std::string& out_;
+};
+
+class RecordReader {
+ public:
+  explicit RecordReader(std::string_view in) : in_(in) {}
+  bool AtEnd() const { return in_.empty(); }
+  template <class T>
+  T Get() {
+    T value;
+    std::memcpy(&value, Take(sizeof value).data(), sizeof value);
+    return value;
+  }
+  std::string GetText() { return std::string(Take(Get<std::uint32_t>())); }
+  DateTime GetDate() {
+    const bool empty = Get<std::uint8_t>() != 0;
+    const auto ms = Get<std::int64_t>();
+    return empty ? DateTime() : RecordWriter::Epoch().AddMilliseconds(ms);
+  }
+
+ private:
+  std::string_view Take(std::size_t n) {
+    if (n > in_.size()) {
+      throw Error(errnum::kProviderError, "MetaDocs.SaveAll",
+                  "The saved results of the settled documents are cut short.");
+    }
+    std::string_view taken = in_.substr(0, n);
+    in_.remove_prefix(n);
+    return taken;
+  }
+  std::string_view in_;
+};
+
+}  // namespace
+
+// What SaveAll writes for the settled documents, one record after another: in memory until a
+// block is full, then in an unnamed temporary file that goes with the process, so a run's memory
+// does not grow with the documents it went through. When the file cannot be made or written, the
+// records stay in memory: nothing is lost, only the memory grows.
 struct MetaDocs::Settled {
-  struct Dataset {
-    std::uint32_t entity = 0;  // into `entity_ids`
-    meta_internal::DatasetResult result;
-  };
-  struct Doc {
-    std::string texts;  // the id, the source address and the local path, one after the other
-    std::uint32_t id_size = 0;
-    std::uint32_t uri_size = 0;
-    DateTime extraction_start;
-    DateTime extraction_complete;
-    float avg_extraction_pct = 0;
-    bool with_row_counts = false;
-    long rows_written = 0;
-    long rows_refused = 0;
-    std::string first_refusal;
-    std::size_t first_dataset = 0;  // into `datasets`
-    std::uint32_t dataset_count = 0;
-  };
-  std::deque<Doc> docs;
-  std::deque<Dataset> datasets;
-  std::vector<std::string> entity_ids;
+  static constexpr std::size_t kBlockSize = 64 * 1024;
+
+  std::vector<std::string> entity_ids;  // the dataset ids repeat on every document: kept once
+  std::string block;                    // the records not in the file, in order
+  std::FILE* file = nullptr;
+  bool spill = true;               // false once the file failed
+  std::vector<std::size_t> filed;  // the sizes of the blocks in the file, in order
+  long count = 0;
+
+  Settled() = default;
+  Settled(const Settled&) = delete;
+  Settled& operator=(const Settled&) = delete;
+  ~Settled() {
+    if (file) std::fclose(file);
+  }
 
   std::uint32_t EntityIndex(const std::string& id) {
     // A datapage has a handful of datasets: the newest is the likeliest.
@@ -130,47 +193,131 @@ struct MetaDocs::Settled {
   }
 
   void Add(const MetaDoc& doc) {
-    Doc& d = docs.emplace_back();
-    d.id_size = static_cast<std::uint32_t>(doc.DocId().size());
-    d.uri_size = static_cast<std::uint32_t>(doc.SourceUri().size());
-    d.texts.reserve(doc.DocId().size() + doc.SourceUri().size() + doc.LocalPath().size());
-    d.texts.append(doc.DocId()).append(doc.SourceUri()).append(doc.LocalPath());
-    d.extraction_start = doc.ExtractionStart();
-    d.extraction_complete = doc.ExtractionComplete();
-    d.avg_extraction_pct = doc.AvgExtractionPct();
-    d.with_row_counts = doc.Failure().empty() && !doc.ExtractionStart().IsEmpty();
-    if (d.with_row_counts) {
-      d.rows_written = doc.RowsWritten();
-      d.rows_refused = doc.RowsRefused();
-      d.first_refusal = doc.FirstRefusal();
+    RecordWriter out(block);
+    out.PutText(doc.DocId());
+    out.PutText(doc.SourceUri());
+    out.PutText(doc.LocalPath());
+    out.PutDate(doc.ExtractionStart());
+    out.PutDate(doc.ExtractionComplete());
+    out.Put(doc.AvgExtractionPct());
+    const bool with_row_counts = doc.Failure().empty() && !doc.ExtractionStart().IsEmpty();
+    out.Put(static_cast<std::uint8_t>(with_row_counts));
+    if (with_row_counts) {
+      out.Put(doc.RowsWritten());
+      out.Put(doc.RowsRefused());
+      out.PutText(doc.FirstRefusal());
     }
-    d.first_dataset = datasets.size();
+    out.Put(static_cast<std::uint32_t>(doc.GetMetaEntities().Count()));
     for (const MetaEntityPtr& e : doc.GetMetaEntities()) {
-      Dataset& s = datasets.emplace_back();
-      s.entity = EntityIndex(e->EntityId());
-      s.result = meta_internal::ResultOf(*e, doc);
-      ++d.dataset_count;
+      const meta_internal::DatasetResult r = meta_internal::ResultOf(*e, doc);
+      out.Put(EntityIndex(e->EntityId()));
+      out.Put(r.occur_count);
+      out.Put(r.extract_count);
+      out.Put(r.error_count);
+      out.Put(r.avg_success_coeff);
+      out.Put(r.avg_errors);
+      out.Put(r.extraction_pct);
+      out.Put(r.rows_refused);
+      out.PutText(r.first_refusal);
+    }
+    ++count;
+    if (spill && block.size() >= kBlockSize) File();
+  }
+
+  // Moves the block into the file.
+  void File() {
+    if (!file) file = OpenUnnamedFile();
+    if (file && std::fwrite(block.data(), 1, block.size(), file) == block.size()) {
+      filed.push_back(block.size());
+      block.clear();
+    } else {
+      spill = false;
     }
   }
 
+  // An unnamed file in the temporary folder ($TMPDIR or /tmp); null when there is none to have.
+  static std::FILE* OpenUnnamedFile() {
+    std::error_code ec;
+    const std::filesystem::path dir = std::filesystem::temp_directory_path(ec);
+    const int fd = ec ? -1 : ::open(dir.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    if (fd < 0) return nullptr;
+    std::FILE* f = ::fdopen(fd, "w+b");
+    if (!f) {
+      ::close(fd);
+      return nullptr;
+    }
+    // Unbuffered: a block goes to the file whole or is known not to, and nothing is left in a
+    // buffer to be written later.
+    std::setvbuf(f, nullptr, _IONBF, 0);
+    return f;
+  }
+
+  // Each record in the order settled: the blocks of the file, then the block in memory.
+  template <class Fn>
+  void ForEach(Fn&& save) const {
+    if (!filed.empty()) {
+      if (std::fseek(file, 0, SEEK_SET) != 0) ThrowUnreadable();
+      std::string buffer;
+      for (std::size_t size : filed) {
+        buffer.resize(size);
+        if (std::fread(buffer.data(), 1, size, file) != size) ThrowUnreadable();
+        ForEachIn(buffer, save);
+      }
+      std::fseek(file, 0, SEEK_END);
+    }
+    ForEachIn(block, save);
+  }
+
+  [[noreturn]] static void ThrowUnreadable() {
+    throw Error(errnum::kProviderError, "MetaDocs.SaveAll",
+                "The saved results of the settled documents could not be read back.");
+  }
+
+  template <class Fn>
+  void ForEachIn(std::string_view records, Fn& save) const {
+    RecordReader in(records);
+    while (!in.AtEnd()) save([&] { Save(in); });
+  }
+
   // The same writes as the document's `SaveToMetabase` and then its datasets' `SaveAll`.
-  void Save(const Doc& d) const {
-    const std::string id = d.texts.substr(0, d.id_size);
+  void Save(RecordReader& in) const {
+    const std::string id = in.GetText();
+    const std::string uri = in.GetText();
+    const std::string local_path = in.GetText();
+    const DateTime extraction_start = in.GetDate();
+    const DateTime extraction_complete = in.GetDate();
+    const auto avg_extraction_pct = in.Get<float>();
+    const bool with_row_counts = in.Get<std::uint8_t>() != 0;
+    long rows_written = 0;
+    long rows_refused = 0;
+    std::string first_refusal;
+    if (with_row_counts) {
+      rows_written = in.Get<long>();
+      rows_refused = in.Get<long>();
+      first_refusal = in.GetText();
+    }
     ReportAs("MetaDoc.SaveToMetabase", [&] {
       const std::int16_t code =
-          meta_internal::SuccessCodeId(meta_internal::kDocCode, d.avg_extraction_pct);
-      SaveDocumentRow(id, d.texts.substr(d.id_size, d.uri_size),
-                      d.texts.substr(std::size_t{d.id_size} + d.uri_size), d.extraction_start,
-                      d.extraction_complete, code, d.with_row_counts, d.rows_written,
-                      d.rows_refused, d.first_refusal);
+          meta_internal::SuccessCodeId(meta_internal::kDocCode, avg_extraction_pct);
+      SaveDocumentRow(id, uri, local_path, extraction_start, extraction_complete, code,
+                      with_row_counts, rows_written, rows_refused, first_refusal);
       return true;
     });
+    const auto datasets = in.Get<std::uint32_t>();
     ReportAs("MetaEntities.SaveAll", [&] {
-      for (std::size_t k = d.first_dataset; k < d.first_dataset + d.dataset_count; ++k) {
-        const Dataset& s = datasets[k];
-        const std::string& entity_id = entity_ids[s.entity];
+      for (std::uint32_t k = 0; k < datasets; ++k) {
+        const std::string& entity_id = entity_ids.at(in.Get<std::uint32_t>());
+        meta_internal::DatasetResult r;
+        r.occur_count = in.Get<long>();
+        r.extract_count = in.Get<long>();
+        r.error_count = in.Get<long>();
+        r.avg_success_coeff = in.Get<float>();
+        r.avg_errors = in.Get<float>();
+        r.extraction_pct = in.Get<float>();
+        r.rows_refused = in.Get<long>();
+        r.first_refusal = in.GetText();
         ReportAs("MetaEntity.SaveToMetabase",
-                 [&] { return meta_internal::SaveDatasetResult(id, entity_id, s.result); });
+                 [&] { return meta_internal::SaveDatasetResult(id, entity_id, r); });
       }
     });
   }
@@ -181,9 +328,7 @@ MetaDocs::~MetaDocs() = default;
 MetaDocs::MetaDocs(MetaDocs&&) noexcept = default;
 MetaDocs& MetaDocs::operator=(MetaDocs&&) noexcept = default;
 
-long MetaDocs::SettledCount() const {
-  return settled_ ? static_cast<long>(settled_->docs.size()) : 0;
-}
+long MetaDocs::SettledCount() const { return settled_ ? settled_->count : 0; }
 
 void MetaDocs::SettleAll() {
   if (items_.Empty()) return;
@@ -213,9 +358,7 @@ void MetaDocs::SaveAll() {
         DoEvents();
       }
     };
-    if (settled_) {
-      for (const Settled::Doc& d : settled_->docs) save([&] { settled_->Save(d); });
-    }
+    if (settled_) settled_->ForEach(save);
     for (const MetaDocPtr& doc : items_) {
       save([&] {
         doc->SaveToMetabase();

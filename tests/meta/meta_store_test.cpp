@@ -1,18 +1,25 @@
 // Run metadata on a real rules store: success codes per level and what each save writes.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "meta/meta_doc.h"
 #include "meta/meta_entity.h"
 #include "meta/meta_job.h"
 #include "meta/meta_task.h"
+#include "rules/connection_string.h"
 #include "rules/package_data_access.h"
 #include "rules/rules_fixture.h"
+#include "rules/rules_transaction.h"
 
 namespace gw {
 namespace {
 
+namespace fs = std::filesystem;
 using testing::FailureNumber;
 using testing::RulesStoreTest;
+using testing::TempDir;
 
 const DateTime kRun = DateTime::FromParts(2026, 3, 4, 5, 6, 7);
 
@@ -174,22 +181,29 @@ TEST_F(MetaStoreTest, SavesWriteTheRowsOfTheirLevel) {
 }
 
 // Documents settled one by one during a run write, at the end, exactly what their objects would
-// have written, and weigh in the step's mean as they did.
+// have written, and weigh in the step's mean as they did: a few (kept in memory), many (kept in a
+// temporary file), and many when the temporary folder is missing (kept in memory after all).
 TEST_F(MetaStoreTest, SettledDocumentsSaveWhatTheirObjectsWould) {
   DJob().SaveInstance("j1", kRun, Variant(kRun.AddSeconds(60)), Variant(std::int16_t{1}));
   DTask().SaveInstance("t1", "j1", kRun, kRun);
-  // Four documents unlike each other: datasets found in part, a refusal on one dataset, a child
-  // dataset registered twice, a document that could not be read, and one never extracted.
-  const auto make_docs = [] {
+  // Documents unlike each other: datasets found in part, a refusal on one dataset, a child
+  // dataset registered twice, a document that could not be read, one never extracted; after
+  // those, documents of every length and count.
+  const auto make_docs = [](int count) {
     std::vector<MetaDocPtr> docs;
-    for (int k = 1; k <= 4; ++k) {
+    for (int k = 1; k <= count; ++k) {
       auto doc = MetaDoc::Create();
       doc->SetDocId("d" + std::to_string(k));
-      doc->SetSourceUri("http://x/" + std::to_string(k));
+      doc->SetSourceUri("http://x/" + std::to_string(k) + std::string(k % 37, 'q'));
       doc->SetLocalPath("/tmp/copy " + std::to_string(k) + ".html");
       if (k != 4) {
         doc->SetExtractionStart(kRun.AddSeconds(k));
         doc->SetExtractionComplete(kRun.AddSeconds(k + 1));
+      }
+      if (k > 4) {
+        auto books = doc->GetMetaEntities().Add(Counted("books", k % 5, k % 3), doc);
+        if (k % 7 == 0) books->IncrementErrorCount();
+        if (k % 11 == 0) books->RecordRefusal("refused on " + std::to_string(k));
       }
       docs.push_back(doc);
     }
@@ -206,7 +220,8 @@ TEST_F(MetaStoreTest, SettledDocumentsSaveWhatTheirObjectsWould) {
     docs[2]->SetFailure("The document /tmp/copy 3.html is empty: there is nothing to extract.");
     return docs;
   };
-  const auto saved_history = [&] {
+  // The history, then the documents' rows as the download left them.
+  const auto saved_history = [&](int count) {
     std::string rows;
     auto rs = Open()->Execute(
         "SELECT d.doc_id, d.uri, d.temp_uri, d.doc_start_time, d.doc_completion_time, "
@@ -223,36 +238,71 @@ TEST_F(MetaStoreTest, SettledDocumentsSaveWhatTheirObjectsWould) {
     }
     Exec("DELETE FROM task_inst_doc_results_by_ent");
     Exec("DELETE FROM task_instance_docs");
-    for (int k = 1; k <= 4; ++k) {
+    RulesTransaction reset(modConnectionString::GetCnStr());
+    for (int k = 1; k <= count; ++k) {
       D_Doc().SaveDocument("d" + std::to_string(k), "t1", "j1", kRun, "", "", "Success");
     }
+    reset.Commit();
     return rows;
   };
-  saved_history();  // the documents' rows as the download left them
+  // The unnamed files this process has open in `dir`.
+  const auto files_in = [](const fs::path& dir) {
+    int n = 0;
+    for (const auto& fd : fs::directory_iterator("/proc/self/fd")) {
+      std::error_code ec;
+      if (fs::read_symlink(fd.path(), ec).string().starts_with(dir.string() + "/")) ++n;
+    }
+    return n;
+  };
 
-  auto as_objects = MetaTask::Create();
-  for (const auto& doc : make_docs()) as_objects->GetMetaDocs().Add(doc, as_objects);
-  as_objects->GetMetaDocs().SaveAll();
-  const std::string expected = saved_history();
-  ASSERT_NE(expected.find("UNIQUE constraint failed"), std::string::npos);
+  struct Case {
+    int docs;
+    bool folder;  // whether the temporary folder is there
+    int files;    // unnamed files open before SaveAll
+  };
+  for (const Case& c : {Case{4, true, 0}, Case{1500, true, 1}, Case{1500, false, 0}}) {
+    SCOPED_TRACE(::testing::Message() << c.docs << " documents, folder " << c.folder);
+    TempDir tmp;
+    const fs::path folder = c.folder ? tmp.Path() : tmp / "missing";
+    const std::string old_tmpdir = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "";
+    ::setenv("TMPDIR", folder.c_str(), 1);
 
-  // Settled after each document, as a run does; the last stays an object.
-  auto settled = MetaTask::Create();
-  auto docs = make_docs();
-  for (int k = 1; k <= 3; ++k) {
-    settled->GetMetaDocs().Add(docs[k - 1], settled);
-    const std::weak_ptr<MetaDoc> object = docs[k - 1];
-    docs[k - 1].reset();
-    settled->GetMetaDocs().SettleAll();
-    EXPECT_EQ(settled->GetMetaDocs().SettledCount(), k);
-    EXPECT_TRUE(object.expired()) << "a settled document's object is let go";
+    saved_history(c.docs);
+    auto as_objects = MetaTask::Create();
+    for (const auto& doc : make_docs(c.docs)) as_objects->GetMetaDocs().Add(doc, as_objects);
+    as_objects->GetMetaDocs().SaveAll();
+    const std::string expected = saved_history(c.docs);
+    ASSERT_NE(expected.find("UNIQUE constraint failed"), std::string::npos);
+
+    // Settled after each document, as a run does; the last stays an object.
+    auto settled = MetaTask::Create();
+    {
+      auto docs = make_docs(c.docs);
+      for (int k = 1; k < c.docs; ++k) {
+        settled->GetMetaDocs().Add(docs[k - 1], settled);
+        const std::weak_ptr<MetaDoc> object = docs[k - 1];
+        docs[k - 1].reset();
+        settled->GetMetaDocs().SettleAll();
+        ASSERT_EQ(settled->GetMetaDocs().SettledCount(), k);
+        ASSERT_TRUE(object.expired()) << "a settled document's object is let go";
+      }
+      settled->GetMetaDocs().Add(docs.back(), settled);
+    }
+    EXPECT_EQ(settled->GetMetaDocs().Count(), 1);
+    EXPECT_EQ(files_in(folder), c.files);
+    EXPECT_FLOAT_EQ(settled->AvgExtractionPct(), as_objects->AvgExtractionPct());
+    EXPECT_EQ(settled->SuccessCodeId(), as_objects->SuccessCodeId());
+    settled->GetMetaDocs().SaveAll();
+    EXPECT_EQ(saved_history(c.docs), expected);
+    settled.reset();
+    EXPECT_EQ(files_in(folder), 0);
+
+    if (old_tmpdir.empty()) {
+      ::unsetenv("TMPDIR");
+    } else {
+      ::setenv("TMPDIR", old_tmpdir.c_str(), 1);
+    }
   }
-  settled->GetMetaDocs().Add(docs[3], settled);
-  EXPECT_EQ(settled->GetMetaDocs().Count(), 1);
-  EXPECT_FLOAT_EQ(settled->AvgExtractionPct(), as_objects->AvgExtractionPct());
-  EXPECT_EQ(settled->SuccessCodeId(), as_objects->SuccessCodeId());
-  settled->GetMetaDocs().SaveAll();
-  EXPECT_EQ(saved_history(), expected);
 }
 
 TEST_F(MetaStoreTest, SavingWithoutAnOwnerFailsWith91) {
