@@ -8,6 +8,9 @@
 #include <filesystem>
 #include <functional>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "engine/job.h"
@@ -57,12 +60,24 @@ bool IsPermissionDenied(const std::error_code& ec) {
   throw e;
 }
 
-// The files and subfolders of `folder`, each sorted by name; false when the folder may not be
-// listed. Every entry that is not a folder counts as a file, also one that cannot be read (a
-// file the user may not read, a link that leads nowhere or into a loop, a named pipe, a device):
-// it becomes a document whose copy records why it was not read, rather than vanishing.
-bool ListFolder(const fs::path& folder, std::vector<fs::path>& files,
-                std::vector<fs::path>& subfolders) {
+// What a folder holds: its files' names and its subfolders, each sorted by name. The names sit
+// one after another in one text, so a folder of many thousand files costs little more than the
+// bytes of their names while its documents are queued.
+struct FolderListing {
+  std::string names;
+  std::vector<std::pair<std::size_t, std::size_t>> files;  // where each name starts, its length
+  std::vector<fs::path> subfolders;
+
+  std::string_view Name(const std::pair<std::size_t, std::size_t>& file) const {
+    return std::string_view(names).substr(file.first, file.second);
+  }
+};
+
+// Lists `folder`; false when it may not be listed. Every entry that is not a folder counts as a
+// file, also one that cannot be read (a file the user may not read, a link that leads nowhere or
+// into a loop, a named pipe, a device): it becomes a document whose copy records why it was not
+// read, rather than vanishing.
+bool ListFolder(const fs::path& folder, FolderListing& listing) {
   std::error_code ec;
   fs::directory_iterator it(folder, ec);
   if (ec) {
@@ -73,16 +88,20 @@ bool ListFolder(const fs::path& folder, std::vector<fs::path>& files,
     if (ec) break;
     // The entry's kind as the listing gives it; only a link or an unknown kind is looked up.
     std::error_code entry_ec;
-    const bool folder = it->is_directory(entry_ec);
-    if (!entry_ec && folder) {
-      subfolders.push_back(it->path());
+    const bool is_folder = it->is_directory(entry_ec);
+    if (!entry_ec && is_folder) {
+      listing.subfolders.push_back(it->path());
     } else {
-      files.push_back(it->path());
+      const fs::path name = it->path().filename();
+      listing.files.emplace_back(listing.names.size(), name.native().size());
+      listing.names.append(name.native());
     }
   }
   if (ec && !IsPermissionDenied(ec)) ThrowWalkFailure(folder, ec);
-  std::sort(files.begin(), files.end());
-  std::sort(subfolders.begin(), subfolders.end());
+  // Names of one folder sort as their paths do.
+  std::sort(listing.files.begin(), listing.files.end(),
+            [&](const auto& a, const auto& b) { return listing.Name(a) < listing.Name(b); });
+  std::sort(listing.subfolders.begin(), listing.subfolders.end());
   return true;
 }
 
@@ -129,12 +148,17 @@ void DocSource::WalkFilePath(const std::string& prmPathOverride,
     std::error_code ec;
     const fs::file_status st = path.empty() ? fs::file_status() : fs::status(path, ec);
     if (fs::is_directory(st)) {
-      std::vector<fs::path> files, subfolders;
-      // A folder that may not be listed is taken as empty.
-      ListFolder(path, files, subfolders);
-      for (const auto& file : files) each(FullPath(file));
-      files.clear();
-      files.shrink_to_fit();
+      std::vector<fs::path> subfolders;
+      {
+        FolderListing listing;
+        // A folder that may not be listed is taken as empty.
+        ListFolder(path, listing);
+        // A name is a single part of a path (never "." or ".."): the folder's full path and the
+        // name make the file's.
+        const fs::path full_folder = FullPath(path);
+        for (const auto& file : listing.files) each((full_folder / listing.Name(file)).native());
+        subfolders = std::move(listing.subfolders);
+      }
       if (include_sub_folders_) {
         for (const auto& folder : subfolders) {
           // A subfolder that may not be listed is recorded as a document that says so.

@@ -74,10 +74,15 @@ TEST_F(DocSourceTest, PathSourcesListFilesFoldersAndAddresses) {
             (std::vector<std::string>{Doc("a.htm"), Doc("b.htm"), Doc("sub/c.htm"),
                                       Doc("sub/z/deep.htm")}));
   EXPECT_TRUE(Uris(PathSource(Doc("empty"), true)->UriList()).empty());
-  // A file by its full path, whatever path named it.
+  // A file by its full path, whatever path named it or its folder.
   const fs::path cwd = fs::current_path();
   fs::current_path(docs_.Path());
   EXPECT_EQ(Uris(PathSource("sub/../a.htm")->UriList()), (std::vector<std::string>{Doc("a.htm")}));
+  for (const char* folder : {"sub/..", "./", "sub/z/../../"}) {
+    EXPECT_EQ(Uris(PathSource(folder)->UriList()),
+              (std::vector<std::string>{Doc("a.htm"), Doc("b.htm")}))
+        << folder;
+  }
   fs::current_path(cwd);
   // Neither a file nor a folder: an address, as it stands.
   EXPECT_EQ(Uris(PathSource(Doc("missing.htm"))->UriList()),
