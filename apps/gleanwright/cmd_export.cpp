@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "engine/exchange.h"
 #include "platform/error.h"
+#include "platform/file_io.h"
 
 namespace gw::app {
 namespace {
@@ -20,19 +21,6 @@ namespace {
 [[noreturn]] void CannotWrite(const std::filesystem::path& path, const std::string& why) {
   throw Error(errnum::kPathNotFound, "gleanwright export",
               "Cannot write " + path.string() + ": " + why + ".");
-}
-
-// Writes all of `text` to the open descriptor; false with errno set when it cannot.
-bool WriteAll(int fd, std::string_view text) {
-  while (!text.empty()) {
-    const ssize_t n = ::write(fd, text.data(), text.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      return false;
-    }
-    text.remove_prefix(static_cast<std::size_t>(n));
-  }
-  return true;
 }
 
 // Writes `text` to `path`. A symbolic link is written through to the file it names, and a file
@@ -47,7 +35,7 @@ void WriteWhole(const std::filesystem::path& path, const std::string& text) {
   if (fs::is_directory(st)) CannotWrite(path, "it is a folder; give the name of a file in it");
   if (fs::exists(st) && !fs::is_regular_file(st)) {
     const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
-    if (fd < 0 || !WriteAll(fd, text)) {
+    if (fd < 0 || WriteAll(fd, text) != 0) {
       const int err = errno;
       if (fd >= 0) ::close(fd);
       CannotWrite(path, std::strerror(err));
@@ -83,7 +71,7 @@ void WriteWhole(const std::filesystem::path& path, const std::string& text) {
     ::umask(mask);
     mode = 0666 & ~mask;
   }
-  if (::fchmod(fd, mode) != 0 || !WriteAll(fd, text) || ::fsync(fd) != 0) give_up(errno);
+  if (::fchmod(fd, mode) != 0 || WriteAll(fd, text) != 0 || ::fsync(fd) != 0) give_up(errno);
   if (::close(fd) != 0) {
     const int err = errno;
     ::unlink(partial.c_str());

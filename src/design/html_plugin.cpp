@@ -15,6 +15,7 @@
 #include "platform/charset.h"
 #include "platform/document_file.h"
 #include "platform/error.h"
+#include "platform/file_io.h"
 #include "platform/regex.h"
 #include "platform/text.h"
 #include "text/b_string.h"
@@ -41,17 +42,7 @@ int OverwriteFile(const std::string& path, std::string_view bytes) {
     ::close(fd);
     return code;
   };
-  std::size_t done = 0;
-  while (done < bytes.size()) {
-    const ssize_t n =
-        ::pwrite(fd, bytes.data() + done, bytes.size() - done, static_cast<off_t>(done));
-    if (n < 0 && errno == EINTR) continue;
-    if (n <= 0) {
-      if (n == 0) errno = EIO;
-      return fail();
-    }
-    done += static_cast<std::size_t>(n);
-  }
+  if (WriteAll(fd, bytes) != 0) return fail();
   if (::ftruncate(fd, static_cast<off_t>(bytes.size())) != 0) return fail();
   return ::close(fd) == 0 ? 0 : errno;
 }

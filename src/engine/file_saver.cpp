@@ -19,6 +19,7 @@
 #include "extraction/data_page.h"
 #include "platform/charset.h"
 #include "platform/date_time.h"
+#include "platform/file_io.h"
 #include "platform/paths.h"
 #include "platform/text.h"
 #include "rules/settings.h"
@@ -145,14 +146,9 @@ bool Publish(const std::string& temporary, const std::string& path) {
   WriteFailed("FileSaver.SaveToFile", path, why);
 }
 
-void WriteAll(int fd, std::string_view bytes, const std::string& path) {
-  while (!bytes.empty()) {
-    const ssize_t n = ::write(fd, bytes.data(), bytes.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      WriteFailed("FileSaver.SaveToFile", path, std::strerror(errno));
-    }
-    bytes.remove_prefix(static_cast<std::size_t>(n));
+void WriteOrFail(int fd, std::string_view bytes, const std::string& path) {
+  if (const int code = WriteAll(fd, bytes); code != 0) {
+    WriteFailed("FileSaver.SaveToFile", path, std::strerror(code));
   }
 }
 
@@ -173,10 +169,8 @@ int CopyContent(int in, int out, long long size, long long& copied) {
     if (!kernel) {
       n = ::read(in, buffer, sizeof buffer);
       if (n > 0) {
-        for (ssize_t done = 0; done < n;) {
-          const ssize_t w = ::write(out, buffer + done, static_cast<std::size_t>(n - done));
-          if (w < 0 && errno != EINTR) return errno;
-          if (w > 0) done += w;
+        if (const int code = WriteAll(out, {buffer, static_cast<std::size_t>(n)}); code != 0) {
+          return code;
         }
       }
     }
@@ -524,7 +518,7 @@ std::string FileSaver::CreateableFullPath(bool probe_first) {
 // ---- writing ------------------------------------------------------------------------------
 
 std::string FileSaver::WriteNewFile(std::string_view bytes) {
-  return WriteNewFile([&](int fd, const std::string& path) { WriteAll(fd, bytes, path); });
+  return WriteNewFile([&](int fd, const std::string& path) { WriteOrFail(fd, bytes, path); });
 }
 
 std::string FileSaver::WriteNewFile(
@@ -639,7 +633,7 @@ std::string FileSaver::SaveText(std::string_view text, bool Overwrite, bool Appe
     const int fd = ::open(full.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC | O_NOFOLLOW);
     if (fd < 0) WriteFailed("FileSaver.SaveText", full, std::strerror(errno));
     try {
-      WriteAll(fd, text, full);
+      WriteOrFail(fd, text, full);
     } catch (...) {
       ::close(fd);
       throw;

@@ -16,6 +16,7 @@
 #include "infra/error_report.h"
 #include "platform/date_time.h"
 #include "platform/error.h"
+#include "platform/file_io.h"
 #include "platform/paths.h"
 
 namespace gw {
@@ -157,16 +158,9 @@ void AppendToLog(const std::filesystem::path& file, std::string_view text,
   if (!ec && size > 0 && size + text.size() > limits.max_bytes) Rotate(file, limits.kept);
   const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
   if (fd < 0) Fail(file, "open", errno);
-  std::size_t done = 0;
-  while (done < text.size()) {
-    const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      const int code = errno;
-      ::close(fd);
-      Fail(file, "write", code);
-    }
-    done += static_cast<std::size_t>(n);
+  if (const int code = WriteAll(fd, text); code != 0) {
+    ::close(fd);
+    Fail(file, "write", code);
   }
   if (::close(fd) != 0) Fail(file, "write", errno);
 }

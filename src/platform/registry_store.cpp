@@ -11,6 +11,7 @@
 #include <fstream>
 #include <sstream>
 
+#include "platform/file_io.h"
 #include "platform/paths.h"
 #include "platform/text.h"
 
@@ -303,17 +304,6 @@ class FileLock {
   int fd_ = -1;
 };
 
-void WriteAll(int fd, std::string_view data, const std::filesystem::path& path) {
-  while (!data.empty()) {
-    const ssize_t n = ::write(fd, data.data(), data.size());
-    if (n < 0) {
-      if (errno == EINTR) continue;
-      Fail(regerr::kCantWrite, "Cannot write " + path.string() + ": " + ErrnoText());
-    }
-    data.remove_prefix(static_cast<std::size_t>(n));
-  }
-}
-
 // Writes `content` to a temporary file beside `file`, flushes it to disk, and renames it over
 // `file`, so that readers see the old or the new content, never a mixture.
 void ReplaceFileAtomically(const std::filesystem::path& file, std::string_view content) {
@@ -322,7 +312,9 @@ void ReplaceFileAtomically(const std::filesystem::path& file, std::string_view c
   const int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
   if (fd < 0) Fail(regerr::kCantWrite, "Cannot create " + temp.string() + ": " + ErrnoText());
   try {
-    WriteAll(fd, content, temp);
+    if (WriteAll(fd, content) != 0) {
+      Fail(regerr::kCantWrite, "Cannot write " + temp.string() + ": " + ErrnoText());
+    }
     if (::fsync(fd) != 0) {
       Fail(regerr::kCantWrite, "Cannot flush " + temp.string() + ": " + ErrnoText());
     }
