@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "platform/db/row_appender.h"
@@ -9,6 +11,7 @@
 namespace gw::db {
 namespace {
 
+using testing::CaughtError;
 using testing::FailureNumber;
 
 TEST(ConnectionProperties, MaskPasswordsHidesEverySecretAndKeepsTheRest) {
@@ -235,6 +238,52 @@ TEST_F(SqliteTest, UpdateWithNamesAndValuesAndDeleteWriteThrough) {
   rs->Delete();
   rs->Update();  // nothing pending: no effect
   EXPECT_EQ((*cn->Execute("SELECT COUNT(*) FROM items"))[0L].Value().ToLong(), 1);
+}
+
+TEST_F(SqliteTest, EditsByNameCancelWhatFailsAndBadArgumentsAreRefused) {
+  auto cn = Open();
+  auto rs = Recordset::Create();
+  rs->Open("SELECT * FROM items", cn, CursorType::Keyset, LockType::Optimistic);
+  const std::vector<std::string> names{"id", "qty"};
+  rs->AddNew(names, std::vector<Variant>{Variant("c"), Variant(7)});
+  EXPECT_EQ(FailureNumber([&] {
+              rs->AddNew(names, std::vector<Variant>{Variant("d"), Variant("lots")});
+            }),
+            dberr::kMultipleStep);
+  EXPECT_EQ(rs->GetEditMode(), EditMode::None) << "the failed addition is cancelled";
+  EXPECT_EQ(FailureNumber([&] {
+              rs->Update(std::vector<std::string>{"name"},
+                         std::vector<Variant>{Variant("Elderberries")});
+            }),
+            dberr::kDataTruncated);
+  EXPECT_EQ(rs->GetEditMode(), EditMode::None) << "the failed edit is cancelled";
+  EXPECT_EQ((*cn->Execute("SELECT group_concat(id || ':' || ifnull(qty, '-'), ' ') FROM items"))[0L]
+                .Value()
+                .ToString(),
+            "a:3 b:5 c:7");
+
+  const std::string bad =
+      "Arguments are of the wrong type, are out of acceptable range, or are in conflict with one "
+      "another.";
+  const std::vector<Variant> one{Variant("x")};
+  const struct {
+    const char* source;
+    std::function<void()> call;
+    std::string description;
+  } cases[] = {
+      {"Recordset.AddNew", [&] { rs->AddNew(names, one); }, bad},
+      {"Recordset.Update", [&] { rs->Update(names, one); }, bad},
+      {"Recordset.AbsolutePosition", [&] { rs->SetAbsolutePosition(9); }, bad},
+      {"Recordset.Bookmark", [&] { rs->SetBookmark(Variant(999)); }, bad},
+      {"Recordset.Find", [&] { rs->Find("nope = 1"); }, bad + " (nope = 1)"},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.source);
+    const Error e = CaughtError(c.call);
+    EXPECT_EQ(e.Number(), dberr::kBadArgument);
+    EXPECT_EQ(e.Source(), c.source);
+    EXPECT_EQ(e.Description(), c.description);
+  }
 }
 
 TEST_F(SqliteTest, RowsWithoutAKeyAreFoundByTheirOriginalValues) {

@@ -14,6 +14,11 @@ namespace {
 }
 
 std::string ClosedText() { return "Operation is not allowed when the object is closed."; }
+std::string BadArgumentText() {
+  return "Arguments are of the wrong type, are out of acceptable range, or are in conflict with "
+         "one "
+         "another.";
+}
 std::string NoCurrentText() {
   return "Either BOF or EOF is True, or the current record has been deleted. Requested operation "
          "requires a current record.";
@@ -383,9 +388,7 @@ long Recordset::AbsolutePosition() const {
 void Recordset::SetAbsolutePosition(long position) {
   RequireOpen("AbsolutePosition");
   if (position < 1 || position > static_cast<long>(rows_.size())) {
-    Fail(dberr::kBadArgument, "AbsolutePosition",
-         "Arguments are of the wrong type, are out of acceptable range, or are in conflict with "
-         "one another.");
+    Fail(dberr::kBadArgument, "AbsolutePosition", BadArgumentText());
   }
   ImplicitUpdate();
   current_deleted_ = false;
@@ -409,9 +412,7 @@ void Recordset::SetBookmark(const Variant& bookmark) {
       return;
     }
   }
-  Fail(dberr::kBadArgument, "Bookmark",
-       "Arguments are of the wrong type, are out of acceptable range, or are in conflict with one "
-       "another.");
+  Fail(dberr::kBadArgument, "Bookmark", BadArgumentText());
 }
 
 // ---- Recordset: editing
@@ -433,12 +434,12 @@ void Recordset::AddNew() {
 }
 
 void Recordset::AddNew(std::span<const std::string> names, std::span<const Variant> values) {
-  if (names.size() != values.size()) {
-    Fail(dberr::kBadArgument, "AddNew",
-         "Arguments are of the wrong type, are out of acceptable range, or are in conflict with "
-         "one another.");
-  }
+  if (names.size() != values.size()) Fail(dberr::kBadArgument, "AddNew", BadArgumentText());
   AddNew();
+  SetAndUpdate(names, values);
+}
+
+void Recordset::SetAndUpdate(std::span<const std::string> names, std::span<const Variant> values) {
   try {
     for (std::size_t k = 0; k < names.size(); ++k) fields_.Item(names[k]).SetValue(values[k]);
     Update();
@@ -554,19 +555,9 @@ void Recordset::Update() {
 }
 
 void Recordset::Update(std::span<const std::string> names, std::span<const Variant> values) {
-  if (names.size() != values.size()) {
-    Fail(dberr::kBadArgument, "Update",
-         "Arguments are of the wrong type, are out of acceptable range, or are in conflict with "
-         "one another.");
-  }
+  if (names.size() != values.size()) Fail(dberr::kBadArgument, "Update", BadArgumentText());
   RequireCurrent("Update");
-  try {
-    for (std::size_t k = 0; k < names.size(); ++k) fields_.Item(names[k]).SetValue(values[k]);
-    Update();
-  } catch (...) {
-    CancelUpdate();
-    throw;
-  }
+  SetAndUpdate(names, values);
 }
 
 void Recordset::CancelUpdate() {
@@ -641,11 +632,7 @@ void Recordset::Find(std::string_view criteria, long skip, SearchDirection direc
     while (i < s.size() && (s[i] == '=' || s[i] == '<' || s[i] == '>' || s[i] == '!')) op += s[i++];
   }
   if (op.empty() || fields_.IndexOf(column) < 0) {
-    Fail(
-        dberr::kBadArgument, "Find",
-        "Arguments are of the wrong type, are out of acceptable range, or are in conflict with one "
-        "another. (" +
-            std::string(criteria) + ")");
+    Fail(dberr::kBadArgument, "Find", BadArgumentText() + " (" + std::string(criteria) + ")");
   }
   while (i < s.size() && s[i] == ' ') ++i;
   // value

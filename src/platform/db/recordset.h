@@ -194,6 +194,9 @@ class Recordset : public Object {
   Row& EditableValues();
   Variant Coerce(std::size_t column, const Variant& value) const;
   void CheckWidths(const Row& values) const;
+  // Gives the named fields of the edit buffer their values and updates; cancels the edit when
+  // that fails.
+  void SetAndUpdate(std::span<const std::string> names, std::span<const Variant> values);
   void WriteInsert(RowData& row);
   void WriteUpdate(RowData& row);
   void WriteDelete(const RowData& row);
