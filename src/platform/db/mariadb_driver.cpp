@@ -286,13 +286,7 @@ class MariaDbDriver final : public Driver {
   }
 
   std::string QuoteIdentifier(std::string_view name) const override {
-    std::string out = "`";
-    for (char c : name) {
-      if (c == '`') out += '`';
-      out += c;
-    }
-    out += '`';
-    return out;
+    return "`" + text::ReplaceAll(name, "`", "``") + "`";
   }
 
   // MariaDB's own rules for quoted names: at most 64 characters, no trailing space, and only

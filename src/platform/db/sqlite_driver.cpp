@@ -377,13 +377,7 @@ class SqliteDriver final : public Driver {
   }
 
   std::string QuoteIdentifier(std::string_view name) const override {
-    std::string out = "\"";
-    for (char c : name) {
-      if (c == '"') out += '"';
-      out += c;
-    }
-    out += '"';
-    return out;
+    return "\"" + text::ReplaceAll(name, "\"", "\"\"") + "\"";
   }
 
   std::string DefaultDatabase() override { return "main"; }
