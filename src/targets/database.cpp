@@ -85,6 +85,17 @@ std::string MySqlServerOnly(std::string_view CnStr) {
   return props.ToString();
 }
 
+// A connection to the "Master" catalog of the SQL Server that `CnStr` names, and in `name` the
+// database `CnStr` names there.
+db::ConnectionPtr OpenSqlServerMaster(std::string_view CnStr, std::string& name) {
+  auto cn = db::Connection::Create();
+  cn->SetConnectionString(CnStr);
+  name = cn->Property("Initial Catalog");
+  cn->SetProperty("Initial Catalog", "Master");
+  cn->Open();
+  return cn;
+}
+
 // Refuses a database name that the store of `cn` cannot hold, before anything is made.
 void RefuseUnusableDatabaseName(db::Connection& cn, const std::string& name, const char* source) {
   const std::string why = cn.GetDriver().IdentifierProblem(db::IdentifierKind::Database, name);
@@ -191,12 +202,8 @@ void targets_internal::DropJet(std::string_view CnStr) {
 
 void targets_internal::DropSQL(std::string_view CnStr) {
   ReportAs("Database.DropSQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
-    auto cn = db::Connection::Create();
-    cn->SetConnectionString(CnStr);
-    const std::string name = cn->Property("Initial Catalog");
-    cn->SetProperty("Initial Catalog", "Master");
-    cn->Open();
-    cn->Execute("DROP DATABASE " + Bracketed(name));
+    std::string name;
+    OpenSqlServerMaster(CnStr, name)->Execute("DROP DATABASE " + Bracketed(name));
   });
 }
 
@@ -211,11 +218,8 @@ void targets_internal::DropMySQL(std::string_view CnStr) {
 
 void targets_internal::CreateSQL(std::string_view CnStr) {
   ReportAs("Database.CreateSQL(CnStr)", Args(AsConnectionString(CnStr)), [&] {
-    auto cn = db::Connection::Create();
-    cn->SetConnectionString(CnStr);
-    const std::string name = cn->Property("Initial Catalog");
-    cn->SetProperty("Initial Catalog", "Master");
-    cn->Open();
+    std::string name;
+    const auto cn = OpenSqlServerMaster(CnStr, name);
     RefuseUnusableDatabaseName(*cn, name, "Database.CreateSQL");
     try {
       cn->Execute("CREATE DATABASE " + Bracketed(name));
