@@ -15,16 +15,6 @@
 
 namespace gw::bench {
 
-// The document a benchmark page stands for.
-class BenchDoc : public IDoc {
- public:
-  std::string SourceUri() const override { return "http://shop.test/list"; }
-  MetaDocPtr Metadata() override { return meta_; }
-
- private:
-  MetaDocPtr meta_ = MetaDoc::Create();
-};
-
 // A dataset named `name`, opened by `init`, writing into `table` through `cn_str`.
 inline EntityPtr NewEntity(const char* name, const char* init, const char* table,
                            const std::string& cn_str) {
@@ -36,11 +26,12 @@ inline EntityPtr NewEntity(const char* name, const char* init, const char* table
   return e;
 }
 
-// A datapage "Listing" over a `BenchDoc`, with `root` as its one root dataset.
+// A datapage "Listing" over a document at "http://shop.test/list", with `root` as its one root
+// dataset.
 inline std::shared_ptr<DataPage> NewListingPage(const EntityPtr& root) {
   auto page = DataPage::Create();
   page->SetDisplayName("Listing");
-  page->SetDoc(std::make_shared<BenchDoc>());
+  page->SetDoc(std::make_shared<PlainDoc>("http://shop.test/list"));
   page->RootEntities().Add(root, root->Id());
   page->GetEntities().Add(root, root->Id());
   return page;

@@ -30,15 +30,6 @@ namespace {
 
 using namespace gw;
 
-class FuzzDoc : public IDoc {
- public:
-  std::string SourceUri() const override { return "http://shop.test/dir/list.html"; }
-  MetaDocPtr Metadata() override { return meta_; }
-
- private:
-  MetaDocPtr meta_ = MetaDoc::Create();
-};
-
 // Notes whether a raw column got a value that is not a piece of the page.
 class CheckingSink : public RowSink {
  public:
@@ -129,7 +120,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   auto page = DataPage::Create();
   page->SetDisplayName("Fuzz");
-  page->SetDoc(std::make_shared<FuzzDoc>());
+  page->SetDoc(std::make_shared<PlainDoc>("http://shop.test/dir/list.html"));
   auto root = Entity::Create();
   root->SetEntityName("Root");
   root->SetInitString(p[0]);

@@ -27,18 +27,6 @@
 namespace gw::app {
 namespace {
 
-// A local file as the document being extracted.
-class FileDoc : public IDoc {
- public:
-  explicit FileDoc(std::string path) : path_(std::move(path)) {}
-  std::string SourceUri() const override { return path_; }
-  MetaDocPtr Metadata() override { return meta_; }
-
- private:
-  std::string path_;
-  MetaDocPtr meta_ = MetaDoc::Create();
-};
-
 // The datapage with the id `id_or_name`, or else the one with that display name (letter case
 // ignored).
 std::shared_ptr<DataPage> LoadDataPage(const std::string& id_or_name) {
@@ -102,7 +90,7 @@ void ExtractFile(DataPage& page, const std::vector<EntityPtr>& datasets, const s
                  ExtractTotals& totals) {
   std::string text =
       filters::Transformations::NormalizeText(DecodeToUtf8(ReadFileBytes(path)).text);
-  auto doc = std::make_shared<FileDoc>(std::filesystem::absolute(path).string());
+  auto doc = std::make_shared<PlainDoc>(std::filesystem::absolute(path).string());
   page.SetDoc(doc);
   page.Extract(text, false);
 

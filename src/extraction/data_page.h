@@ -14,6 +14,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "extraction/entity.h"
 #include "extraction/row_sink.h"
@@ -35,6 +36,19 @@ class IDoc {
   virtual std::string SourceUri() const = 0;
   // The document's metadata; may be null.
   virtual MetaDocPtr Metadata() = 0;
+};
+
+// A document known by its address alone, with metadata of its own: a local file or a page that
+// no package run fetched.
+class PlainDoc : public IDoc {
+ public:
+  explicit PlainDoc(std::string uri) : uri_(std::move(uri)) {}
+  std::string SourceUri() const override { return uri_; }
+  MetaDocPtr Metadata() override { return meta_; }
+
+ private:
+  std::string uri_;
+  MetaDocPtr meta_ = MetaDoc::Create();
 };
 
 class DataPage : public Object {

@@ -39,7 +39,7 @@ std::unique_ptr<SinkRow> RecordingSink::OpenRow(std::string_view cn_str, std::st
 
 ExtractionTest::ExtractionTest()
     : cn_str_("Provider=SQLite;Data Source=" + (dir_ / "target.db").string()),
-      doc_(std::make_shared<TestDoc>("http://example.test/list.html")),
+      doc_(std::make_shared<PlainDoc>("http://example.test/list.html")),
       page_(DataPage::Create()) {
   page_->SetDisplayName("Listing");
   page_->SetDoc(doc_);
@@ -101,6 +101,19 @@ AttribPtr ExtractionTest::AddField(const EntityPtr& entity, const std::string& c
   a->SetIsOptional(optional);
   a->SetColumnSize(size);
   return a;
+}
+
+MetaFieldsPtr MetaColumns(std::initializer_list<std::pair<const char*, const char*>> columns) {
+  auto fields = MetaFields::Create();
+  long id = 0;
+  for (const auto& [column, member] : columns) {
+    auto f = MetaField::Create();
+    f->SetId(++id);
+    f->SetColumnName(column);
+    f->SetMetadataClassMember(member);
+    fields->Add(f);
+  }
+  return fields;
 }
 
 }  // namespace gw::extraction_test

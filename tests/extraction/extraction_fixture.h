@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <initializer_list>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "extraction/data_page.h"
@@ -20,18 +22,6 @@ namespace gw::extraction_test {
 
 using testing::CaughtError;
 using testing::FailureNumber;
-
-// A document with an address and metadata, as the package engine's document offers them.
-class TestDoc : public IDoc {
- public:
-  explicit TestDoc(std::string uri) : uri_(std::move(uri)), meta_(MetaDoc::Create()) {}
-  std::string SourceUri() const override { return uri_; }
-  MetaDocPtr Metadata() override { return meta_; }
-
- private:
-  std::string uri_;
-  MetaDocPtr meta_;
-};
 
 // Wraps the database sink and records how many rows it opened and closed.
 class RecordingSink : public RowSink {
@@ -68,8 +58,12 @@ class ExtractionTest : public ::testing::Test {
   testing::ScopedHome home_;
   testing::TempDir dir_;
   std::string cn_str_;
-  std::shared_ptr<TestDoc> doc_;
+  std::shared_ptr<PlainDoc> doc_;
   std::shared_ptr<DataPage> page_;
 };
+
+// Metadata columns chosen by hand, numbered from 1: each a column name and the member that fills
+// it ("MetaEntity.OnPageOrder").
+MetaFieldsPtr MetaColumns(std::initializer_list<std::pair<const char*, const char*>> columns);
 
 }  // namespace gw::extraction_test

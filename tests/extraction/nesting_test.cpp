@@ -10,13 +10,7 @@ namespace {
 using RowList = std::vector<std::vector<std::string>>;
 
 MetaFieldsPtr ParentOrderColumn() {
-  auto fields = MetaFields::Create();
-  auto order = MetaField::Create();
-  order->SetId(1);
-  order->SetColumnName("parent_order");
-  order->SetMetadataClassMember("MetaEntity.ParentOnPageOrder");
-  fields->Add(order);
-  return fields;
+  return MetaColumns({{"parent_order", "MetaEntity.ParentOnPageOrder"}});
 }
 
 class Nesting : public ExtractionTest {

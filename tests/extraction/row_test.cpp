@@ -191,18 +191,9 @@ TEST_F(RowLoop, AnOverrideConnectionStringAndAPrefixChooseTheTable) {
 
 TEST_F(RowLoop, MetadataColumnsAreFilledWhereTheTableHasThem) {
   Exec("ALTER TABLE prods ADD COLUMN page_order VARCHAR(3)");
-  auto fields = MetaFields::Create();
-  auto order = MetaField::Create();
-  order->SetId(1);
-  order->SetColumnName("page_order");
-  order->SetMetadataClassMember("MetaEntity.OnPageOrder");
-  fields->Add(order);
-  auto source = MetaField::Create();
-  source->SetId(2);
-  source->SetColumnName("source_uri");  // not in the table: passed over
-  source->SetMetadataClassMember("MetaDoc.SourceUri");
-  fields->Add(source);
-  prods_->SetSelectedMetaFields(fields);
+  // "source_uri" is not in the table: passed over.
+  prods_->SetSelectedMetaFields(
+      MetaColumns({{"page_order", "MetaEntity.OnPageOrder"}, {"source_uri", "MetaDoc.SourceUri"}}));
   std::string text = "<tr><td class=n>A</td><tr><td class=n>B</td>";
   page_->Extract(text, false);
   EXPECT_EQ(Rows("SELECT name, page_order FROM prods"), (RowList{{"A", "1"}, {"B", "2"}}));
