@@ -238,7 +238,8 @@ class LinkReader {
   LinkReader& operator=(const LinkReader&) = delete;
 
   // Queues a saved page (its body copied), first handing what is done to `ahead`; waits while
-  // many pages are queued, so that the bodies held stay few.
+  // many pages are queued, so that the bodies held stay few. A sleeping reader is woken for a
+  // few pages at a time rather than for each (`Finish` wakes it for the rest).
   void Submit(const std::string& doc_id, const std::string& uri, std::string_view body,
               ReadAheadLinks& ahead) {
     if (workers_.empty()) {
@@ -246,19 +247,22 @@ class LinkReader {
       return;
     }
     std::deque<ScannedPage> done;
+    bool wake = false;
     {
       std::unique_lock lock(mutex_);
       wake_loop_.wait(lock, [&] { return jobs_.size() < kMaxQueued; });
       jobs_.push_back({doc_id, uri, std::string(body)});
       ++unfinished_;
+      wake = jobs_.size() % kPagesPerWake == 0;
       done.swap(done_);
     }
-    wake_workers_.notify_one();
+    if (wake) wake_workers_.notify_one();
     for (ScannedPage& page : done) ahead.Add(std::move(page));
   }
   // Waits for every queued page and hands what they gave to `ahead`.
   void Finish(ReadAheadLinks& ahead) {
     std::deque<ScannedPage> done;
+    wake_workers_.notify_all();
     {
       std::unique_lock lock(mutex_);
       wake_loop_.wait(lock, [&] { return unfinished_ == 0; });
@@ -270,6 +274,7 @@ class LinkReader {
  private:
   static constexpr unsigned kMaxThreads = 2;
   static constexpr std::size_t kMaxQueued = 64;
+  static constexpr std::size_t kPagesPerWake = 8;
   struct Job {
     std::string doc_id;
     std::string uri;
