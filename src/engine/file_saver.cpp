@@ -347,8 +347,17 @@ std::string FileSaver::GetFilename(const web::Uri& u) {
   return name;
 }
 
+const std::string& FileSaver::Aliased(std::string_view str) {
+  for (const auto& [from, to] : aliased_) {
+    if (from == str) return to;
+  }
+  if (aliased_.size() >= 8) aliased_.clear();
+  aliased_.emplace_back(std::string(str), ReplaceAliases(str));
+  return aliased_.back().second;
+}
+
 std::string FileSaver::GetFileSystemName(std::string_view str, bool IsFolder) {
-  std::string s = FileSystemEncode(ReplaceTags(ReplaceAliases(str)), IsFolder);
+  std::string s = FileSystemEncode(ReplaceTags(Aliased(str)), IsFolder);
   if (IsFolder) return RemoveSlashes(s);
   std::string ext;
   std::string shown;

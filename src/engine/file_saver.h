@@ -173,6 +173,8 @@ class FileSaver : public Object, public ISerializable {
   // written without a name and named when whole, so a process killed meanwhile leaves nothing
   // behind; where the system cannot name such a file it is written under a temporary name.
   std::string WriteNewFile(const std::function<void(int fd, const std::string& path)>& write);
+  // `ReplaceAliases(str)`, remembered for the few templates a saver names its files by.
+  const std::string& Aliased(std::string_view str);
 
   std::string root_folder_, job_folder_, task_folder_, doc_folder_, file_name_;
   std::shared_ptr<web::Uri> src_url_;
@@ -187,6 +189,8 @@ class FileSaver : public Object, public ISerializable {
   // The folder `GetCreateableFullPath` last made (or found), not looked at again while it stays.
   std::string made_folder_;
   std::function<void(const std::string& path)> naming_listener_;
+  // (template, its aliases replaced), a few of them.
+  std::vector<std::pair<std::string, std::string>> aliased_;
 };
 
 using FileSaverPtr = std::shared_ptr<FileSaver>;
