@@ -1,7 +1,6 @@
 #include "infra/log_files.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -45,31 +44,6 @@ std::string LogTime() {
   e.SetSystemError(code);
   throw e;
 }
-
-// Holds an exclusive `flock` on "<file>.lock" while alive.
-class FileLock {
- public:
-  explicit FileLock(const std::filesystem::path& file) {
-    const std::string lock = file.string() + ".lock";
-    fd_ = ::open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd_ < 0) Fail(file, "lock", errno);
-    int rc;
-    do {
-      rc = ::flock(fd_, LOCK_EX);
-    } while (rc != 0 && errno == EINTR);
-    if (rc != 0) {
-      const int code = errno;
-      ::close(fd_);
-      Fail(file, "lock", code);
-    }
-  }
-  ~FileLock() { ::close(fd_); }
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
-
- private:
-  int fd_ = -1;
-};
 
 std::filesystem::path Rotated(const std::filesystem::path& file, int n) {
   return file.string() + "." + std::to_string(n);
@@ -153,7 +127,11 @@ void AppendToLog(const std::filesystem::path& file, std::string_view text,
   std::error_code ec;
   std::filesystem::create_directories(file.parent_path(), ec);
   if (ec) Fail(file, "create the folder of", ec.value());
-  FileLock lock(file);
+  FileLock lock;  // on "<file>.lock"
+  bool opened = false;
+  if (const int code = lock.Acquire(file.string() + ".lock", opened); code != 0) {
+    Fail(file, "lock", code);
+  }
   const std::uintmax_t size = std::filesystem::file_size(file, ec);
   if (!ec && size > 0 && size + text.size() > limits.max_bytes) Rotate(file, limits.kept);
   const int fd = ::open(file.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);

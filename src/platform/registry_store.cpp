@@ -1,7 +1,6 @@
 #include "platform/registry_store.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -278,31 +277,15 @@ std::optional<std::string> ReadWholeFile(const std::filesystem::path& file) {
   return ss.str();
 }
 
-// An exclusive lock on the store's lock file for the life of the object.
-class FileLock {
- public:
-  explicit FileLock(const std::filesystem::path& path) {
-    fd_ = ::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (fd_ < 0) {
-      Fail(regerr::kCantWrite, "Cannot open the lock file " + path.string() + ": " + ErrnoText());
-    }
-    int rc;
-    do {
-      rc = ::flock(fd_, LOCK_EX);
-    } while (rc != 0 && errno == EINTR);
-    if (rc != 0) {
-      const std::string why = ErrnoText();
-      ::close(fd_);
-      Fail(regerr::kCantWrite, "Cannot lock " + path.string() + ": " + why);
-    }
+// Takes the store's lock file into `lock`, which holds it for its life.
+void LockStore(FileLock& lock, const std::filesystem::path& path) {
+  bool opened = false;
+  if (lock.Acquire(path, opened) == 0) return;
+  if (!opened) {
+    Fail(regerr::kCantWrite, "Cannot open the lock file " + path.string() + ": " + ErrnoText());
   }
-  ~FileLock() { ::close(fd_); }  // closing releases the lock
-  FileLock(const FileLock&) = delete;
-  FileLock& operator=(const FileLock&) = delete;
-
- private:
-  int fd_ = -1;
-};
+  Fail(regerr::kCantWrite, "Cannot lock " + path.string() + ": " + ErrnoText());
+}
 
 // Writes `content` to a temporary file beside `file`, flushes it to disk, and renames it over
 // `file`, so that readers see the old or the new content, never a mixture.
@@ -620,7 +603,8 @@ void RegistryStore::Update(const std::function<bool(RegistryData&)>& change) {
     std::error_code ec;
     std::filesystem::create_directories(file_.parent_path(), ec);
   }
-  const FileLock lock(file_.string() + ".lock");
+  FileLock lock;
+  LockStore(lock, file_.string() + ".lock");
   RegistryData data = Read();
   if (!change(data)) return;
   ReplaceFileAtomically(file_, data.Serialize());

@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
+#include <filesystem>
 #include <string>
 #include <thread>
+
+#include "support/test_support.h"
 
 namespace gw {
 namespace {
@@ -76,6 +80,32 @@ TEST(WriteAll, ReportsTheErrnoOfAWriteThatFails) {
   EXPECT_EQ(errno, EBADF);
   ::close(fd);
   EXPECT_EQ(WriteAll(fd, ""), 0) << "nothing to write needs no write";
+}
+
+TEST(FileLock, HoldsTheFileAgainstEveryOtherOpenerUntilItGoes) {
+  testing::TempDir dir;
+  const std::filesystem::path path = dir / "store.lock";
+  // Another open of the same file: `flock` locks of two opens conflict, even in one process.
+  const auto another_gets_it = [&] {
+    const int fd = ::open(path.c_str(), O_RDWR | O_CLOEXEC);
+    const bool got = fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) == 0;
+    if (fd >= 0) ::close(fd);
+    return got;
+  };
+  {
+    FileLock lock;
+    bool opened = false;
+    ASSERT_EQ(lock.Acquire(path, opened), 0);
+    EXPECT_TRUE(opened);
+    EXPECT_TRUE(std::filesystem::exists(path)) << "a missing lock file is made";
+    EXPECT_FALSE(another_gets_it());
+  }
+  EXPECT_TRUE(another_gets_it()) << "the lock goes with the object";
+
+  FileLock nowhere;
+  bool opened = true;
+  EXPECT_EQ(nowhere.Acquire(dir / "no such folder" / "store.lock", opened), ENOENT);
+  EXPECT_FALSE(opened) << "the file could not be opened, so locking was never tried";
 }
 
 }  // namespace
