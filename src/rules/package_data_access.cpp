@@ -35,6 +35,14 @@ std::string FirstValueText(const db::RecordsetPtr& rs) {
   return rs->GetFields().Item(0L).Value().ToText();
 }
 
+// Every package as the child level of the package category tree.
+db::RecordsetPtr PackagesByCategory(const CDisconnRS& shape) {
+  auto jobs = shape.RunQuery(
+      "SELECT job_id, job_name, description, date_created, date_modified FROM jobs", true);
+  return CategoryChildRecordset(*jobs, "job_id", "job_name", "date_modified",
+                                CategoryOrder::ByFullName);
+}
+
 }  // namespace
 
 // ---- DJob ------------------------------------------------------------------------------------
@@ -66,12 +74,7 @@ db::RecordsetPtr DJob::GetAllJobs() {
 db::RecordsetPtr DJob::GetPkgCategoryHierarchy() {
   return ReportAs("DJob.GetPkgCategoryHierarchy", [&] {
     const CDisconnRS shape(ShapeConnectionString());
-    auto jobs = shape.RunQuery(
-        "SELECT job_id, job_name, description, date_created, date_modified FROM jobs", true);
-    auto child = CategoryChildRecordset(*jobs, "job_id", "job_name", "date_modified",
-                                        CategoryOrder::ByFullName);
-    auto parent = CategoryParentRecordset(*child);
-    return ShapeAppend(*parent, *child, "category", "category");
+    return CategoryTree(*PackagesByCategory(shape));
   });
 }
 
@@ -104,18 +107,14 @@ db::RecordsetPtr DJob::GetJobProgress(const std::string& JobId, const DateTime& 
 db::RecordsetPtr DJob::GetJobInstanceHierarchy() {
   return ReportAs("DJob.GetJobInstanceHierarchy", [&] {
     const CDisconnRS shape(ShapeConnectionString());
-    auto jobs = shape.RunQuery(
-        "SELECT job_id, job_name, description, date_created, date_modified FROM jobs", true);
-    auto child = CategoryChildRecordset(*jobs, "job_id", "job_name", "date_modified",
-                                        CategoryOrder::ByFullName);
-    auto parent = CategoryParentRecordset(*child);
+    auto child = PackagesByCategory(shape);
     auto runs = shape.RunQuery(
         "select job_id, job_start_time as 'Start Time', job_completion_time as 'Completion Time', "
         "c.display_name as Code from job_instances inner join job_success_codes c on "
         "job_instances.completion_code = c.job_success_code_id order by job_start_time desc ",
         true);
     auto jobs_with_runs = ShapeAppend(*child, *runs, "job_id", "job_id", "rsJob");
-    return ShapeAppend(*parent, *jobs_with_runs, "category", "category");
+    return CategoryTree(*jobs_with_runs);
   });
 }
 

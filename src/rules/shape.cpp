@@ -196,6 +196,11 @@ db::RecordsetPtr CategoryParentRecordset(db::Recordset& child) {
   return parent;
 }
 
+db::RecordsetPtr CategoryTree(db::Recordset& child) {
+  auto parent = CategoryParentRecordset(child);
+  return ShapeAppend(*parent, child, "category", "category");
+}
+
 std::string ShapeConnectionString() {
   std::string cn = Settings().GetOption("ShapeCnStr").ToText();
   if (cn.empty()) return modConnectionString::GetCnStr();

@@ -45,6 +45,9 @@ db::RecordsetPtr CategoryChildRecordset(db::Recordset& items, std::string_view i
                                         std::string_view modified_label, CategoryOrder order);
 // The parent level: the distinct categories of a child level (column "category"), in order.
 db::RecordsetPtr CategoryParentRecordset(db::Recordset& child);
+// The whole tree: the parent level of `child`, each category with its rows of `child` as the
+// chapter "category".
+db::RecordsetPtr CategoryTree(db::Recordset& child);
 
 // The connection string the hierarchies run on: the setting "ShapeCnStr" of the rules store,
 // with a "Provider=MSDataShape" string turned into its "Data Provider"; the rules connection

@@ -247,8 +247,7 @@ db::RecordsetPtr D_DataPage::GetDatapageCategoryHierarchy() {
         true);
     auto child = CategoryChildRecordset(*pages, "datapage_id", "display_name", "Modified_Date",
                                         CategoryOrder::ByShortName);
-    auto parent = CategoryParentRecordset(*child);
-    return ShapeAppend(*parent, *child, "category", "category");
+    return CategoryTree(*child);
   });
 }
 
