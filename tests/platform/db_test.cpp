@@ -6,6 +6,7 @@
 #include "platform/db/recordset.h"
 #include "platform/db/row_appender.h"
 #include "platform/rows_one_by_one.h"
+#include "platform/store_test.h"
 #include "support/test_support.h"
 
 namespace gw::db {
@@ -50,27 +51,18 @@ TEST(ConnectionProperties, ParsesQuotedValuesAndRendersThemBack) {
   EXPECT_EQ(again.Items(), p.Items());
 }
 
-class SqliteTest : public ::testing::Test {
+class SqliteTest : public test::StoreTest {
  protected:
   void SetUp() override {
-    cn_str_ = "Provider=SQLite;Data Source=" + (dir_ / "t.db").string();
-    auto cn = Connection::Create();
-    cn->Open(cn_str_);
-    cn->ExecuteScript(
-        "CREATE TABLE items (id VARCHAR(36) PRIMARY KEY, name VARCHAR(10), qty INT, "
-        "price REAL, seen DATETIME, flag BIT, notes TEXT);"
-        "CREATE TABLE log (line VARCHAR(20));"
-        "INSERT INTO items VALUES ('a', 'Apple', 3, 1.5, '2026-01-02 03:04:05', 1, NULL);"
-        "INSERT INTO items VALUES ('b', 'Banana', 5, 0.25, NULL, 0, 'x');");
-  }
-  ConnectionPtr Open() {
-    auto cn = Connection::Create();
-    cn->Open(cn_str_);
-    return cn;
+    MakeStore("Provider=SQLite;Data Source=" + (dir_ / "t.db").string(),
+              "CREATE TABLE items (id VARCHAR(36) PRIMARY KEY, name VARCHAR(10), qty INT, "
+              "price REAL, seen DATETIME, flag BIT, notes TEXT);"
+              "CREATE TABLE log (line VARCHAR(20));"
+              "INSERT INTO items VALUES ('a', 'Apple', 3, 1.5, '2026-01-02 03:04:05', 1, NULL);"
+              "INSERT INTO items VALUES ('b', 'Banana', 5, 0.25, NULL, 0, 'x');");
   }
 
   gw::testing::TempDir dir_;
-  std::string cn_str_;
 };
 
 TEST_F(SqliteTest, ReadOnlyRecordsetOutlivesItsConnection) {

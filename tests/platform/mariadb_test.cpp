@@ -5,6 +5,7 @@
 #include "platform/db/connection.h"
 #include "platform/db/recordset.h"
 #include "platform/rows_one_by_one.h"
+#include "platform/store_test.h"
 #include "support/mariadb_server.h"
 
 namespace gw::db {
@@ -14,26 +15,19 @@ using testing::FailureNumber;
 
 using gw::testing::MariaDbServer;
 
-class MariaDbTest : public ::testing::Test {
+class MariaDbTest : public test::StoreTest {
  protected:
   void SetUp() override {
     auto& server = MariaDbServer::Shared();
     database_ = server.CreateDatabase();
-    cn_str_ = server.ConnectionString(database_);
-    auto cn = Open();
-    cn->ExecuteScript(
+    MakeStore(
+        server.ConnectionString(database_),
         "CREATE TABLE items (id VARCHAR(36) PRIMARY KEY, name VARCHAR(10), qty INT, seen DATETIME,"
         " notes TEXT);"
         "CREATE TABLE auto_rows (n INT AUTO_INCREMENT PRIMARY KEY, v VARCHAR(5));"
         "INSERT INTO items VALUES ('a', 'Äpfel', 3, '2026-01-02 03:04:05', NULL)");
   }
-  ConnectionPtr Open() {
-    auto cn = Connection::Create();
-    cn->Open(cn_str_);
-    return cn;
-  }
   std::string database_;
-  std::string cn_str_;
 };
 
 TEST_F(MariaDbTest, ReadsTypedValuesAndCharacterWidths) {
