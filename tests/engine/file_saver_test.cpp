@@ -14,6 +14,8 @@ namespace gw::engine_test {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::CaughtError;
+using testing::FailureNumber;
 using testing::ReadFile;
 using testing::WriteFile;
 
@@ -331,17 +333,13 @@ TEST_F(FileSaverTest, AFolderThatCannotBeMadeIsAFailure) {
   WriteFile(root_ / "file", "in the way");
   saver_->SetRootFolder((root_ / "file").string());
   saver_->SetJobFolder("sub");
-  try {
-    saver_->SaveBytes("x");
-    FAIL() << "no failure";
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), engineerr::kCannotCreateFolder);
-    EXPECT_EQ(e.Source(), "FileSaver.EnsureFileExists");
-    EXPECT_NE(
-        e.Description().find("Could not create folder '" + (root_ / "file").string() + "/sub/'."),
-        std::string::npos)
-        << e.Description();
-  }
+  const Error e = CaughtError([&] { saver_->SaveBytes("x"); });
+  EXPECT_EQ(e.Number(), engineerr::kCannotCreateFolder);
+  EXPECT_EQ(e.Source(), "FileSaver.EnsureFileExists");
+  EXPECT_NE(
+      e.Description().find("Could not create folder '" + (root_ / "file").string() + "/sub/'."),
+      std::string::npos)
+      << e.Description();
 }
 
 TEST_F(FileSaverTest, AFolderRemovedBetweenSavesIsMadeAgainOrReportedAsBefore) {
@@ -374,13 +372,9 @@ TEST_F(FileSaverTest, AFolderRemovedBetweenSavesIsMadeAgainOrReportedAsBefore) {
     EXPECT_EQ(saver->SaveBytes("two"), (folder / "x(1).htm").string());
     c.meanwhile(folder);
     if (c.fails) {
-      try {
-        saver->SaveBytes("three");
-        FAIL() << "no failure";
-      } catch (const Error& e) {
-        EXPECT_EQ(e.Number(), engineerr::kCannotCreateFolder);
-        EXPECT_EQ(e.Source(), "FileSaver.EnsureFileExists");
-      }
+      const Error e = CaughtError([&] { saver->SaveBytes("three"); });
+      EXPECT_EQ(e.Number(), engineerr::kCannotCreateFolder);
+      EXPECT_EQ(e.Source(), "FileSaver.EnsureFileExists");
       continue;
     }
     const std::string third = saver->SaveBytes("three");
@@ -426,12 +420,8 @@ TEST_F(FileSaverTest, CopiesAndClearsFiles) {
   EXPECT_EQ(fs::status(copy).permissions(), fs::status(src / "a.htm").permissions())
       << "the copy keeps the source's permissions";
   EXPECT_EQ(saver_->CopyFile((src / "a.htm").string()), (root_ / "d1(1).htm").string());
-  try {
-    saver_->CopyFile((src / "gone.htm").string());
-    FAIL();
-  } catch (const Error& e) {
-    EXPECT_EQ(e.Number(), errnum::kFileNotFound);
-  }
+  EXPECT_EQ(FailureNumber([&] { saver_->CopyFile((src / "gone.htm").string()); }),
+            errnum::kFileNotFound);
 
   fs::create_directories(root_ / "sub" / "deeper");
   WriteFile(root_ / "sub" / "deeper" / "f", "x");
