@@ -46,7 +46,7 @@ class CheckingSink : public RowSink {
    public:
     explicit Row(CheckingSink& sink) : sink_(sink) {}
     std::int32_t DefinedSize(std::string_view) override { return 1000; }
-    void SetValue(std::string_view column, const Variant& value) override {
+    void SetValue(std::string_view column, Variant value) override {
       for (const std::string& raw : sink_.raw_columns_) {
         if (raw == column && sink_.page_.find(value.ToString()) == std::string_view::npos) {
           sink_.foreign_value = true;
@@ -54,9 +54,9 @@ class CheckingSink : public RowSink {
       }
     }
     long ColumnCount() override { return 0; }
-    std::string ColumnName(long) override { return {}; }
+    std::string_view ColumnName(long) override { return {}; }
     void Update() override {}
-    std::shared_ptr<db::Recordset> Recordset() override { return nullptr; }
+    void TakeWritten(WrittenRow& into) override { into.Clear(); }
     void Close() noexcept override {}
 
    private:
