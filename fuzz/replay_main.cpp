@@ -7,10 +7,10 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
+
+#include "platform/document_file.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
@@ -42,10 +42,7 @@ int main(int argc, char** argv) {
     }
   }
   RunOn({});
-  for (const fs::path& input : inputs) {
-    std::ifstream in(input, std::ios::binary);
-    RunOn(std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()));
-  }
+  for (const fs::path& input : inputs) RunOn(gw::ReadFileBytes(input.string(), "replay"));
   std::printf("%zu inputs and the empty one: no fault\n", inputs.size());
   return 0;
 }
